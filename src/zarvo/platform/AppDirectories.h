@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace zarvo {
+
+// The application home and its standard folders. The home is, in order of precedence:
+// the path the host set with setHome(), the ZM_HOME environment variable, or
+// $XDG_DATA_HOME/<application id> (~/.local/share/<application id> without XDG_DATA_HOME),
+// where the application id is Bundle::main().identifier. Folders are created on demand.
+class AppDirectories {
+public:
+    static void setHome(const std::filesystem::path& home);
+    // Forgets a home set by setHome(), so ZM_HOME or the default applies again.
+    static void resetHome();
+
+    static std::filesystem::path home();         // created if missing
+    static std::filesystem::path documents();    // <home>/Documents
+    static std::filesystem::path library();      // <home>/Library
+    static std::filesystem::path caches();       // <home>/Library/Caches
+    static std::filesystem::path preferences();  // <home>/Library/Preferences
+
+    // True when `path`, with "." and ".." resolved and symbolic links followed as far as they
+    // exist, lies inside the home (the home itself excluded).
+    static bool isInsideHome(const std::filesystem::path& path);
+};
+
+}  // namespace zarvo

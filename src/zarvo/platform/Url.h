@@ -1,0 +1,60 @@
+#pragma once
+
+#include <compare>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zarvo {
+
+// A URL reference (RFC 3986): absolute ("https://h/p?q", "file:///x", "skd://id") or relative
+// ("Library/media/a.movpkg", "../b.m3u8", "?x=1"). Stored as its text; the accessors parse it.
+// Texts that are not URL references (spaces, control characters, bad percent escapes, an
+// invalid scheme or port) fail to parse.
+class Url {
+public:
+    static std::optional<Url> parse(std::string_view text);
+    // Parses `text` and resolves it against `base` (RFC 3986 section 5).
+    static std::optional<Url> parse(std::string_view text, const Url& base);
+    // A file URL for an absolute filesystem path (percent-encoded as needed); a directory URL
+    // ends in "/".
+    static Url fileUrl(std::string_view path, bool isDirectory = false);
+
+    const std::string& absoluteString() const { return text_; }
+    bool isAbsolute() const;  // has a scheme
+    bool isFileUrl() const;
+
+    std::string scheme() const;  // lower-cased; empty for a relative reference
+    std::optional<std::string> host() const;
+    std::optional<int> port() const;
+    std::optional<std::string> user() const;
+    std::optional<std::string> password() const;
+    // The percent-encoded path ("" when there is none).
+    std::string path() const;
+    // The percent-decoded path (for file URLs: the filesystem path).
+    std::string decodedPath() const;
+    std::optional<std::string> query() const;     // percent-encoded, without "?"
+    std::optional<std::string> fragment() const;  // without "#"
+
+    std::vector<std::string> pathComponents() const;  // decoded; "/" first for absolute paths
+    std::string lastPathComponent() const;            // decoded; "" when the path is empty
+    std::string pathExtension() const;
+
+    // The URL with its last path component removed (keeping the trailing "/"); query and
+    // fragment are dropped, like the platform's deletingLastPathComponent.
+    Url deletingLastPathComponent() const;
+    // The URL with `component` (percent-encoded as a path segment) appended after a "/";
+    // query and fragment are kept after the new path.
+    Url appendingPathComponent(std::string_view component, bool isDirectory = false) const;
+    // This reference resolved against `base`.
+    Url resolvedAgainst(const Url& base) const;
+
+    auto operator<=>(const Url&) const = default;
+
+private:
+    explicit Url(std::string text) : text_(std::move(text)) {}
+    std::string text_;
+};
+
+}  // namespace zarvo

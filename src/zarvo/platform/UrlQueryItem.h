@@ -1,0 +1,16 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace zarvo {
+
+// One name/value pair of a URL query. A missing value renders as "name" alone.
+struct UrlQueryItem {
+    std::string name;
+    std::optional<std::string> value;
+
+    bool operator==(const UrlQueryItem&) const = default;
+};
+
+}  // namespace zarvo
