@@ -39,9 +39,7 @@ std::optional<Url> Url::parse(std::string_view text) {
 }
 
 std::optional<Url> Url::parse(std::string_view text, const Url& base) {
-    if (text.empty()) {
-        return std::nullopt;
-    }
+    // An empty reference is the base itself (without its fragment).
     auto reference = UrlParts::parse(text);
     if (!reference) {
         return std::nullopt;
@@ -147,7 +145,7 @@ std::optional<std::string> Url::fragment() const {
 }
 
 std::vector<std::string> Url::pathComponents() const {
-    std::string_view path = partsOf(text_).path;
+    const std::string path = partsOf(text_).path;
     std::vector<std::string> components;
     if (path.starts_with('/')) {
         components.emplace_back("/");
