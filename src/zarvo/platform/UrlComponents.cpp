@@ -20,6 +20,14 @@ bool isPasswordChar(unsigned char c) {
     return isUserInfoChar(c) || c == ':';
 }
 
+std::string encodeUser(const std::string& user) {
+    return url::percentEncode(user, isUserInfoChar);
+}
+
+std::string encodePassword(const std::string& password) {
+    return url::percentEncode(password, isPasswordChar);
+}
+
 std::string encodeHost(const std::string& host) {
     // An IPv6 address goes between brackets; anything else is a registered name.
     if (host.find(':') != std::string::npos) {
@@ -51,16 +59,22 @@ std::optional<UrlComponents> UrlComponents::parse(std::string_view text) {
         if (authority->userInfo) {
             const std::string& info = *authority->userInfo;
             auto colon = info.find(':');
-            components.user = percentDecode(std::string_view(info).substr(0, colon));
+            std::string user = info.substr(0, colon);
+            components.user = percentDecode(user);
+            components.parsedUser_ = ParsedText{*components.user, user};
             if (colon != std::string::npos) {
-                components.password = percentDecode(std::string_view(info).substr(colon + 1));
+                std::string password = info.substr(colon + 1);
+                components.password = percentDecode(password);
+                components.parsedPassword_ = ParsedText{*components.password, password};
             }
         }
-        std::string_view host = authority->host;
+        const std::string& host = authority->host;
         if (host.starts_with('[')) {
-            host = host.substr(1, host.size() - 2);
+            components.host = host.substr(1, host.size() - 2);
+        } else {
+            components.host = percentDecode(host);
         }
-        components.host = percentDecode(host);
+        components.parsedHost_ = ParsedText{*components.host, host};
         if (authority->port && !authority->port->empty()) {
             components.port = std::stoi(*authority->port);
         }
@@ -141,14 +155,14 @@ std::optional<std::string> UrlComponents::string() const {
     if (hasAuthority) {
         std::string authority;
         if (user || password) {
-            authority += url::percentEncode(user.value_or(""), isUserInfoChar);
+            authority += encodedOrOriginal(user.value_or(""), parsedUser_, encodeUser);
             if (password) {
                 authority += ':';
-                authority += url::percentEncode(*password, isPasswordChar);
+                authority += encodedOrOriginal(*password, parsedPassword_, encodePassword);
             }
             authority += '@';
         }
-        authority += encodeHost(host.value_or(""));
+        authority += encodedOrOriginal(host.value_or(""), parsedHost_, encodeHost);
         if (port) {
             authority += ':';
             authority += std::to_string(*port);
@@ -164,6 +178,15 @@ std::optional<std::string> UrlComponents::string() const {
         return std::nullopt;
     }
     return text;
+}
+
+std::string UrlComponents::encodedOrOriginal(const std::string& value,
+                                             const std::optional<ParsedText>& parsed,
+                                             std::string (*encode)(const std::string&)) {
+    if (parsed && parsed->decoded == value) {
+        return parsed->encoded;
+    }
+    return encode(value);
 }
 
 std::optional<Url> UrlComponents::url() const {

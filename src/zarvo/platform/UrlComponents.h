@@ -15,18 +15,19 @@ namespace zarvo {
 // "!$'()*,;:@/?" stay as they are; every other byte, "&", "=", "+", "#" and space included,
 // is percent-encoded.
 class UrlComponents {
-public:
+  public:
     UrlComponents() = default;
     explicit UrlComponents(const Url& url);
     static std::optional<UrlComponents> parse(std::string_view text);
 
+    // User, password and host are decoded; string() encodes them again.
     std::optional<std::string> scheme;
     std::optional<std::string> user;
     std::optional<std::string> password;
     std::optional<std::string> host;
     std::optional<int> port;
-    std::string path;  // percent-encoded
-    std::optional<std::string> fragment;
+    std::string path;                     // percent-encoded
+    std::optional<std::string> fragment;  // percent-encoded
 
     // The query exactly as it will be written (without "?"); nullopt means no query.
     const std::optional<std::string>& percentEncodedQuery() const { return query_; }
@@ -46,8 +47,21 @@ public:
     static std::string encodeQueryComponent(std::string_view text);
     static std::string percentDecode(std::string_view text);
 
-private:
+  private:
+    // A decoded authority part with the text it was parsed from, so that an unchanged part is
+    // written back exactly as it was.
+    struct ParsedText {
+        std::string decoded;
+        std::string encoded;
+    };
+    static std::string encodedOrOriginal(const std::string& value,
+                                         const std::optional<ParsedText>& parsed,
+                                         std::string (*encode)(const std::string&));
+
     std::optional<std::string> query_;
+    std::optional<ParsedText> parsedUser_;
+    std::optional<ParsedText> parsedPassword_;
+    std::optional<ParsedText> parsedHost_;
 };
 
 }  // namespace zarvo
