@@ -1,0 +1,184 @@
+#include <cstdlib>
+#include <optional>
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "zarvo/platform/Base64.h"
+#include "zarvo/platform/Json.h"
+#include "zarvo/platform/Locale.h"
+#include "zarvo/platform/Uuid.h"
+
+namespace zarvo {
+namespace {
+
+TEST(UuidTest, RandomUuidsAreVersion4UpperCaseAndDistinct) {
+    std::set<std::string> seen;
+    for (int i = 0; i < 200; ++i) {
+        Uuid uuid;
+        std::string text = uuid.uuidString();
+        ASSERT_EQ(text.size(), 36u);
+        EXPECT_EQ(text[14], '4') << text;
+        EXPECT_NE(std::string("89AB").find(text[19]), std::string::npos) << text;
+        for (char c : text) {
+            EXPECT_TRUE(c == '-' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F')) << text;
+        }
+        EXPECT_TRUE(Uuid::isValid(text));
+        seen.insert(text);
+    }
+    EXPECT_EQ(seen.size(), 200u);
+}
+
+TEST(UuidTest, ParsesEitherCaseAndRejectsMalformedText) {
+    auto lower = Uuid::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f");
+    ASSERT_TRUE(lower);
+    EXPECT_EQ(lower->uuidString(), "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+    EXPECT_EQ(lower->bytes()[0], 0xE6);
+    EXPECT_EQ(lower->bytes()[15], 0x5F);
+    EXPECT_EQ(lower, Uuid::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F"));
+
+    for (const char* text :
+         {"", "E621E1F8C36C495A93FC0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5",
+          "E621E1F8-C36C-495A-93FC-0C247A3E6E5FF", "E621E1F8-C36C-495A-93FC+0C247A3E6E5F",
+          "G621E1F8-C36C-495A-93FC-0C247A3E6E5F", "{E621E1F8-C36C-495A-93FC-0C247A3E6E5}"}) {
+        EXPECT_FALSE(Uuid::isValid(text)) << text;
+        EXPECT_EQ(Uuid::parse(text), std::nullopt) << text;
+    }
+}
+
+TEST(Base64Test, EncodesTheStandardVectors) {
+    EXPECT_EQ(Base64::encode(""), "");
+    EXPECT_EQ(Base64::encode("f"), "Zg==");
+    EXPECT_EQ(Base64::encode("fo"), "Zm8=");
+    EXPECT_EQ(Base64::encode("foo"), "Zm9v");
+    EXPECT_EQ(Base64::encode("foob"), "Zm9vYg==");
+    EXPECT_EQ(Base64::encode("fooba"), "Zm9vYmE=");
+    EXPECT_EQ(Base64::encode("foobar"), "Zm9vYmFy");
+    EXPECT_EQ(Base64::encode(std::string("\xfb\xff\xbf", 3)), "+/+/");
+}
+
+TEST(Base64Test, DecodesWhatItEncodes) {
+    std::string bytes;
+    for (int i = 0; i < 256; ++i) {
+        bytes.push_back(static_cast<char>(i));
+    }
+    for (std::size_t length = 0; length <= bytes.size(); length += 17) {
+        std::string slice = bytes.substr(bytes.size() - length);
+        EXPECT_EQ(Base64::decode(Base64::encode(slice)), slice) << length;
+    }
+    EXPECT_EQ(Base64::decode("Zm9vYmE="), "fooba");
+    EXPECT_EQ(Base64::decode("+/+/"), std::string("\xfb\xff\xbf", 3));
+}
+
+TEST(Base64Test, RejectsTextOutsideTheAlphabetOrOfAWrongLength) {
+    for (const char* text : {"Zg", "Zg=", "Zm9vY", "Zm9v YmFy", "Zm9v\nYmFy",
+                             "Zg==Zg==", "Z===", "====", "Zm-_", "Zm9v!mFy", "=Zm9"}) {
+        EXPECT_EQ(Base64::decode(text), std::nullopt) << text;
+    }
+}
+
+TEST(JsonTest, ParseNeverThrowsAndRejectsNonJson) {
+    for (const char* text : {"", "{", "{\"a\":}", "[1,2", "nul", "{'a':1}", "1 2", "\"\xff\""}) {
+        EXPECT_EQ(json::parse(text), std::nullopt) << text;
+    }
+    auto value = json::parse(" {\"a\": [1, 2.5, \"x\"], \"b\": null} ");
+    ASSERT_TRUE(value);
+    EXPECT_EQ((*value)["a"][2], "x");
+}
+
+TEST(JsonTest, DumpIsCompactKeepsKeyOrderAndSlashes) {
+    Json object;
+    object["zeta"] = "https://h/a/b";
+    object["alpha"] = 1;
+    object["list"] = Json::array({true, nullptr, 0.5});
+    object["text"] = "quote\" tab\t \xc5\xbc";
+    EXPECT_EQ(json::dump(object),
+              "{\"zeta\":\"https://h/a/b\",\"alpha\":1,\"list\":[true,null,0.5],"
+              "\"text\":\"quote\\\" tab\\t \xc5\xbc\"}");
+    // Parsing keeps the written order too.
+    EXPECT_EQ(json::dump(*json::parse("{\"b\":1,\"a\":2}")), "{\"b\":1,\"a\":2}");
+    // A string that is not UTF-8 still dumps.
+    EXPECT_NO_THROW(json::dump(Json("bad \xff byte")));
+}
+
+TEST(JsonTest, TypedReadsGiveNothingForAbsentOrMistypedMembers) {
+    auto object = *json::parse(
+        R"({"s":"text","i":42,"neg":-3,"f":2.5,"whole":3.0,"b":true,"n":null,"big":18446744073709551615})");
+    EXPECT_EQ(json::string(object, "s"), "text");
+    EXPECT_EQ(json::string(object, "i"), std::nullopt);
+    EXPECT_EQ(json::string(object, "missing"), std::nullopt);
+
+    EXPECT_EQ(json::integer(object, "i"), 42);
+    EXPECT_EQ(json::integer(object, "neg"), -3);
+    EXPECT_EQ(json::integer(object, "whole"), 3);
+    EXPECT_EQ(json::integer(object, "f"), std::nullopt);
+    EXPECT_EQ(json::integer(object, "s"), std::nullopt);
+    EXPECT_EQ(json::integer(object, "big"), std::nullopt);
+
+    EXPECT_EQ(json::number(object, "f"), 2.5);
+    EXPECT_EQ(json::number(object, "i"), 42.0);
+    EXPECT_EQ(json::number(object, "b"), std::nullopt);
+
+    EXPECT_EQ(json::boolean(object, "b"), true);
+    EXPECT_EQ(json::boolean(object, "i"), std::nullopt);
+    EXPECT_EQ(json::boolean(object, "n"), std::nullopt);
+
+    Json array = Json::array({1, 2});
+    EXPECT_EQ(json::string(array, "s"), std::nullopt);
+    EXPECT_EQ(json::integer(Json(5), "i"), std::nullopt);
+}
+
+TEST(LocaleTest, LanguageCodeOfIdentifiers) {
+    EXPECT_EQ(Locale::languageCode("pl"), "pl");
+    EXPECT_EQ(Locale::languageCode("en-US"), "en");
+    EXPECT_EQ(Locale::languageCode("pl_PL"), "pl");
+    EXPECT_EQ(Locale::languageCode("pl_PL.UTF-8"), "pl");
+    EXPECT_EQ(Locale::languageCode("zh-Hant-TW"), "zh");
+    EXPECT_EQ(Locale::languageCode(""), std::nullopt);
+    EXPECT_EQ(Locale::languageCode("-US"), std::nullopt);
+}
+
+// Sets environment variables for one test and restores them afterwards.
+class ScopedEnvironment {
+  public:
+    ScopedEnvironment() {
+        for (const char* name : names_) {
+            const char* value = std::getenv(name);
+            saved_.push_back(value ? std::optional<std::string>(value) : std::nullopt);
+            unsetenv(name);
+        }
+    }
+    ~ScopedEnvironment() {
+        for (std::size_t i = 0; i < names_.size(); ++i) {
+            if (saved_[i]) {
+                setenv(names_[i], saved_[i]->c_str(), 1);
+            } else {
+                unsetenv(names_[i]);
+            }
+        }
+    }
+    void set(const char* name, const char* value) { setenv(name, value, 1); }
+
+  private:
+    std::vector<const char*> names_{"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"};
+    std::vector<std::optional<std::string>> saved_;
+};
+
+TEST(LocaleTest, PreferredLanguagesFollowTheEnvironmentInOrder) {
+    ScopedEnvironment environment;
+    EXPECT_TRUE(Locale::preferredLanguages().empty());
+
+    environment.set("LANG", "C.UTF-8");
+    EXPECT_TRUE(Locale::preferredLanguages().empty());
+
+    environment.set("LANGUAGE", "pl_PL:en::de");
+    environment.set("LC_ALL", "POSIX");
+    environment.set("LC_MESSAGES", "fr_FR.UTF-8@euro");
+    environment.set("LANG", "pl_PL.UTF-8");
+    EXPECT_EQ(Locale::preferredLanguages(),
+              (std::vector<std::string>{"pl-PL", "en", "de", "fr-FR"}));
+}
+
+}  // namespace
+}  // namespace zarvo
