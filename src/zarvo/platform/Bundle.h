@@ -14,6 +14,8 @@ struct Bundle {
     // The host's bundle. Until the host sets it: identifier = the executable's name, versions "0".
     static Bundle main();
     static void setMain(Bundle bundle);
+    // Forgets the declared bundle, so main() gives the defaults again.
+    static void resetMain();
     // The SDK: identifier "com.zarvo.ZarvoMediaPlayer", versions from the build.
     static Bundle sdk();
 };
