@@ -135,6 +135,7 @@ TEST(LocaleTest, LanguageCodeOfIdentifiers) {
     EXPECT_EQ(Locale::languageCode("pl_PL"), "pl");
     EXPECT_EQ(Locale::languageCode("pl_PL.UTF-8"), "pl");
     EXPECT_EQ(Locale::languageCode("zh-Hant-TW"), "zh");
+    EXPECT_EQ(Locale::languageCode("EN_us"), "en");
     EXPECT_EQ(Locale::languageCode(""), std::nullopt);
     EXPECT_EQ(Locale::languageCode("-US"), std::nullopt);
 }

@@ -1,6 +1,7 @@
 #include "zarvo/platform/Locale.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 
 namespace zarvo {
@@ -32,7 +33,10 @@ std::optional<std::string> Locale::languageCode(std::string_view identifier) {
     if (code.empty()) {
         return std::nullopt;
     }
-    return std::string(code);
+    std::string lower(code);
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return lower;
 }
 
 std::vector<std::string> Locale::preferredLanguages() {
