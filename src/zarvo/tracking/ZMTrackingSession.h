@@ -1,0 +1,105 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "zarvo/platform/Scheduler.h"
+#include "zarvo/platform/Timer.h"
+#include "zarvo/platform/UrlSession.h"
+#include "zarvo/platform/UrlSessionConfiguration.h"
+#include "zarvo/platform/Uuid.h"
+#include "zarvo/tracking/ZMTrackingEvent.h"
+#include "zarvo/tracking/ZMTrackingNetworkOperation.h"
+#include "zarvo/tracking/ZMTrackingSessionConfiguration.h"
+#include "zarvo/tracking/ZMTrackingSessionContentInfo.h"
+#include "zarvo/tracking/ZMTrackingSessionDeviceInfo.h"
+#include "zarvo/tracking/ZMTrackingSessionError.h"
+#include "zarvo/tracking/ZMTrackingSessionState.h"
+#include "zarvo/tracking/ZMTrackingSessionStateLogic.h"
+#include "zarvo/tracking/ZMTrackingSessionStorage.h"
+
+namespace zarvo {
+
+// One viewing reported to the tracking service: an initialisation beacon at start, events
+// in batches of 50, the rest when finished. Its state is written to a file after every
+// change so that a later run can send what this one could not. Failed beacons (no
+// connection, 5xx) are retried after 116-120 seconds on the main run loop, without limit.
+// Times come from the scheduler that is standard when the session is made.
+class ZMTrackingSession : public std::enable_shared_from_this<ZMTrackingSession> {
+    struct Passkey {};
+
+  public:
+    static std::shared_ptr<ZMTrackingSession> make(
+        ZMTrackingSessionContentInfo contentInfo, ZMTrackingSessionDeviceInfo deviceInfo,
+        UrlSessionConfiguration urlSessionConfiguration = UrlSessionConfiguration(),
+        ZMTrackingSessionConfiguration configuration = ZMTrackingSessionConfiguration());
+
+    ZMTrackingSession(Passkey, ZMTrackingSessionContentInfo contentInfo,
+                      ZMTrackingSessionDeviceInfo deviceInfo,
+                      UrlSessionConfiguration urlSessionConfiguration,
+                      ZMTrackingSessionConfiguration configuration);
+    ~ZMTrackingSession();
+    ZMTrackingSession(const ZMTrackingSession&) = delete;
+    ZMTrackingSession& operator=(const ZMTrackingSession&) = delete;
+
+    // Sends the initialisation beacon (once; never after the session was cancelled).
+    void start();
+    // Records an event at `movieOffset` seconds of the content; ignored once finishing.
+    void addTrackingEvent(const ZMTrackingEvent& eventType, std::int64_t movieOffset);
+    // Sends every pending event, then removes the stored file. Does nothing unless started.
+    void finishAndSendAllEvents();
+    // Stops the session: nothing more is sent and the stored file is removed.
+    void finishAndCancel();
+
+    ZMTrackingSessionState state() const;
+    std::optional<ZMTrackingSessionError> lastError() const;
+    const Uuid& localId() const { return localId_; }
+    const ZMTrackingSessionDeviceInfo& deviceInfo() const { return deviceInfo_; }
+    const ZMTrackingSessionContentInfo& contentInfo() const { return contentInfo_; }
+
+    // Events stored and not yet sent.
+    std::size_t pendingEventsCount() const;
+    // True while a beacon is on its way (initialisation or a batch of events).
+    bool isAwaitingNetwork() const;
+
+    // Targets of the retry timers.
+    void retrySessionInitializationTimerFired();
+    void retryEventsSendingTimerFired();
+
+  private:
+    enum class RetryTarget { sessionInitialization, eventsSending };
+
+    void setUpStateLogic();
+    std::shared_ptr<UrlSession> urlSession();
+    std::int64_t uptimeSeconds() const;
+    void scheduleRetry(RetryTarget target);
+    void sendInitializationBeacon();
+    void trySendEvents();
+    void startOperation(
+        ZMTrackingSessionUrlPath path, std::vector<UrlQueryItem> items,
+        std::function<void(ZMTrackingSession&, const std::optional<ZMTrackingSessionError>&)>
+            handleResult);
+
+    const Uuid localId_;
+    const ZMTrackingSessionDeviceInfo deviceInfo_;
+    const ZMTrackingSessionContentInfo contentInfo_;
+    const std::shared_ptr<ZMTrackingSessionStorage> storage_;
+    const UrlSessionConfiguration urlSessionConfiguration_;
+    const ZMTrackingSessionConfiguration configuration_;
+    const std::shared_ptr<Scheduler> scheduler_;
+    std::unique_ptr<ZMTrackingSessionStateLogic> stateLogic_;
+
+    // Guards the members below, which the application's thread, URL session completions
+    // and the main run loop all touch.
+    mutable std::mutex mutex_;
+    std::shared_ptr<Timer> retryTimer_;
+    std::shared_ptr<ZMTrackingNetworkOperation> networkOperation_;
+    std::int64_t sessionStartTime_ = 0;
+    std::shared_ptr<UrlSession> urlSession_;
+    std::shared_ptr<Timer> startSessionTimer_;
+    bool sessionStarted_ = false;
+};
+
+}  // namespace zarvo

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <filesystem>
+
+namespace zarvo {
+
+// Where stored session files live: "TrackingSessions" in the user's caches folder.
+struct ZMTrackingSessionStorageUrls {
+    static std::filesystem::path directory();
+};
+
+}  // namespace zarvo

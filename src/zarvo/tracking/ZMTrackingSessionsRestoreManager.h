@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "zarvo/platform/Uuid.h"
+#include "zarvo/tracking/ZMTrackingStoredSession.h"
+
+namespace zarvo {
+
+// Reads the session files that earlier runs left behind and sends what they hold, once per
+// process. Every player asks the shared instance to do so when it is created.
+class ZMTrackingSessionsRestoreManager
+    : public std::enable_shared_from_this<ZMTrackingSessionsRestoreManager> {
+  public:
+    static std::shared_ptr<ZMTrackingSessionsRestoreManager> sharedManager();
+
+    // A manager of its own (the shared one is for the SDK).
+    ZMTrackingSessionsRestoreManager() = default;
+
+    // Reads every session file the first time; later calls do nothing. Files whose name is
+    // not UUID text, or whose content cannot be read, are removed.
+    void restoreSessionsIfNotRestored();
+    // Takes on every restored session not yet taken on: a session that was initialised
+    // sends its events in one beacon and its file goes once it was delivered; any other
+    // file goes without a request. A failed beacon leaves the file for the next run.
+    void sendAllRestoredSessions();
+
+    std::vector<Uuid> storedSessionsIds() const;
+
+    // Beacons sent by sendAllRestoredSessions() and not yet answered.
+    std::size_t pendingSendsCount() const;
+
+  private:
+    void send(const std::shared_ptr<ZMTrackingStoredSession>& session);
+    void sendFinished();
+
+    mutable std::mutex mutex_;
+    std::vector<std::shared_ptr<ZMTrackingStoredSession>> storedSessions_;
+    bool wasRestoreCalled_ = false;
+    std::size_t pendingSends_ = 0;
+};
+
+}  // namespace zarvo
