@@ -1,3 +1,4 @@
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -190,6 +191,40 @@ TEST(UrlResolve, PlaylistStyleReferences) {
     EXPECT_EQ(odd.host(), std::nullopt);
     EXPECT_EQ(odd.absoluteString(), "s:/.//x");
     EXPECT_EQ(url(odd.absoluteString()), odd);
+}
+
+// Random references built from URL characters: whatever parses must resolve to a URL that
+// parses again and, against an absolute base, stays the same when resolved once more.
+TEST(UrlResolve, ResolvedRandomReferencesAreStable) {
+    const std::string alphabet = "ab:/?#@.%2F[]1";
+    const std::vector<Url> bases = {url("http://a/b/c/d;p?q"), url("s:/x/y"), url("s:x"),
+                                    url("file:///"), url("rel/ative")};
+    std::mt19937 random(1234);
+    int parsed = 0;
+    for (int i = 0; i < 20000; ++i) {
+        std::string text;
+        std::size_t length = random() % 12;
+        for (std::size_t j = 0; j < length; ++j) {
+            text += alphabet[random() % alphabet.size()];
+        }
+        auto reference = Url::parse(text);
+        if (!reference) {
+            continue;
+        }
+        ++parsed;
+        for (const Url& base : bases) {
+            Url resolved = reference->resolvedAgainst(base);
+            auto reparsed = Url::parse(resolved.absoluteString());
+            ASSERT_TRUE(reparsed) << text << " against " << base.absoluteString() << " gave "
+                                  << resolved.absoluteString();
+            EXPECT_EQ(reparsed->host(), resolved.host()) << resolved.absoluteString();
+            if (base.isAbsolute()) {
+                EXPECT_EQ(resolved.resolvedAgainst(base), resolved)
+                    << text << " against " << base.absoluteString();
+            }
+        }
+    }
+    EXPECT_GT(parsed, 1000);
 }
 
 TEST(UrlFile, FileUrlsEncodeAndDecodeThePath) {
