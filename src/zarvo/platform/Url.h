@@ -32,7 +32,8 @@ public:
     std::optional<std::string> password() const;
     // The percent-encoded path ("" when there is none).
     std::string path() const;
-    // The percent-decoded path (for file URLs: the filesystem path).
+    // The percent-decoded path (for file URLs: the filesystem path), without a trailing "/"
+    // unless it is the root.
     std::string decodedPath() const;
     std::optional<std::string> query() const;     // percent-encoded, without "?"
     std::optional<std::string> fragment() const;  // without "#"
@@ -45,7 +46,8 @@ public:
     // fragment are dropped, like the platform's deletingLastPathComponent.
     Url deletingLastPathComponent() const;
     // The URL with `component` (percent-encoded as a path segment) appended after a "/";
-    // query and fragment are kept after the new path.
+    // query and fragment are kept after the new path. A "/" inside `component` separates
+    // segments ("Library/media/a.movpkg" appends three).
     Url appendingPathComponent(std::string_view component, bool isDirectory = false) const;
     // This reference resolved against `base`.
     Url resolvedAgainst(const Url& base) const;
