@@ -1,0 +1,154 @@
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "zarvo/hls/FileBufferedReader.h"
+#include "zarvo/hls/StreamReader.h"
+#include "zarvo/hls/StringBufferedReader.h"
+#include "zarvo/hls/URLBufferedReader.h"
+#include "zarvo/platform/FatalError.h"
+
+#include "support/TempHome.h"
+#include "support/TestHttpServer.h"
+
+namespace zarvo {
+namespace {
+
+std::vector<std::string> allLines(BufferedReader& reader) {
+    std::vector<std::string> lines;
+    while (auto line = reader.readLine()) {
+        lines.push_back(*line);
+    }
+    EXPECT_EQ(reader.readLine(), std::nullopt) << "the end of input must stay the end";
+    return lines;
+}
+
+using Lines = std::vector<std::string>;
+
+TEST(StringBufferedReader, EveryUnicodeNewlineEndsALineOnItsOwn) {
+    StringBufferedReader crlf("a\r\nb");
+    EXPECT_EQ(allLines(crlf), (Lines{"a", "", "b"}));
+    StringBufferedReader trailing("a\n");
+    EXPECT_EQ(allLines(trailing), (Lines{"a", ""}));
+    StringBufferedReader empty("");
+    EXPECT_EQ(allLines(empty), (Lines{""}));
+    StringBufferedReader mixed("1\v2\f3\r4\u00855\u20286\u20297");
+    EXPECT_EQ(allLines(mixed), (Lines{"1", "2", "3", "4", "5", "6", "7"}));
+    // Non-breaking space, e-acute and other non-ASCII text are not newlines.
+    StringBufferedReader text("caf\u00e9\u00a0\u2027x\ny");
+    EXPECT_EQ(allLines(text), (Lines{"caf\u00e9\u00a0\u2027x", "y"}));
+}
+
+TEST(StringBufferedReader, LongTextSplitsLikeShortText) {
+    std::string text;
+    Lines expected;
+    for (int i = 0; i < 300; ++i) {
+        expected.push_back(std::string(static_cast<std::size_t>(i % 37), 'x') + std::to_string(i));
+        text += expected.back() + (i % 3 == 0 ? "\n" : i % 3 == 1 ? "\r\n" : "\u2028");
+        if (i % 3 == 1) {
+            expected.push_back("");
+        }
+    }
+    expected.push_back("");
+    StringBufferedReader reader(text);
+    EXPECT_EQ(allLines(reader), expected);
+}
+
+TEST(StringBufferedReader, IllFormedUtf8ReadsAsReplacementCharacters) {
+    StringBufferedReader reader(
+        std::string("a\xff"
+                    "b\n\xe2\x80"));
+    EXPECT_EQ(allLines(reader), (Lines{"a\uFFFDb", "\uFFFD"}));
+}
+
+class FileReaders : public ::testing::Test {
+  protected:
+    std::string write(const std::string& name, const std::string& contents) {
+        auto path = home_.path() / name;
+        std::ofstream(path, std::ios::binary) << contents;
+        return path.string();
+    }
+    test::TempHome home_;
+};
+
+TEST_F(FileReaders, SplitAtLineFeedsOnly) {
+    FileBufferedReader noTrailing(write("a.m3u8", "one\ntwo\r\nthree"));
+    EXPECT_EQ(allLines(noTrailing), (Lines{"one", "two\r", "three"}));
+    FileBufferedReader trailing(write("b.m3u8", "one\n\ntwo\n"));
+    EXPECT_EQ(allLines(trailing), (Lines{"one", "", "two"}));
+    FileBufferedReader empty(write("c.m3u8", ""));
+    EXPECT_EQ(allLines(empty), Lines{});
+}
+
+TEST_F(FileReaders, LinesLongerThanAChunkComeBackWhole) {
+    std::string longLine(10000, 'z');
+    longLine[4095] = '\xc3';  // a two-byte character across the first chunk boundary
+    longLine[4096] = '\xa9';
+    FileBufferedReader reader(write("long.m3u8", "a\n" + longLine + "\nb"));
+    EXPECT_EQ(allLines(reader), (Lines{"a", longLine, "b"}));
+}
+
+TEST_F(FileReaders, UndecodableLineEndsReading) {
+    FileBufferedReader reader(write("bad.m3u8",
+                                    "good\nb\xff\xfe"
+                                    "d\nnever"));
+    EXPECT_EQ(reader.readLine(), "good");
+    EXPECT_EQ(reader.readLine(), std::nullopt);
+}
+
+TEST_F(FileReaders, StreamReaderHonoursDelimiterAndChunkSize) {
+    auto reader =
+        StreamReader::make(write("d.txt", "a--b----c"), "--", StreamReader::Encoding::utf8, 3);
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(reader->nextLine(), "a");
+    EXPECT_EQ(reader->nextLine(), "b");
+    EXPECT_EQ(reader->nextLine(), "");
+    EXPECT_EQ(reader->nextLine(), "c");
+    EXPECT_EQ(reader->nextLine(), std::nullopt);
+    EXPECT_TRUE(reader->atEof());
+    EXPECT_EQ(StreamReader::make((home_.path() / "missing").string()), nullptr);
+    EXPECT_EQ(StreamReader::make(write("e.txt", "x"), ""), nullptr);
+}
+
+TEST_F(FileReaders, MissingFileAndClosedReaderAreFatal) {
+    ScopedFatalErrorHandler fatal;
+    std::string missing = (home_.path() / "missing.m3u8").string();
+    EXPECT_THROW(FileBufferedReader{missing}, FatalErrorException);
+    FileBufferedReader reader(write("f.m3u8", "x\ny"));
+    EXPECT_EQ(reader.readLine(), "x");
+    reader.close();
+    EXPECT_THROW(reader.readLine(), FatalErrorException);
+}
+
+TEST(URLBufferedReader, ReadsTheBodyWhateverTheStatus) {
+    test::TestHttpServer server;
+    server.on("/ok.m3u8", test::TestHttpServer::Response::text("#EXTM3U\r\nx"));
+    server.on("/missing.m3u8", test::TestHttpServer::Response::text("gone", 404));
+    server.on("/binary", test::TestHttpServer::Response::text("\xff\xfe"));
+    server.on("/dropped", test::TestHttpServer::Response::dropped());
+
+    URLBufferedReader ok(*Url::parse(server.url("/ok.m3u8")));
+    EXPECT_EQ(allLines(ok), (Lines{"#EXTM3U", "", "x"}));
+    URLBufferedReader missing(*Url::parse(server.url("/missing.m3u8")));
+    EXPECT_EQ(allLines(missing), (Lines{"gone"}));
+    URLBufferedReader binary(*Url::parse(server.url("/binary")));
+    EXPECT_EQ(allLines(binary), (Lines{""}));
+    URLBufferedReader dropped(*Url::parse(server.url("/dropped")));
+    EXPECT_EQ(allLines(dropped), (Lines{""}));
+    URLBufferedReader refused(*Url::parse("http://127.0.0.1:1/none.m3u8"));
+    EXPECT_EQ(allLines(refused), (Lines{""}));
+}
+
+TEST_F(FileReaders, UrlReaderReadsFileUrls) {
+    URLBufferedReader file(Url::fileUrl(write("g.m3u8", "a\nb")));
+    EXPECT_EQ(allLines(file), (Lines{"a", "b"}));
+    URLBufferedReader missing(Url::fileUrl((home_.path() / "none.m3u8").string()));
+    EXPECT_EQ(allLines(missing), (Lines{""}));
+}
+
+}  // namespace
+}  // namespace zarvo

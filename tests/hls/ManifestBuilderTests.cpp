@@ -1,0 +1,204 @@
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "zarvo/hls/ManifestBuilder.h"
+#include "zarvo/hls/StringBufferedReader.h"
+#include "zarvo/platform/FatalError.h"
+
+#include "support/TempHome.h"
+#include "support/TestHttpServer.h"
+
+namespace zarvo {
+namespace {
+
+const ManifestBuilder builder;
+
+std::shared_ptr<MediaPlaylist> media(const std::string& text) {
+    return builder.parseMediaPlaylistFromString(text, std::make_shared<MediaPlaylist>());
+}
+
+TEST(MasterPlaylistParsing, ProgramIdAndBandwidthComeFromTheGreedyPatterns) {
+    std::vector<std::shared_ptr<MediaPlaylist>> announced;
+    auto master = builder.parseMasterPlaylistFromString(
+        "#EXTM3U\n"
+        "orphan.m3u8\n"
+        "# a comment\n"
+        "#EXT-X-STREAM-INF:PROGRAM-ID=1,BANDWIDTH=1280000\n"
+        "low/index.m3u8\n"
+        "\n"
+        "#EXT-X-STREAM-INF:BANDWIDTH=2560000,RESOLUTION=1280x720\n"
+        "#EXT-X-INDEPENDENT-SEGMENTS\n"
+        "mid/index.m3u8\n"
+        "again.m3u8\n",
+        [&](const std::shared_ptr<MediaPlaylist>& playlist) { announced.push_back(playlist); });
+    ASSERT_EQ(master->getPlaylistCount(), 3);
+    auto low = master->getPlaylist(0);
+    EXPECT_EQ(low->programId, 1);
+    EXPECT_EQ(low->bandwidth, 1280000);
+    EXPECT_EQ(low->path, "low/index.m3u8");
+    EXPECT_EQ(low->masterPlaylist.lock(), master);
+    auto mid = master->getPlaylist(1);
+    EXPECT_EQ(mid->programId, 2560000);
+    EXPECT_EQ(mid->bandwidth, 1280);
+    // A second URI line updates and appends the same playlist again.
+    EXPECT_EQ(master->getPlaylist(2), mid);
+    EXPECT_EQ(mid->path, "again.m3u8");
+    EXPECT_EQ(announced, master->playlists);
+    EXPECT_EQ(master->getPlaylist(3), nullptr);
+    EXPECT_EQ(master->getPlaylist(-1), nullptr);
+    EXPECT_EQ(master->path, std::nullopt);
+}
+
+TEST(MasterPlaylistParsing, StreamInfWithoutIntegersIsFatalAndNamesTheLine) {
+    ScopedFatalErrorHandler fatal;
+    try {
+        builder.parseMasterPlaylistFromString(
+            "#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=1280000\nx.m3u8");
+        FAIL() << "expected a fatal error";
+    } catch (const FatalErrorException& error) {
+        EXPECT_NE(std::string(error.what()).find("#EXT-X-STREAM-INF:BANDWIDTH=1280000"),
+                  std::string::npos);
+    }
+    // Digits that are not ASCII match the pattern but are no integer.
+    EXPECT_THROW(
+        builder.parseMasterPlaylistFromString("#EXT-X-STREAM-INF:PROGRAM-ID=\u0661,BANDWIDTH=1\nx"),
+        FatalErrorException);
+}
+
+TEST(MediaPlaylistParsing, HeaderValuesAndSequences) {
+    auto playlist = media(
+        "#EXTM3U\n#EXT-X-VERSION:3\n#EXT-X-TARGETDURATION:10\n#EXT-X-MEDIA-SEQUENCE:100\n"
+        "#EXTINF:9.009,\na.ts\n#EXTINF:10,Second part\nb.ts\n");
+    EXPECT_EQ(playlist->version, 3);
+    EXPECT_EQ(playlist->targetDuration, 10);
+    EXPECT_EQ(playlist->mediaSequence, 100);
+    ASSERT_EQ(playlist->getSegmentCount(), 2);
+    EXPECT_EQ(playlist->getSegment(0)->sequence, 100);
+    EXPECT_EQ(playlist->getSegment(1)->sequence, 101);
+    EXPECT_EQ(playlist->getSegment(0)->duration, 9.009f);
+    EXPECT_EQ(playlist->getSegment(0)->title, "");
+    EXPECT_EQ(playlist->getSegment(1)->title, "Second part");
+    EXPECT_EQ(playlist->getSegment(1)->path, "b.ts");
+    EXPECT_EQ(playlist->getSegment(1)->mediaPlaylist.lock(), playlist);
+    EXPECT_EQ(playlist->duration(), 9.009f + 10.0f);
+
+    auto unnumbered =
+        media("#EXT-X-VERSION:x\n#EXT-X-MEDIA-SEQUENCE:abc\n#EXTINF:1,\na\n#EXTINF:1,\nb");
+    EXPECT_EQ(unnumbered->version, std::nullopt);
+    EXPECT_EQ(unnumbered->mediaSequence, std::nullopt);
+    EXPECT_EQ(unnumbered->getSegment(0)->sequence, 0);
+    EXPECT_EQ(unnumbered->getSegment(1)->sequence, 1);
+}
+
+TEST(MediaPlaylistParsing, ExtinfWithoutDigitsKeepsTheWholeLineAsTitle) {
+    auto playlist = media("#EXTINF:abc,x\na.ts\n#EXTINF:12.5,a,b\nb.ts\n#EXTINF:1e1,\nc.ts");
+    auto first = playlist->getSegment(0);
+    EXPECT_EQ(first->duration, std::nullopt);
+    EXPECT_EQ(first->title, "#EXTINF:abc,x");
+    EXPECT_EQ(playlist->getSegment(1)->duration, std::nullopt) << "\"12.5,a\" is no number";
+    EXPECT_EQ(playlist->getSegment(1)->title, "b");
+    EXPECT_EQ(playlist->getSegment(2)->duration, 10.0f);
+}
+
+TEST(MediaPlaylistParsing, ByteRangesAndDiscontinuities) {
+    auto playlist = media(
+        "#EXT-X-BYTERANGE:5@5\n"  // no segment yet: ignored
+        "#EXTINF:4,\n#EXT-X-BYTERANGE:1000@2000\na.ts\n"
+        "#EXT-X-DISCONTINUITY\n"
+        "#EXTINF:4,\n#EXT-X-BYTERANGE:1000\nb.ts\n"
+        "#EXTINF:4,\n#EXT-X-DISCONTINUITY-SEQUENCE:3\n#EXT-X-BYTERANGE:x@y\nc.ts\n");
+    ASSERT_EQ(playlist->getSegmentCount(), 3);
+    auto a = playlist->getSegment(0), b = playlist->getSegment(1), c = playlist->getSegment(2);
+    EXPECT_EQ(a->subrangeLength, 1000);
+    EXPECT_EQ(a->subrangeStart, 2000);
+    EXPECT_TRUE(a->discontinuity) << "the flag lands on the segment before the break";
+    EXPECT_EQ(b->subrangeLength, 1000);
+    EXPECT_EQ(b->subrangeStart, std::nullopt);
+    EXPECT_FALSE(b->discontinuity);
+    EXPECT_TRUE(c->discontinuity) << "a tag that begins with the name counts as the tag";
+    EXPECT_EQ(c->subrangeLength, std::nullopt);
+    EXPECT_EQ(c->subrangeStart, std::nullopt);
+}
+
+TEST(MediaPlaylistParsing, UriLinesAndComments) {
+    std::vector<std::string> announced;
+    auto playlist = builder.parseMediaPlaylistFromString(
+        "#EXTM3U\r\nbefore.ts\r\n#EXTINF:2,\r\n# comment\r\nfirst.ts\r\nsecond.ts\r\n", nullptr,
+        [&](const std::shared_ptr<MediaSegment>& segment) { announced.push_back(*segment->path); });
+    EXPECT_EQ(announced, (std::vector<std::string>{"first.ts", "second.ts"}));
+    ASSERT_EQ(playlist->getSegmentCount(), 2);
+    EXPECT_EQ(playlist->getSegment(0), playlist->getSegment(1)) << "the segment stays current";
+    EXPECT_EQ(playlist->getSegment(1)->sequence, 1);
+}
+
+TEST(MediaPlaylistParsing, DurationOfASegmentWithoutDurationIsFatal) {
+    ScopedFatalErrorHandler fatal;
+    EXPECT_EQ(MediaPlaylist().duration(), 0.0f);
+    auto playlist = media("#EXTINF:x,\na.ts");
+    EXPECT_THROW(playlist->duration(), FatalErrorException);
+}
+
+class PlaylistSources : public ::testing::Test {
+  protected:
+    std::string write(const std::string& name, const std::string& contents) {
+        auto path = home_.path() / name;
+        std::filesystem::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << contents;
+        return path.string();
+    }
+    test::TempHome home_;
+};
+
+TEST_F(PlaylistSources, FilesKeepCarriageReturnsInTheirLines) {
+    auto path = write("media.m3u8", "#EXT-X-TARGETDURATION:6\r\n#EXTINF:6.0,t\r\nseg.ts\r\n");
+    auto playlist = builder.parseMediaPlaylistFromFile(path, nullptr);
+    EXPECT_EQ(playlist->targetDuration, std::nullopt) << "\"6\\r\" is no integer";
+    ASSERT_EQ(playlist->getSegmentCount(), 1);
+    EXPECT_EQ(playlist->getSegment(0)->title, "t\r");
+    EXPECT_EQ(playlist->getSegment(0)->path, "seg.ts\r");
+    auto masterPath = write("master.m3u8", "#EXT-X-STREAM-INF:PROGRAM-ID=1,BANDWIDTH=5\nv.m3u8\n");
+    EXPECT_EQ(builder.parseMasterPlaylistFromFile(masterPath)->getPlaylist(0)->bandwidth, 5);
+}
+
+TEST_F(PlaylistSources, ParseFollowsRelativeAndAbsolutePaths) {
+    write("vod/low.m3u8", "#EXTINF:4,\nl0.ts\n#EXTINF:4,\nl1.ts\n");
+    auto absolute = Url::fileUrl(write("other/high.m3u8", "#EXTINF:2,\nh0.ts\n"));
+    auto masterUrl = Url::fileUrl(write("vod/master.m3u8",
+                                        "#EXT-X-STREAM-INF:PROGRAM-ID=1,BANDWIDTH=100\nlow.m3u8\n"
+                                        "#EXT-X-STREAM-INF:PROGRAM-ID=2,BANDWIDTH=200\n" +
+                                            absolute.absoluteString() + "\n"));
+    int playlists = 0;
+    std::vector<std::string> segments;
+    auto master = builder.parse(
+        masterUrl, [&](const std::shared_ptr<MediaPlaylist>&) { ++playlists; },
+        [&](const std::shared_ptr<MediaSegment>& segment) { segments.push_back(*segment->path); });
+    EXPECT_EQ(playlists, 2);
+    EXPECT_EQ(segments, (std::vector<std::string>{"l0.ts", "l1.ts", "h0.ts"}));
+    EXPECT_EQ(master->getPlaylist(0)->duration(), 8.0f);
+}
+
+TEST(PlaylistOverHttp, ParseReadsMasterAndMediaPlaylists) {
+    test::TestHttpServer server;
+    server.on("/vod/master.m3u8",
+              test::TestHttpServer::Response::text(
+                  "#EXTM3U\n#EXT-X-STREAM-INF:PROGRAM-ID=1,BANDWIDTH=800000\nlow/index.m3u8\n"
+                  "#EXT-X-STREAM-INF:PROGRAM-ID=1,BANDWIDTH=1600000\nmissing.m3u8\n"));
+    server.on("/vod/low/index.m3u8", test::TestHttpServer::Response::text(
+                                         "#EXTM3U\n#EXT-X-MEDIA-SEQUENCE:7\n#EXTINF:6,\na.ts\n"));
+    auto master = builder.parse(*Url::parse(server.url("/vod/master.m3u8")));
+    ASSERT_EQ(master->getPlaylistCount(), 2);
+    auto low = master->getPlaylist(0);
+    ASSERT_EQ(low->getSegmentCount(), 1);
+    EXPECT_EQ(low->getSegment(0)->sequence, 7);
+    EXPECT_EQ(master->getPlaylist(1)->getSegmentCount(), 0) << "an error page has no segments";
+
+    auto unreachable = builder.parseMasterPlaylistFromURL(*Url::parse("http://127.0.0.1:1/m.m3u8"));
+    EXPECT_EQ(unreachable->getPlaylistCount(), 0);
+}
+
+}  // namespace
+}  // namespace zarvo
