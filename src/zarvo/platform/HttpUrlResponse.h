@@ -15,7 +15,8 @@ struct HttpUrlResponse {
     Url url;
     int statusCode = 0;
     std::vector<std::pair<std::string, std::string>> headers;
-    long long expectedContentLength = -1;  // -1 when unknown
+    // Content-Length of the body; -1 when unknown or when the body came content-encoded.
+    long long expectedContentLength = -1;
 
     // The value of a header, compared case-insensitively (the last one when repeated).
     std::optional<std::string> value(const std::string& headerField) const;

@@ -13,8 +13,13 @@ namespace zarvo {
 // An HTTP request. Header names keep the case they were given; setValue replaces a header
 // of the same name (compared case-insensitively), addValue appends another line.
 class UrlRequest {
-public:
-    enum class CachePolicy { useProtocolCachePolicy, reloadIgnoringLocalCacheData, returnCacheDataElseLoad };
+  public:
+    enum class CachePolicy {
+        useProtocolCachePolicy,
+        reloadIgnoringLocalCacheData,
+        returnCacheDataElseLoad,
+        reloadIgnoringLocalAndRemoteCacheData,
+    };
 
     explicit UrlRequest(Url url, CachePolicy cachePolicy = CachePolicy::useProtocolCachePolicy,
                         double timeoutInterval = 60.0)
@@ -29,9 +34,11 @@ public:
     void setValue(const std::string& value, const std::string& headerField);
     void addValue(const std::string& value, const std::string& headerField);
     std::optional<std::string> value(const std::string& headerField) const;
-    const std::vector<std::pair<std::string, std::string>>& allHttpHeaderFields() const { return headers_; }
+    const std::vector<std::pair<std::string, std::string>>& allHttpHeaderFields() const {
+        return headers_;
+    }
 
-private:
+  private:
     std::vector<std::pair<std::string, std::string>> headers_;
 };
 

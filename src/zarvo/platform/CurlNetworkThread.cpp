@@ -1,0 +1,228 @@
+#include "zarvo/platform/CurlNetworkThread.h"
+
+#include <algorithm>
+#include <csignal>
+#include <pthread.h>
+
+namespace zarvo {
+namespace {
+
+constexpr long maximumCachedConnections = 64;
+constexpr int longestWaitMilliseconds = 1000;
+
+}  // namespace
+
+std::shared_ptr<CurlNetworkThread> CurlNetworkThread::shared() {
+    static const std::shared_ptr<CurlNetworkThread> instance =
+        std::make_shared<CurlNetworkThread>();
+    return instance;
+}
+
+CurlNetworkThread::CurlNetworkThread() {
+    static std::once_flag globalInit;
+    std::call_once(globalInit, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+    multi_.reset(curl_multi_init());
+    if (multi_) {
+        curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, maximumCachedConnections);
+    }
+    thread_ = std::thread([this] { run(); });
+}
+
+CurlNetworkThread::~CurlNetworkThread() {
+    {
+        std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    if (multi_) {
+        curl_multi_wakeup(multi_.get());
+    }
+    if (isCurrent()) {
+        thread_.detach();
+    } else if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void CurlNetworkThread::start(std::shared_ptr<CurlTransfer> transfer) {
+    if (!multi_) {
+        transfer->fail(UrlError::unknown, "The network thread could not be set up.");
+        return;
+    }
+    post({false, std::move(transfer)});
+}
+
+void CurlNetworkThread::cancel(std::shared_ptr<CurlTransfer> transfer) {
+    if (multi_) {
+        post({true, std::move(transfer)});
+    }
+}
+
+void CurlNetworkThread::post(Command command) {
+    bool wake = false;
+    {
+        std::lock_guard lock(mutex_);
+        inbox_.push_back(std::move(command));
+        wake = !wakePending_;
+        wakePending_ = true;
+    }
+    if (wake) {
+        curl_multi_wakeup(multi_.get());
+    }
+}
+
+void CurlNetworkThread::run() {
+    if (!multi_) {
+        return;
+    }
+    // A peer that closes while we write must not raise SIGPIPE against the process.
+    sigset_t pipeSignal;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
+
+    while (true) {
+        {
+            std::lock_guard lock(mutex_);
+            if (stopping_) {
+                break;
+            }
+        }
+        takeCommands();
+        int stillRunning = 0;
+        curl_multi_perform(multi_.get(), &stillRunning);
+        collectFinished();
+        failIdleTransfers();
+        curl_multi_poll(multi_.get(), nullptr, 0, nextWaitMilliseconds(), nullptr);
+    }
+    abandonAll();
+}
+
+void CurlNetworkThread::takeCommands() {
+    std::vector<Command> commands;
+    {
+        std::lock_guard lock(mutex_);
+        commands.swap(inbox_);
+        wakePending_ = false;
+    }
+    for (auto& command : commands) {
+        if (command.cancel) {
+            remove(command.transfer);
+        } else {
+            admit(std::move(command.transfer));
+        }
+    }
+}
+
+void CurlNetworkThread::admit(std::shared_ptr<CurlTransfer> transfer) {
+    HostSlots& slots = hosts_[transfer->hostKey()];
+    if (slots.running < transfer->maxConnectionsPerHost()) {
+        begin(std::move(transfer));
+    } else {
+        slots.waiting.push_back(std::move(transfer));
+    }
+}
+
+void CurlNetworkThread::begin(std::shared_ptr<CurlTransfer> transfer) {
+    CURL* easy = transfer->easy();
+    transfer->markStarted(CurlTransfer::Clock::now());
+    if (curl_multi_add_handle(multi_.get(), easy) != CURLM_OK) {
+        transfer->fail(UrlError::unknown, "The transfer could not be started.");
+        return;
+    }
+    hosts_[transfer->hostKey()].running += 1;
+    running_.emplace(easy, std::move(transfer));
+}
+
+void CurlNetworkThread::remove(const std::shared_ptr<CurlTransfer>& transfer) {
+    if (running_.count(transfer->easy()) != 0) {
+        release(transfer->easy());
+        return;
+    }
+    auto slots = hosts_.find(transfer->hostKey());
+    if (slots == hosts_.end()) {
+        return;  // already finished
+    }
+    auto& waiting = slots->second.waiting;
+    waiting.erase(std::remove(waiting.begin(), waiting.end(), transfer), waiting.end());
+    if (slots->second.running == 0 && waiting.empty()) {
+        hosts_.erase(slots);
+    }
+}
+
+std::shared_ptr<CurlTransfer> CurlNetworkThread::release(CURL* easy) {
+    auto found = running_.find(easy);
+    if (found == running_.end()) {
+        return nullptr;
+    }
+    std::shared_ptr<CurlTransfer> transfer = std::move(found->second);
+    running_.erase(found);
+    curl_multi_remove_handle(multi_.get(), easy);
+
+    auto slots = hosts_.find(transfer->hostKey());
+    if (slots != hosts_.end()) {
+        slots->second.running -= 1;
+        auto& waiting = slots->second.waiting;
+        if (!waiting.empty() && slots->second.running < waiting.front()->maxConnectionsPerHost()) {
+            auto next = std::move(waiting.front());
+            waiting.pop_front();
+            begin(std::move(next));
+        } else if (slots->second.running <= 0 && waiting.empty()) {
+            hosts_.erase(slots);
+        }
+    }
+    return transfer;
+}
+
+void CurlNetworkThread::collectFinished() {
+    int queued = 0;
+    while (CURLMsg* message = curl_multi_info_read(multi_.get(), &queued)) {
+        if (message->msg != CURLMSG_DONE) {
+            continue;
+        }
+        CURLcode result = message->data.result;
+        if (auto transfer = release(message->easy_handle)) {
+            transfer->complete(result);
+        }
+    }
+}
+
+void CurlNetworkThread::failIdleTransfers() {
+    auto now = CurlTransfer::Clock::now();
+    std::vector<CURL*> idle;
+    for (const auto& [easy, transfer] : running_) {
+        if (transfer->idleDeadline() <= now) {
+            idle.push_back(easy);
+        }
+    }
+    for (CURL* easy : idle) {
+        if (auto transfer = release(easy)) {
+            transfer->fail(UrlError::timedOut, "No data moved within the request's time-out.");
+        }
+    }
+}
+
+int CurlNetworkThread::nextWaitMilliseconds() {
+    long curlWait = -1;
+    curl_multi_timeout(multi_.get(), &curlWait);
+    long wait =
+        curlWait >= 0 ? std::min<long>(curlWait, longestWaitMilliseconds) : longestWaitMilliseconds;
+    auto now = CurlTransfer::Clock::now();
+    for (const auto& entry : running_) {
+        auto untilIdle =
+            std::chrono::ceil<std::chrono::milliseconds>(entry.second->idleDeadline() - now);
+        wait = std::min<long>(wait, std::max<long>(0, untilIdle.count()));
+    }
+    return static_cast<int>(wait);
+}
+
+void CurlNetworkThread::abandonAll() {
+    for (auto& [easy, transfer] : running_) {
+        curl_multi_remove_handle(multi_.get(), easy);
+    }
+    running_.clear();
+    hosts_.clear();
+    std::lock_guard lock(mutex_);
+    inbox_.clear();
+}
+
+}  // namespace zarvo

@@ -1,0 +1,354 @@
+#include "zarvo/platform/CurlTransfer.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+#include "zarvo/platform/HttpHeaderName.h"
+
+namespace zarvo {
+namespace {
+
+constexpr double defaultTimeoutSeconds = 60.0;
+constexpr long maximumRedirects = 16;
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+    return headerNamesEqual(a, b);
+}
+
+bool isValidHeaderName(const std::string& name) {
+    if (name.empty()) {
+        return false;
+    }
+    return std::none_of(name.begin(), name.end(),
+                        [](unsigned char c) { return c <= ' ' || c == ':' || c == 0x7f; });
+}
+
+// A header value on one line: CR and LF would split it into lines of their own.
+std::string singleLine(std::string value) {
+    std::replace_if(
+        value.begin(), value.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
+    return value;
+}
+
+std::string trimmed(std::string_view text) {
+    auto isSpace = [](char c) {
+        return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+    };
+    while (!text.empty() && isSpace(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && isSpace(text.back())) {
+        text.remove_suffix(1);
+    }
+    return std::string(text);
+}
+
+// The time-out without progress: the request's own unless it kept the default, then the
+// session's; an unusable value falls back to the default.
+double idleTimeoutSeconds(const UrlRequest& request, const UrlSessionConfiguration& configuration) {
+    auto usable = [](double seconds) {
+        return std::isfinite(seconds) && seconds > 0;
+    };
+    double seconds = request.timeoutInterval;
+    if (!usable(seconds) || seconds == defaultTimeoutSeconds) {
+        seconds = configuration.timeoutIntervalForRequest;
+    }
+    return usable(seconds) ? seconds : defaultTimeoutSeconds;
+}
+
+long millisecondsFor(double seconds) {
+    constexpr double cap = 365.0 * 24 * 3600 * 1000;
+    return static_cast<long>(std::clamp(seconds * 1000.0, 1.0, cap));
+}
+
+UrlError errorFor(CURLcode code) {
+    switch (code) {
+        case CURLE_UNSUPPORTED_PROTOCOL:
+            return UrlError::unsupportedUrl;
+        case CURLE_URL_MALFORMAT:
+            return UrlError::badUrl;
+        case CURLE_COULDNT_RESOLVE_HOST:
+        case CURLE_COULDNT_RESOLVE_PROXY:
+            return UrlError::cannotFindHost;
+        case CURLE_COULDNT_CONNECT:
+            return UrlError::cannotConnectToHost;
+        case CURLE_OPERATION_TIMEDOUT:
+            return UrlError::timedOut;
+        // The peer went away: before any byte of a response, or in the middle of one.
+        case CURLE_GOT_NOTHING:
+        case CURLE_SEND_ERROR:
+        case CURLE_RECV_ERROR:
+        case CURLE_PARTIAL_FILE:
+            return UrlError::networkConnectionLost;
+        // Bytes arrived that are not a well-formed HTTP response.
+        case CURLE_WEIRD_SERVER_REPLY:
+        case CURLE_HTTP2:
+        case CURLE_HTTP2_STREAM:
+        case CURLE_HTTP3:
+        case CURLE_RANGE_ERROR:
+            return UrlError::badServerResponse;
+        case CURLE_BAD_CONTENT_ENCODING:
+            return UrlError::cannotDecodeContentData;
+        case CURLE_TOO_MANY_REDIRECTS:
+            return UrlError::httpTooManyRedirects;
+        case CURLE_PEER_FAILED_VERIFICATION:
+        case CURLE_SSL_CACERT_BADFILE:
+        case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+        case CURLE_SSL_ISSUER_ERROR:
+            return UrlError::serverCertificateUntrusted;
+        case CURLE_SSL_CONNECT_ERROR:
+        case CURLE_SSL_ENGINE_NOTFOUND:
+        case CURLE_SSL_ENGINE_SETFAILED:
+        case CURLE_SSL_CERTPROBLEM:
+        case CURLE_SSL_CIPHER:
+        case CURLE_SSL_ENGINE_INITFAILED:
+        case CURLE_SSL_SHUTDOWN_FAILED:
+        case CURLE_SSL_CRL_BADFILE:
+        case CURLE_SSL_INVALIDCERTSTATUS:
+        case CURLE_SSL_CLIENTCERT:
+            return UrlError::secureConnectionFailed;
+        case CURLE_ABORTED_BY_CALLBACK:
+            return UrlError::cancelled;
+        default:
+            return UrlError::unknown;
+    }
+}
+
+}  // namespace
+
+std::variant<std::shared_ptr<CurlTransfer>, Error> CurlTransfer::make(
+    const UrlRequest& request, const UrlSessionConfiguration& configuration,
+    const std::string& connectionGroup, Finish finish) {
+    const std::string& text = request.url.absoluteString();
+    std::string scheme = request.url.scheme();
+    if (scheme != "http" && scheme != "https") {
+        return makeUrlError(UrlError::unsupportedUrl, text);
+    }
+    auto host = request.url.host();
+    if (!host || host->empty()) {
+        return makeUrlError(UrlError::badUrl, text, "The URL has no host.");
+    }
+    auto transfer = std::make_shared<CurlTransfer>(Token{});
+    transfer->url_ = text;
+    transfer->finish_ = std::move(finish);
+    int port = request.url.port().value_or(scheme == "https" ? 443 : 80);
+    transfer->hostKey_ =
+        connectionGroup + " " + scheme + "://" + *host + ":" + std::to_string(port);
+    transfer->maxConnectionsPerHost_ = std::max(1, configuration.httpMaximumConnectionsPerHost);
+    if (!transfer->configure(request, configuration)) {
+        return makeUrlError(UrlError::unknown, text, "The transfer could not be set up.");
+    }
+    return transfer;
+}
+
+CurlTransfer::~CurlTransfer() = default;
+
+bool CurlTransfer::configure(const UrlRequest& request,
+                             const UrlSessionConfiguration& configuration) {
+    easy_.reset(curl_easy_init());
+    CURL* h = easy_.get();
+    if (h == nullptr) {
+        return false;
+    }
+    bool ok = true;
+    auto set = [&](CURLoption option, auto value) {
+        ok = ok && curl_easy_setopt(h, option, value) == CURLE_OK;
+    };
+
+    set(CURLOPT_URL, url_.c_str());
+    set(CURLOPT_PRIVATE, static_cast<void*>(this));
+    set(CURLOPT_ERRORBUFFER, errorBuffer_.data());
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_FOLLOWLOCATION, 1L);
+    set(CURLOPT_MAXREDIRS, maximumRedirects);
+    set(CURLOPT_ACCEPT_ENCODING, "");
+    // Loopback peers (the SDK's own servers) are never reached through a proxy.
+    set(CURLOPT_NOPROXY, "127.0.0.1,localhost,::1");
+
+    set(CURLOPT_HEADERFUNCTION, &CurlTransfer::onHeader);
+    set(CURLOPT_HEADERDATA, static_cast<void*>(this));
+    set(CURLOPT_WRITEFUNCTION, &CurlTransfer::onBody);
+    set(CURLOPT_WRITEDATA, static_cast<void*>(this));
+    set(CURLOPT_XFERINFOFUNCTION, &CurlTransfer::onProgress);
+    set(CURLOPT_XFERINFODATA, static_cast<void*>(this));
+    set(CURLOPT_NOPROGRESS, 0L);
+
+    double idleSeconds = idleTimeoutSeconds(request, configuration);
+    idleTimeout_ =
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(idleSeconds));
+    set(CURLOPT_CONNECTTIMEOUT_MS, millisecondsFor(idleSeconds));
+    double resourceSeconds = configuration.timeoutIntervalForResource;
+    if (std::isfinite(resourceSeconds) && resourceSeconds > 0) {
+        set(CURLOPT_TIMEOUT_MS, millisecondsFor(resourceSeconds));
+    }
+
+    const std::string& method = request.httpMethod;
+    if (equalsIgnoringCase(method, "HEAD")) {
+        set(CURLOPT_NOBODY, 1L);
+    } else if (equalsIgnoringCase(method, "POST")) {
+        requestBody_ = request.httpBody.value_or(Data());
+        set(CURLOPT_POST, 1L);
+        set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(requestBody_.size()));
+        set(CURLOPT_POSTFIELDS, requestBody_.data());
+    } else if (!method.empty() && !equalsIgnoringCase(method, "GET")) {
+        set(CURLOPT_CUSTOMREQUEST, method.c_str());
+        if (request.httpBody) {
+            requestBody_ = *request.httpBody;
+            set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(requestBody_.size()));
+            set(CURLOPT_POSTFIELDS, requestBody_.data());
+        }
+    }
+
+    // Header lines: the request's own, then the session's for names the request left unset.
+    std::vector<std::pair<std::string, std::string>> headers;
+    auto requestSets = [&](const std::string& name) {
+        return request.value(name).has_value();
+    };
+    for (const auto& header : request.allHttpHeaderFields()) {
+        headers.push_back(header);
+    }
+    for (const auto& header : configuration.httpAdditionalHeaders) {
+        if (!requestSets(header.first)) {
+            headers.push_back(header);
+        }
+    }
+    auto policy = request.cachePolicy;
+    if ((policy == UrlRequest::CachePolicy::reloadIgnoringLocalCacheData ||
+         policy == UrlRequest::CachePolicy::reloadIgnoringLocalAndRemoteCacheData) &&
+        !requestSets("Cache-Control")) {
+        headers.emplace_back("Cache-Control", "no-cache");
+    }
+    if (!requestSets("Expect")) {
+        // Bodies go at once, without waiting for a "100 Continue".
+        headers.emplace_back("Expect", "");
+    }
+    curl_slist* list = nullptr;
+    for (const auto& [name, value] : headers) {
+        if (!isValidHeaderName(name)) {
+            continue;
+        }
+        std::string line = singleLine(value);
+        // "Name;" is how curl sends a header with an empty value ("Name:" would remove it).
+        line = line.empty() ? name + ";" : name + ": " + line;
+        curl_slist* grown = curl_slist_append(list, line.c_str());
+        if (grown == nullptr) {
+            curl_slist_free_all(list);
+            return false;
+        }
+        list = grown;
+    }
+    headerList_.reset(list);
+    if (list != nullptr) {
+        set(CURLOPT_HTTPHEADER, list);
+    }
+    return ok;
+}
+
+size_t CurlTransfer::onHeader(char* data, size_t size, size_t count, void* self) {
+    auto* transfer = static_cast<CurlTransfer*>(self);
+    size_t length = size * count;
+    transfer->lastProgress_ = Clock::now();
+    std::string_view line(data, length);
+    if (line.starts_with("HTTP/")) {
+        // A new response (a redirect's target, or the answer after "100 Continue"): only the
+        // last one's headers are kept.
+        transfer->responseHeaders_.clear();
+        return length;
+    }
+    std::string text = trimmed(line);
+    if (text.empty()) {
+        return length;
+    }
+    if ((line.front() == ' ' || line.front() == '\t') && !transfer->responseHeaders_.empty()) {
+        transfer->responseHeaders_.back().second += " " + text;  // a folded continuation line
+        return length;
+    }
+    auto colon = text.find(':');
+    if (colon == std::string::npos) {
+        return length;
+    }
+    transfer->responseHeaders_.emplace_back(trimmed(std::string_view(text).substr(0, colon)),
+                                            trimmed(std::string_view(text).substr(colon + 1)));
+    return length;
+}
+
+size_t CurlTransfer::onBody(char* data, size_t size, size_t count, void* self) {
+    auto* transfer = static_cast<CurlTransfer*>(self);
+    size_t length = size * count;
+    transfer->lastProgress_ = Clock::now();
+    transfer->body_.append(data, length);
+    return length;
+}
+
+int CurlTransfer::onProgress(void* self, curl_off_t, curl_off_t downloaded, curl_off_t,
+                             curl_off_t uploaded) {
+    auto* transfer = static_cast<CurlTransfer*>(self);
+    if (downloaded != transfer->lastDownloaded_ || uploaded != transfer->lastUploaded_) {
+        transfer->lastDownloaded_ = downloaded;
+        transfer->lastUploaded_ = uploaded;
+        transfer->lastProgress_ = Clock::now();
+    }
+    return 0;
+}
+
+CurlTransfer::Outcome CurlTransfer::responseOutcome() {
+    CURL* h = easy_.get();
+    long status = 0;
+    curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &status);
+    if (status <= 0) {
+        return {std::nullopt, std::nullopt,
+                makeUrlError(UrlError::badServerResponse, url_, "No HTTP status arrived.")};
+    }
+    const char* effective = nullptr;
+    curl_easy_getinfo(h, CURLINFO_EFFECTIVE_URL, &effective);
+    std::optional<Url> finalUrl = effective != nullptr ? Url::parse(effective) : std::nullopt;
+    if (!finalUrl) {
+        finalUrl = Url::parse(url_);
+    }
+    if (!finalUrl) {
+        return {std::nullopt, std::nullopt, makeUrlError(UrlError::badUrl, url_)};
+    }
+    HttpUrlResponse response{*finalUrl, static_cast<int>(status), std::move(responseHeaders_), -1};
+    // A Content-Length counts encoded bytes; the body is handed over decoded.
+    auto encoding = response.value("Content-Encoding");
+    bool encoded = encoding && !encoding->empty() && !headerNamesEqual(*encoding, "identity");
+    auto length = response.value("Content-Length");
+    if (length && !encoded) {
+        long long parsed = -1;
+        auto [end, error] =
+            std::from_chars(length->data(), length->data() + length->size(), parsed);
+        if (error == std::errc() && end == length->data() + length->size() && parsed >= 0) {
+            response.expectedContentLength = parsed;
+        }
+    }
+    return {std::move(body_), std::move(response), std::nullopt};
+}
+
+void CurlTransfer::complete(CURLcode code) {
+    if (code == CURLE_OK) {
+        deliver(responseOutcome());
+        return;
+    }
+    std::string detail = errorBuffer_.c_str();
+    if (detail.empty()) {
+        detail = curl_easy_strerror(code);
+    }
+    fail(errorFor(code), detail);
+}
+
+void CurlTransfer::fail(UrlError code, const std::string& detail) {
+    deliver({std::nullopt, std::nullopt, makeUrlError(code, url_, detail)});
+}
+
+void CurlTransfer::deliver(Outcome outcome) {
+    Finish finish = std::move(finish_);
+    finish_ = nullptr;
+    if (finish) {
+        finish(std::move(outcome));
+    }
+}
+
+}  // namespace zarvo

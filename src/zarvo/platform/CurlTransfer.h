@@ -1,0 +1,98 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include <curl/curl.h>
+
+#include "zarvo/platform/CurlHandles.h"
+#include "zarvo/platform/Data.h"
+#include "zarvo/platform/Error.h"
+#include "zarvo/platform/HttpUrlResponse.h"
+#include "zarvo/platform/UrlError.h"
+#include "zarvo/platform/UrlRequest.h"
+#include "zarvo/platform/UrlSessionConfiguration.h"
+
+namespace zarvo {
+
+// One HTTP exchange on a curl easy handle: the request made into curl options, and the body
+// and headers of the response collected while CurlNetworkThread drives it. Built on any
+// thread; after start it is touched only by the network thread.
+class CurlTransfer {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    // What a transfer ends with: a response (any status) with its body, or an error.
+    struct Outcome {
+        std::optional<Data> data;
+        std::optional<HttpUrlResponse> response;
+        std::optional<Error> error;
+    };
+    using Finish = std::function<void(Outcome)>;
+
+    // The transfer for `request`, or the error that stops it before it starts (a scheme
+    // other than http/https, no host). `connectionGroup` names the owner whose connections
+    // per host are limited together. `finish` is called once, on the network thread.
+    static std::variant<std::shared_ptr<CurlTransfer>, Error> make(
+        const UrlRequest& request, const UrlSessionConfiguration& configuration,
+        const std::string& connectionGroup, Finish finish);
+
+    ~CurlTransfer();
+    CurlTransfer(const CurlTransfer&) = delete;
+    CurlTransfer& operator=(const CurlTransfer&) = delete;
+
+    CURL* easy() const { return easy_.get(); }
+    // The connection group and origin this transfer counts against.
+    const std::string& hostKey() const { return hostKey_; }
+    int maxConnectionsPerHost() const { return maxConnectionsPerHost_; }
+
+    // Called when curl takes the transfer up: the idle clock starts here.
+    void markStarted(Clock::time_point now) { lastProgress_ = now; }
+    // When the transfer fails as timed out unless some bytes move before.
+    Clock::time_point idleDeadline() const { return lastProgress_ + idleTimeout_; }
+
+    // Ends the transfer with curl's result, or with an error of our own (a time-out).
+    void complete(CURLcode code);
+    void fail(UrlError code, const std::string& detail);
+
+  private:
+    struct Token {
+        explicit Token() = default;
+    };
+
+  public:
+    explicit CurlTransfer(Token) {}
+
+  private:
+    bool configure(const UrlRequest& request, const UrlSessionConfiguration& configuration);
+    void deliver(Outcome outcome);
+    Outcome responseOutcome();
+
+    static size_t onHeader(char* data, size_t size, size_t count, void* self);
+    static size_t onBody(char* data, size_t size, size_t count, void* self);
+    static int onProgress(void* self, curl_off_t downloadTotal, curl_off_t downloaded,
+                          curl_off_t uploadTotal, curl_off_t uploaded);
+
+    CurlEasy easy_;
+    CurlSlist headerList_;
+    std::string url_;
+    std::string hostKey_;
+    std::string requestBody_;
+    int maxConnectionsPerHost_ = 6;
+    Clock::duration idleTimeout_{};
+    Clock::time_point lastProgress_{};
+    curl_off_t lastDownloaded_ = 0;
+    curl_off_t lastUploaded_ = 0;
+
+    Data body_;
+    std::vector<std::pair<std::string, std::string>> responseHeaders_;
+    std::string errorBuffer_ = std::string(CURL_ERROR_SIZE, '\0');
+    Finish finish_;
+};
+
+}  // namespace zarvo

@@ -1,0 +1,248 @@
+#include "zarvo/platform/UrlSession.h"
+
+#include <atomic>
+#include <mutex>
+#include <vector>
+
+#include "zarvo/platform/CurlNetworkThread.h"
+#include "zarvo/platform/CurlTransfer.h"
+#include "zarvo/platform/UrlError.h"
+
+namespace zarvo {
+namespace {
+
+// A data task: made suspended, started by resume(). Its outcome is decided once (by the
+// transfer, by cancel() or by a failure before the start) and then delivered on the
+// delegate queue. While it runs, the transfer's finish callback holds the task, so a task
+// nobody else keeps still completes.
+class SessionDataTask : public UrlSessionDataTask,
+                        public std::enable_shared_from_this<SessionDataTask> {
+  public:
+    SessionDataTask(std::size_t identifier, UrlRequest request, Completion completion,
+                    UrlSessionConfiguration configuration, std::string connectionGroup,
+                    std::shared_ptr<DispatchQueue> delegateQueue,
+                    std::shared_ptr<CurlNetworkThread> network, bool sessionInvalidated)
+        : identifier_(identifier),
+          request_(std::move(request)),
+          configuration_(std::move(configuration)),
+          connectionGroup_(std::move(connectionGroup)),
+          delegateQueue_(std::move(delegateQueue)),
+          network_(std::move(network)),
+          completion_(std::move(completion)),
+          failsAsCancelled_(sessionInvalidated) {}
+
+    void resume() override {
+        std::unique_lock lock(mutex_);
+        if (state_ != State::suspended || started_) {
+            return;
+        }
+        started_ = true;
+        if (failsAsCancelled_) {
+            lock.unlock();
+            cancel();
+            return;
+        }
+        auto made = CurlTransfer::make(request_, configuration_, connectionGroup_,
+                                       [self = shared_from_this()](CurlTransfer::Outcome outcome) {
+                                           self->transferFinished(std::move(outcome));
+                                       });
+        if (auto* error = std::get_if<Error>(&made)) {
+            decided_ = true;
+            state_ = State::completed;
+            lock.unlock();
+            post({std::nullopt, std::nullopt, std::move(*error)});
+            return;
+        }
+        transfer_ = std::get<std::shared_ptr<CurlTransfer>>(std::move(made));
+        state_ = State::running;
+        auto transfer = transfer_;
+        lock.unlock();
+        network_->start(std::move(transfer));
+    }
+
+    void cancel() override {
+        std::shared_ptr<CurlTransfer> transfer;
+        {
+            std::lock_guard lock(mutex_);
+            if (decided_) {
+                return;
+            }
+            decided_ = true;
+            state_ = State::canceling;
+            transfer = std::move(transfer_);
+        }
+        if (transfer) {
+            network_->cancel(std::move(transfer));
+        }
+        post({std::nullopt, std::nullopt,
+              makeUrlError(UrlError::cancelled, request_.url.absoluteString())});
+    }
+
+    State state() const override {
+        std::lock_guard lock(mutex_);
+        return state_;
+    }
+    std::size_t taskIdentifier() const override { return identifier_; }
+    const UrlRequest& originalRequest() const override { return request_; }
+    std::optional<std::string> taskDescription() const override {
+        std::lock_guard lock(mutex_);
+        return description_;
+    }
+    void setTaskDescription(std::optional<std::string> description) override {
+        std::lock_guard lock(mutex_);
+        description_ = std::move(description);
+    }
+
+    // Still to be resumed or running: what invalidateAndCancel stops.
+    bool isOutstanding() const {
+        std::lock_guard lock(mutex_);
+        return !decided_;
+    }
+
+  private:
+    void transferFinished(CurlTransfer::Outcome outcome) {
+        {
+            std::lock_guard lock(mutex_);
+            if (decided_) {
+                return;
+            }
+            decided_ = true;
+            state_ = State::completed;
+            transfer_.reset();
+        }
+        post(std::move(outcome));
+    }
+
+    void post(CurlTransfer::Outcome outcome) {
+        delegateQueue_->async([self = shared_from_this(), outcome = std::move(outcome)]() mutable {
+            self->deliver(std::move(outcome));
+        });
+    }
+
+    void deliver(CurlTransfer::Outcome outcome) {
+        Completion completion;
+        {
+            std::lock_guard lock(mutex_);
+            state_ = State::completed;
+            completion = std::move(completion_);
+            completion_ = nullptr;
+        }
+        if (completion) {
+            completion(std::move(outcome.data), std::move(outcome.response),
+                       std::move(outcome.error));
+        }
+    }
+
+    const std::size_t identifier_;
+    const UrlRequest request_;
+    const UrlSessionConfiguration configuration_;
+    const std::string connectionGroup_;
+    const std::shared_ptr<DispatchQueue> delegateQueue_;
+    const std::shared_ptr<CurlNetworkThread> network_;
+
+    mutable std::mutex mutex_;
+    Completion completion_;
+    std::shared_ptr<CurlTransfer> transfer_;
+    std::optional<std::string> description_;
+    State state_ = State::suspended;
+    bool started_ = false;
+    bool decided_ = false;
+    const bool failsAsCancelled_;
+};
+
+std::string nextConnectionGroup() {
+    static std::atomic<unsigned long> counter{0};
+    return "session-" + std::to_string(++counter);
+}
+
+class CurlUrlSession : public UrlSession {
+  public:
+    CurlUrlSession(UrlSessionConfiguration configuration,
+                   std::shared_ptr<DispatchQueue> delegateQueue)
+        : configuration_(std::move(configuration)),
+          delegateQueue_(std::move(delegateQueue)),
+          network_(CurlNetworkThread::shared()),
+          connectionGroup_(nextConnectionGroup()) {}
+
+    const UrlSessionConfiguration& configuration() const override { return configuration_; }
+    std::shared_ptr<DispatchQueue> delegateQueue() const override { return delegateQueue_; }
+
+    std::shared_ptr<UrlSessionDataTask> dataTask(
+        UrlRequest request, UrlSessionDataTask::Completion completion) override {
+        std::lock_guard lock(mutex_);
+        auto task = std::make_shared<SessionDataTask>(
+            ++lastIdentifier_, std::move(request), std::move(completion), configuration_,
+            connectionGroup_, delegateQueue_, network_, invalidated_);
+        if (!invalidated_) {
+            forgetFinishedTasks();
+            tasks_.push_back(task);
+        }
+        return task;
+    }
+
+    void invalidateAndCancel() override {
+        std::vector<std::shared_ptr<SessionDataTask>> outstanding;
+        {
+            std::lock_guard lock(mutex_);
+            invalidated_ = true;
+            for (const auto& weakTask : tasks_) {
+                if (auto task = weakTask.lock()) {
+                    outstanding.push_back(std::move(task));
+                }
+            }
+            tasks_.clear();
+        }
+        for (const auto& task : outstanding) {
+            task->cancel();
+        }
+    }
+
+    void finishTasksAndInvalidate() override {
+        std::lock_guard lock(mutex_);
+        invalidated_ = true;
+        tasks_.clear();
+    }
+
+  private:
+    // Drops finished tasks from the list; amortised by letting the list double first.
+    void forgetFinishedTasks() {
+        if (tasks_.size() < pruneAt_) {
+            return;
+        }
+        std::erase_if(tasks_, [](const std::weak_ptr<SessionDataTask>& weakTask) {
+            auto task = weakTask.lock();
+            return !task || !task->isOutstanding();
+        });
+        pruneAt_ = std::max<std::size_t>(64, tasks_.size() * 2);
+    }
+
+    const UrlSessionConfiguration configuration_;
+    const std::shared_ptr<DispatchQueue> delegateQueue_;
+    const std::shared_ptr<CurlNetworkThread> network_;
+    const std::string connectionGroup_;
+
+    std::mutex mutex_;
+    std::vector<std::weak_ptr<SessionDataTask>> tasks_;
+    std::size_t pruneAt_ = 64;
+    std::size_t lastIdentifier_ = 0;
+    bool invalidated_ = false;
+};
+
+}  // namespace
+
+std::shared_ptr<UrlSession> UrlSession::shared() {
+    static const std::shared_ptr<UrlSession> session =
+        make(UrlSessionConfiguration::defaultConfiguration(),
+             DispatchQueue::serial("zarvo.UrlSession.shared"));
+    return session;
+}
+
+std::shared_ptr<UrlSession> UrlSession::make(UrlSessionConfiguration configuration,
+                                             std::shared_ptr<DispatchQueue> delegateQueue) {
+    if (!delegateQueue) {
+        delegateQueue = DispatchQueue::serial("zarvo.UrlSession.delegate");
+    }
+    return std::make_shared<CurlUrlSession>(std::move(configuration), std::move(delegateQueue));
+}
+
+}  // namespace zarvo

@@ -1,0 +1,281 @@
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <netinet/in.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/RunLoop.h"
+#include "zarvo/platform/UrlError.h"
+#include "zarvo/platform/UrlSession.h"
+
+#include "support/TestHttpServer.h"
+
+namespace zarvo {
+namespace {
+
+using test::TestHttpServer;
+using namespace std::chrono_literals;
+
+constexpr auto safetyTimeout = 20s;
+
+struct Outcome {
+    std::optional<Data> data;
+    std::optional<HttpUrlResponse> response;
+    std::optional<Error> error;
+    bool ranOnDelegateQueue = false;
+};
+
+// Starts a task and waits (with a safety time-out) for its completion.
+class PendingFetch {
+  public:
+    PendingFetch(UrlSession& session, UrlRequest request)
+        : promise_(std::make_shared<std::promise<Outcome>>()), future_(promise_->get_future()) {
+        auto queue = session.delegateQueue();
+        task_ = session.dataTask(
+            std::move(request), [promise = promise_, queue](auto data, auto response, auto error) {
+                promise->set_value(
+                    {std::move(data), std::move(response), std::move(error), queue->isCurrent()});
+            });
+        task_->resume();
+    }
+
+    Outcome wait() {
+        if (future_.wait_for(safetyTimeout) != std::future_status::ready) {
+            ADD_FAILURE() << "the task did not complete";
+            return {};
+        }
+        return future_.get();
+    }
+
+    UrlSessionDataTask& task() { return *task_; }
+
+  private:
+    std::shared_ptr<std::promise<Outcome>> promise_;
+    std::future<Outcome> future_;
+    std::shared_ptr<UrlSessionDataTask> task_;
+};
+
+Outcome fetch(UrlSession& session, UrlRequest request) {
+    return PendingFetch(session, std::move(request)).wait();
+}
+
+Url urlOf(const std::string& text) {
+    auto url = Url::parse(text);
+    EXPECT_TRUE(url) << text;
+    return url.value_or(Url::fileUrl("/"));
+}
+
+long errorCode(const Outcome& outcome) {
+    return outcome.error ? outcome.error->code() : 0;
+}
+
+class UrlSessionTest : public ::testing::Test {
+  protected:
+    TestHttpServer server;
+    std::shared_ptr<UrlSession> session =
+        UrlSession::make(UrlSessionConfiguration::defaultConfiguration());
+
+    UrlRequest request(const std::string& path) { return UrlRequest(urlOf(server.url(path))); }
+};
+
+TEST_F(UrlSessionTest, GetDeliversBodyStatusHeadersAndLengthOnTheDelegateQueue) {
+    auto reply = TestHttpServer::Response::text("hello there");
+    reply.headers = {{"X-Custom", "one"}};
+    reply.contentType = "application/vnd.apple.mpegurl; charset=UTF-8";
+    server.on("/hello", reply);
+
+    Outcome outcome = fetch(*session, request("/hello?a=1"));
+
+    ASSERT_FALSE(outcome.error) << outcome.error->description();
+    ASSERT_TRUE(outcome.response);
+    EXPECT_EQ(*outcome.data, "hello there");
+    EXPECT_EQ(outcome.response->statusCode, 200);
+    EXPECT_EQ(outcome.response->url.absoluteString(), server.url("/hello?a=1"));
+    EXPECT_EQ(outcome.response->value("x-custom"), "one");
+    EXPECT_EQ(outcome.response->expectedContentLength, 11);
+    EXPECT_EQ(outcome.response->mimeType(), "application/vnd.apple.mpegurl");
+    EXPECT_TRUE(outcome.ranOnDelegateQueue);
+    ASSERT_EQ(server.requests().size(), 1u);
+    EXPECT_EQ(server.requests()[0].rawQuery, "a=1");
+}
+
+TEST_F(UrlSessionTest, ErrorStatusesAreResponsesNotErrors) {
+    server.on("/broken", TestHttpServer::Response::text("it broke", 500));
+
+    Outcome missing = fetch(*session, request("/nowhere"));
+    Outcome broken = fetch(*session, request("/broken"));
+
+    ASSERT_FALSE(missing.error);
+    EXPECT_EQ(missing.response->statusCode, 404);
+    ASSERT_FALSE(broken.error);
+    EXPECT_EQ(broken.response->statusCode, 500);
+    EXPECT_EQ(*broken.data, "it broke");
+}
+
+TEST_F(UrlSessionTest, RedirectsAreFollowedAndTheFinalResponseReported) {
+    auto first = TestHttpServer::Response::redirect("/second");
+    first.headers = {{"X-First", "yes"}};
+    server.on("/first", first);
+    server.on("/second", TestHttpServer::Response::redirect(server.url("/final")));
+    auto last = TestHttpServer::Response::text("arrived");
+    last.headers = {{"X-Final", "yes"}};
+    server.on("/final", last);
+
+    Outcome outcome = fetch(*session, request("/first"));
+
+    ASSERT_FALSE(outcome.error);
+    EXPECT_EQ(outcome.response->statusCode, 200);
+    EXPECT_EQ(outcome.response->url.absoluteString(), server.url("/final"));
+    EXPECT_EQ(*outcome.data, "arrived");
+    EXPECT_EQ(outcome.response->value("X-Final"), "yes");
+    EXPECT_FALSE(outcome.response->value("X-First"));
+}
+
+TEST_F(UrlSessionTest, PostSendsBodyAndMergesSessionHeaders) {
+    server.on("/licence", TestHttpServer::Response::text("key"));
+    UrlSessionConfiguration configuration;
+    configuration.httpAdditionalHeaders = {{"X-Session", "session"},
+                                           {"Content-Type", "text/plain"}};
+    auto configured = UrlSession::make(configuration);
+    UrlRequest post = request("/licence");
+    post.httpMethod = "POST";
+    post.httpBody = std::string("spc\0bytes", 9);
+    post.setValue("application/octet-stream", "Content-Type");
+    post.setValue("abc", "X-Token");
+
+    Outcome outcome = fetch(*configured, post);
+
+    ASSERT_FALSE(outcome.error);
+    EXPECT_EQ(*outcome.data, "key");
+    auto log = server.requests();
+    ASSERT_EQ(log.size(), 1u);
+    const auto& received = log[0];
+    EXPECT_EQ(received.method, "POST");
+    EXPECT_EQ(received.body, std::string("spc\0bytes", 9));
+    EXPECT_EQ(received.header("content-type"), "application/octet-stream");
+    EXPECT_EQ(received.header("X-Token"), "abc");
+    EXPECT_EQ(received.header("X-Session"), "session");
+}
+
+TEST_F(UrlSessionTest, HeadReportsLengthWithoutBody) {
+    auto playlist = TestHttpServer::Response::text("#EXTM3U\n");
+    playlist.contentType = "application/vnd.apple.mpegurl";
+    server.on("/master.m3u8", playlist);
+    UrlRequest head = request("/master.m3u8");
+    head.httpMethod = "HEAD";
+
+    Outcome outcome = fetch(*session, head);
+
+    ASSERT_FALSE(outcome.error);
+    EXPECT_EQ(outcome.response->statusCode, 200);
+    EXPECT_EQ(outcome.response->expectedContentLength, 8);
+    ASSERT_TRUE(outcome.data);
+    EXPECT_TRUE(outcome.data->empty());
+    EXPECT_EQ(server.requests().at(0).method, "HEAD");
+}
+
+TEST_F(UrlSessionTest, CompressedBodiesArriveDecodedWithUnknownLength) {
+    std::string text;
+    for (int i = 0; i < 200; ++i) {
+        text += "#EXTINF:6.0,\nsegment" + std::to_string(i) + ".ts\n";
+    }
+    server.on("/media.txt", TestHttpServer::Response::text(text));
+
+    Outcome outcome = fetch(*session, request("/media.txt"));
+
+    ASSERT_FALSE(outcome.error);
+    EXPECT_EQ(*outcome.data, text);
+    ASSERT_TRUE(outcome.response->value("Content-Encoding"));
+    EXPECT_EQ(outcome.response->expectedContentLength, -1);
+}
+
+TEST_F(UrlSessionTest, ReloadIgnoringCacheAsksCachesNotToAnswer) {
+    server.on("/a", TestHttpServer::Response::text("a"));
+    UrlRequest reload(urlOf(server.url("/a")),
+                      UrlRequest::CachePolicy::reloadIgnoringLocalCacheData);
+
+    fetch(*session, reload);
+    fetch(*session, request("/a"));
+
+    auto received = server.requests();
+    ASSERT_EQ(received.size(), 2u);
+    EXPECT_EQ(received[0].header("Cache-Control"), "no-cache");
+    EXPECT_FALSE(received[1].header("Cache-Control"));
+}
+
+TEST_F(UrlSessionTest, DroppedConnectionAndTimeOutAreDistinctErrors) {
+    server.on("/drop", TestHttpServer::Response::dropped());
+    auto slow = TestHttpServer::Response::text("late");
+    slow.delaySeconds = 60;
+    server.on("/slow", slow);
+    UrlRequest impatient = request("/slow");
+    impatient.timeoutInterval = 0.3;
+
+    Outcome dropped = fetch(*session, request("/drop"));
+    Outcome timedOut = fetch(*session, impatient);
+
+    ASSERT_TRUE(dropped.error);
+    EXPECT_TRUE(isUrlError(*dropped.error, UrlError::networkConnectionLost))
+        << dropped.error->description();
+    EXPECT_EQ(dropped.error->domain(), "NSURLErrorDomain");
+    EXPECT_EQ(dropped.error->userInfoValue("NSErrorFailingURLStringKey"), server.url("/drop"));
+    EXPECT_FALSE(dropped.response);
+    ASSERT_TRUE(timedOut.error);
+    EXPECT_EQ(errorCode(timedOut), -1001) << timedOut.error->description();
+    EXPECT_EQ(timedOut.error->userInfoValue("NSErrorFailingURLStringKey"), server.url("/slow"));
+}
+
+TEST_F(UrlSessionTest, RefusedConnectionCannotConnectToHost) {
+    // A bound socket that does not listen refuses connections, and keeps its port taken.
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    socklen_t length = sizeof address;
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    std::string url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/x";
+
+    Outcome outcome = fetch(*session, UrlRequest(urlOf(url)));
+    ::close(fd);
+
+    EXPECT_EQ(errorCode(outcome), -1004);
+}
+
+TEST_F(UrlSessionTest, TlsWithAPlainServerFailsAsSecureConnection) {
+    server.on("/a", TestHttpServer::Response::text("a"));
+    std::string url = "https://127.0.0.1:" + std::to_string(server.port()) + "/a";
+
+    Outcome outcome = fetch(*session, UrlRequest(urlOf(url)));
+
+    EXPECT_EQ(errorCode(outcome), static_cast<long>(UrlError::secureConnectionFailed));
+}
+
+TEST_F(UrlSessionTest, UnsupportedSchemesFailWithoutARequest) {
+    for (const char* text : {"ftp://127.0.0.1/file", "skd://content-id", "file:///etc/hostname"}) {
+        Outcome outcome = fetch(*session, UrlRequest(urlOf(text)));
+        ASSERT_TRUE(outcome.error) << text;
+        EXPECT_TRUE(isUrlError(*outcome.error, UrlError::unsupportedUrl)) << text;
+        EXPECT_EQ(outcome.error->userInfoValue("NSErrorFailingURLStringKey"), text);
+        EXPECT_TRUE(outcome.ranOnDelegateQueue);
+    }
+    EXPECT_TRUE(server.requests().empty());
+}
+
+TEST_F(UrlSessionTest, SequentialRequestsReuseOneConnection) {
+    server.on("/segment.ts", TestHttpServer::Response::text(std::string(1000, 's')));
+    for (int i = 0; i < 5; ++i) {
+        Outcome outcome = fetch(*session, request("/segment.ts"));
+        ASSERT_EQ(outcome.response->statusCode, 200);
+    }
+    EXPECT_EQ(server.connectionCount(), 1u);
+}
+
+}  // namespace
+}  // namespace zarvo
