@@ -1,0 +1,78 @@
+#include <gtest/gtest.h>
+
+#include "origin/FaultInjector.h"
+
+namespace zarvo::origin {
+namespace {
+
+TEST(Fault, ParsesStatusAndDelaySpecifications) {
+    auto status = Fault::parseStatus("/vod/v2/:503:3");
+    ASSERT_TRUE(status);
+    EXPECT_EQ(status->pathPrefix, "/vod/v2/");
+    EXPECT_EQ(status->status, 503);
+    EXPECT_EQ(status->count, 3);
+
+    auto forever = Fault::parseStatus("/fps/license:500");
+    ASSERT_TRUE(forever);
+    EXPECT_EQ(forever->status, 500);
+    EXPECT_EQ(forever->count, std::nullopt);
+
+    auto delay = Fault::parseDelay("/track/:1500");
+    ASSERT_TRUE(delay);
+    EXPECT_EQ(delay->pathPrefix, "/track/");
+    EXPECT_DOUBLE_EQ(delay->delaySeconds, 1.5);
+    EXPECT_EQ(delay->status, std::nullopt);
+}
+
+TEST(Fault, RejectsMalformedSpecifications) {
+    for (const char* spec : {"", "/vod", "/vod:", "/vod:abc", "vod:404", "/vod:99", "/vod:600",
+                             "/vod:-1", ":404", "/vod:404:x:1"}) {
+        EXPECT_FALSE(Fault::parseStatus(spec)) << spec;
+    }
+    for (const char* spec : {"", "/track", "/track:", "/track:1.5", "track:10", "/t:-5"}) {
+        EXPECT_FALSE(Fault::parseDelay(spec)) << spec;
+    }
+}
+
+TEST(FaultInjector, AppliesLimitedFaultsToTheNextMatchingRequestsOnly) {
+    FaultInjector faults;
+    faults.add(*Fault::parseStatus("/vod/:503:2"));
+    EXPECT_FALSE(faults.take("/live/master.m3u8"));
+    EXPECT_EQ(faults.take("/vod/master.m3u8")->status, 503);
+    EXPECT_EQ(faults.take("/vod/v0/seg1.ts")->status, 503);
+    EXPECT_FALSE(faults.take("/vod/master.m3u8"));
+    EXPECT_TRUE(faults.faults().empty());
+}
+
+TEST(FaultInjector, FirstMatchingFaultWinsAndCanBeRemovedOrCleared) {
+    FaultInjector faults;
+    faults.add(*Fault::parseStatus("/vod/v0/:404"));
+    faults.add(*Fault::parseStatus("/vod/:500"));
+    EXPECT_EQ(faults.take("/vod/v0/seg0.ts")->status, 404);
+    EXPECT_EQ(faults.take("/vod/v1/index.m3u8")->status, 500);
+    faults.remove("/vod/v0/");
+    EXPECT_EQ(faults.take("/vod/v0/seg0.ts")->status, 500);
+    faults.clear();
+    EXPECT_FALSE(faults.take("/vod/v0/seg0.ts"));
+
+    faults.add(*Fault::parseStatus("/vod/:500:0"));
+    EXPECT_FALSE(faults.take("/vod/master.m3u8"));
+}
+
+TEST(FaultInjector, AFractionAffectsAboutThatShareOfRequests) {
+    FaultInjector faults;
+    Fault fault;
+    fault.pathPrefix = "/";
+    fault.dropConnection = true;
+    fault.fraction = 0.25;
+    faults.add(fault);
+    int hits = 0;
+    for (int i = 0; i < 1000; ++i) {
+        hits += faults.take("/vod/master.m3u8") ? 1 : 0;
+    }
+    EXPECT_GT(hits, 180);
+    EXPECT_LT(hits, 320);
+}
+
+}  // namespace
+}  // namespace zarvo::origin

@@ -1,0 +1,300 @@
+#include <regex>
+
+#include <gtest/gtest.h>
+
+#include "zarvo/media/ContentKeyRequest.h"
+#include "zarvo/platform/Json.h"
+
+#include "OriginTestSupport.h"
+
+namespace zarvo::origin::test {
+namespace {
+
+std::vector<std::string> uriLines(const std::string& playlist) {
+    std::vector<std::string> uris;
+    std::istringstream in(playlist);
+    std::string line;
+    while (std::getline(in, line)) {
+        if (!line.empty() && line[0] != '#') {
+            uris.push_back(line);
+        }
+    }
+    return uris;
+}
+
+long long mediaSequence(const std::string& playlist) {
+    std::smatch match;
+    if (!std::regex_search(playlist, match, std::regex("#EXT-X-MEDIA-SEQUENCE:(\\d+)"))) {
+        return -1;
+    }
+    return std::stoll(match[1]);
+}
+
+using SampleOriginTest = OriginTest;
+
+TEST_F(SampleOriginTest, VodMasterListsVariantsAndRenditionsWithRelativeUris) {
+    auto response = client().Get("/vod/master.m3u8");
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->status, 200);
+    EXPECT_EQ(response->get_header_value("Content-Type"), "application/vnd.apple.mpegurl");
+    const std::string& master = response->body;
+    EXPECT_EQ(uriLines(master),
+              (std::vector<std::string>{"v0/index.m3u8", "v1/index.m3u8", "v2/index.m3u8"}));
+    for (const char* expected :
+         {"TYPE=AUDIO,GROUP-ID=\"audio\",NAME=\"Polski\",LANGUAGE=\"pol\"", "LANGUAGE=\"eng\"",
+          "URI=\"a_pol/index.m3u8\"", "URI=\"a_eng/index.m3u8\"", "TYPE=SUBTITLES",
+          "URI=\"subs/index.m3u8\"", "RESOLUTION=320x180", "RESOLUTION=480x270",
+          "RESOLUTION=640x360"}) {
+        EXPECT_NE(master.find(expected), std::string::npos) << expected;
+    }
+    // Bandwidths grow with the resolution.
+    std::vector<long long> bandwidths;
+    const std::regex bandwidth("BANDWIDTH=(\\d+)\n");
+    for (std::sregex_iterator it(master.begin(), master.end(), bandwidth), end; it != end; ++it) {
+        bandwidths.push_back(std::stoll((*it)[1]));
+    }
+    ASSERT_EQ(bandwidths.size(), 3u);
+    EXPECT_LT(bandwidths[0], bandwidths[1]);
+    EXPECT_LT(bandwidths[1], bandwidths[2]);
+}
+
+TEST_F(SampleOriginTest, MediaPlaylistsAndSegmentsAreServedWithRanges) {
+    auto cli = client();
+    auto v0 = cli.Get("/vod/v0/index.m3u8");
+    ASSERT_TRUE(v0);
+    EXPECT_NE(v0->body.find("#EXT-X-ENDLIST"), std::string::npos);
+    const auto segments = uriLines(v0->body);
+    ASSERT_GE(segments.size(), 10u);
+
+    auto segment = cli.Get("/vod/v0/" + segments[0]);
+    ASSERT_TRUE(segment);
+    EXPECT_EQ(segment->status, 200);
+    EXPECT_EQ(segment->get_header_value("Content-Type"), "video/mp2t");
+    EXPECT_EQ(segment->body[0], 0x47);  // transport stream sync byte
+
+    auto part = cli.Get("/vod/v0/" + segments[0], {{"Range", "bytes=188-375"}});
+    ASSERT_TRUE(part);
+    EXPECT_EQ(part->status, 206);
+    EXPECT_EQ(part->body, segment->body.substr(188, 188));
+
+    // The byte-range variant points into one file.
+    auto v1 = cli.Get("/vod/v1/index.m3u8");
+    ASSERT_TRUE(v1);
+    std::smatch match;
+    ASSERT_TRUE(
+        std::regex_search(v1->body, match, std::regex("#EXT-X-BYTERANGE:(\\d+)@(\\d+)\n([^\n]+)")));
+    auto ranged =
+        cli.Get("/vod/v1/" + match[3].str(),
+                {{"Range", "bytes=" + match[2].str() + "-" +
+                               std::to_string(std::stoll(match[2]) + std::stoll(match[1]) - 1)}});
+    ASSERT_TRUE(ranged);
+    EXPECT_EQ(ranged->status, 206);
+    EXPECT_EQ(ranged->body.size(), std::stoull(match[1]));
+
+    auto subtitles = cli.Get("/vod/subs/subs.vtt");
+    ASSERT_TRUE(subtitles);
+    EXPECT_EQ(subtitles->get_header_value("Content-Type"), "text/vtt");
+    EXPECT_EQ(subtitles->body.rfind("WEBVTT", 0), 0u);
+
+    EXPECT_EQ(cli.Get("/vod/nothing.m3u8")->status, 404);
+    EXPECT_EQ(cli.Get("/vod/../recipe.txt")->status, 404);
+    EXPECT_EQ(cli.Get("/elsewhere")->status, 404);
+}
+
+TEST_F(SampleOriginTest, ProtectedContentUsesTheSkdKeyAndTheLicenceAnswersIt) {
+    auto cli = client();
+    auto master = cli.Get("/protected/master.m3u8");
+    ASSERT_TRUE(master);
+    EXPECT_EQ(uriLines(master->body).size(), 3u);
+    for (const char* rendition : {"v0", "v1", "v2", "a_pol", "a_eng"}) {
+        auto media = cli.Get(std::string("/protected/") + rendition + "/index.m3u8");
+        ASSERT_TRUE(media);
+        EXPECT_NE(media->body.find("#EXT-X-KEY:METHOD=AES-128,URI=\"skd://zm-sample-1\""),
+                  std::string::npos)
+            << rendition;
+    }
+
+    auto certificate = cli.Get("/fps/cert");
+    ASSERT_TRUE(certificate);
+    EXPECT_EQ(certificate->status, 200);
+    auto request = ContentKeyRequest::make(certificate->body, "zm-sample-1", false);
+    ASSERT_TRUE(std::holds_alternative<ContentKeyRequest>(request));
+    auto license = cli.Post("/fps/license", std::get<ContentKeyRequest>(request).encode(),
+                            "application/octet-stream");
+    ASSERT_TRUE(license);
+    EXPECT_EQ(license->status, 200);
+    EXPECT_EQ(ContentKeyRequest::contentKey(license->body), origin_->content().contentKey());
+}
+
+TEST_F(SampleOriginTest, TheLicenceRefusesBadRequestsWithATextBody) {
+    auto cli = client();
+    auto certificate = cli.Get("/fps/cert")->body;
+    auto encode = [&](const std::string& contentId, const Data& cert) {
+        return std::get<ContentKeyRequest>(ContentKeyRequest::make(cert, contentId, false))
+            .encode();
+    };
+    const std::pair<std::string, std::string> cases[] = {
+        {"", "Empty"},
+        {"garbage", "not a JSON object"},
+        {encode("zm-other", certificate), "Unknown content identifier"},
+        {encode("zm-sample-1", ContentKeyRequest::makeCertificate("someone-else")),
+         "unknown certificate"},
+    };
+    for (const auto& [body, text] : cases) {
+        auto response = cli.Post("/fps/license", body, "application/octet-stream");
+        ASSERT_TRUE(response);
+        EXPECT_EQ(response->status, 400) << body;
+        EXPECT_EQ(response->get_header_value("Content-Type"), "text/plain");
+        EXPECT_NE(response->body.find(text), std::string::npos) << response->body;
+    }
+}
+
+TEST_F(SampleOriginTest, BeaconsAreRecordedInOrderAndCleared) {
+    auto cli = client();
+    ASSERT_EQ(cli.Get("/track/abc/init.gif?version=1.0&name=J%C3%B3zef%20K&flag")->status, 200);
+    auto gif = cli.Get("/track/x/y/events.gif?events=a%2Cb%3Bc&plus=1%2B2");
+    ASSERT_TRUE(gif);
+    EXPECT_EQ(gif->get_header_value("Content-Type"), "image/gif");
+    EXPECT_EQ(gif->body.substr(0, 6), "GIF89a");
+    EXPECT_EQ(cli.Get("/track/abc/other.gif")->status, 404);
+
+    auto received = cli.Get("/track/received");
+    ASSERT_TRUE(received);
+    EXPECT_EQ(received->get_header_value("Content-Type"), "application/json");
+    EXPECT_EQ(received->body,
+              R"([{"path":"/track/abc/init.gif","query":[{"name":"version","value":"1.0"},)"
+              R"({"name":"name","value":"Józef K"},{"name":"flag","value":null}],)"
+              R"("rawQuery":"version=1.0&name=J%C3%B3zef%20K&flag"},)"
+              R"({"path":"/track/x/y/events.gif","query":[{"name":"events","value":"a,b;c"},)"
+              R"({"name":"plus","value":"1+2"}],"rawQuery":"events=a%2Cb%3Bc&plus=1%2B2"}])");
+    EXPECT_EQ(origin_->beacons().beacons().size(), 2u);
+
+    EXPECT_EQ(cli.Delete("/track/received")->status, 204);
+    EXPECT_EQ(cli.Get("/track/received")->body, "[]");
+}
+
+TEST_F(SampleOriginTest, RedirectLeadsToAPathOnTheOrigin) {
+    auto cli = client();
+    auto response = cli.Get("/redirect?to=/vod/master.m3u8");
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->status, 302);
+    EXPECT_EQ(response->get_header_value("Location"), origin_->url("/vod/master.m3u8"));
+    EXPECT_EQ(cli.Get("/redirect?to=http://example.com/")->status, 400);
+    EXPECT_EQ(cli.Get("/redirect?to=//example.com/")->status, 400);
+    EXPECT_EQ(cli.Get("/redirect")->status, 400);
+}
+
+TEST_F(SampleOriginTest, TheLiveWindowAdvancesWithTheClock) {
+    auto cli = client();
+    auto master = cli.Get("/live/master.m3u8");
+    ASSERT_TRUE(master);
+    EXPECT_EQ(uriLines(master->body).size(), 3u);
+
+    auto before = cli.Get("/live/v0/index.m3u8");
+    ASSERT_TRUE(before);
+    EXPECT_EQ(before->body.find("#EXT-X-ENDLIST"), std::string::npos);
+    EXPECT_EQ(uriLines(before->body).size(), 5u);
+    clock_->advance(10);
+    auto after = cli.Get("/live/v0/index.m3u8");
+    EXPECT_EQ(mediaSequence(after->body), mediaSequence(before->body) + 5);
+    // Audio follows the same timeline, and the segments it names are served.
+    auto audio = cli.Get("/live/a_eng/index.m3u8");
+    EXPECT_EQ(mediaSequence(audio->body), mediaSequence(after->body));
+    EXPECT_EQ(cli.Get("/live/a_eng/" + uriLines(audio->body).back())->status, 200);
+}
+
+TEST_F(SampleOriginTest, LiveShowsAnAdvertisingCueEveryThirtySeconds) {
+    auto cli = client();
+    int withCue = 0;
+    for (int step = 0; step < 6; ++step) {
+        clock_->advance(5);
+        withCue +=
+            cli.Get("/live/v2/index.m3u8")->body.find("#EXT-X-DATERANGE:") != std::string::npos ? 1
+                                                                                                : 0;
+    }
+    EXPECT_GT(withCue, 0);
+}
+
+TEST_F(SampleOriginTest, DvrPlaylistsHonourTheTimeshiftParameters) {
+    auto cli = client();
+    auto master = cli.Get("/dvr/master.m3u8?dvr=60000");
+    ASSERT_TRUE(master);
+    EXPECT_EQ(uriLines(master->body)[0], "v0/index.m3u8?dvr=60000");
+    EXPECT_NE(master->body.find("URI=\"a_pol/index.m3u8?dvr=60000\""), std::string::npos);
+
+    const long long liveEdge = mediaSequence(cli.Get("/live/v0/index.m3u8")->body) + 4;
+    auto behind = cli.Get("/dvr/v0/index.m3u8?dvr=60000");
+    EXPECT_EQ(mediaSequence(behind->body), liveEdge - 29);
+    EXPECT_NE(behind->body.find("#EXT-X-START:TIME-OFFSET=0"), std::string::npos);
+
+    const long long startMs =
+        static_cast<long long>(clock_->now().timeIntervalSinceReferenceDate() * 1000) - 20000;
+    auto fromDate = cli.Get("/dvr/v0/index.m3u8?startTime=" + std::to_string(startMs));
+    EXPECT_EQ(mediaSequence(fromDate->body), liveEdge - 9);
+
+    // Without a usable parameter the whole DVR depth is offered.
+    auto whole = cli.Get("/dvr/v0/index.m3u8?dvr=soon");
+    EXPECT_EQ(uriLines(whole->body).size(), 300u);
+}
+
+TEST_F(SampleOriginTest, AStatusFaultIsAppliedThenCleared) {
+    auto cli = client();
+    origin_->faults().add(*Fault::parseStatus("/vod/v2/:503:2"));
+    EXPECT_EQ(cli.Get("/vod/master.m3u8")->status, 200);
+    EXPECT_EQ(cli.Get("/vod/v2/index.m3u8")->status, 503);
+    EXPECT_EQ(cli.Get("/vod/v2/index.m3u8")->status, 503);
+    EXPECT_EQ(cli.Get("/vod/v2/index.m3u8")->status, 200);
+
+    origin_->faults().add(*Fault::parseStatus("/fps/license:500"));
+    EXPECT_EQ(cli.Post("/fps/license", "", "text/plain")->status, 500);
+    EXPECT_EQ(cli.Post("/fps/license", "", "text/plain")->status, 500);
+    origin_->faults().clear();
+    EXPECT_EQ(cli.Post("/fps/license", "", "text/plain")->status, 400);
+}
+
+TEST_F(SampleOriginTest, TruncatedAndDroppedAnswersFailTheTransfer) {
+    auto cli = client();
+    Fault truncated;
+    truncated.pathPrefix = "/vod/v0/";
+    truncated.truncateAfterBytes = 1000;
+    truncated.count = 1;
+    origin_->faults().add(truncated);
+    auto cut = cli.Get("/vod/v0/seg0.ts");
+    EXPECT_FALSE(cut && cut->status == 200 && cut->body.size() > 1000);
+
+    Fault dropped;
+    dropped.pathPrefix = "/vod/master";
+    dropped.dropConnection = true;
+    dropped.count = 1;
+    origin_->faults().add(dropped);
+    auto none = client().Get("/vod/master.m3u8");
+    EXPECT_FALSE(none);
+    EXPECT_EQ(client().Get("/vod/master.m3u8")->status, 200);
+}
+
+TEST_F(SampleOriginTest, SlowAnswersArriveComplete) {
+    Fault slow;
+    slow.pathPrefix = "/vod/subs/";
+    slow.bytesPerSecond = 20000;
+    slow.delaySeconds = 0.05;
+    slow.count = 1;
+    origin_->faults().add(slow);
+    auto cli = client();
+    auto paced = cli.Get("/vod/subs/subs.vtt");
+    ASSERT_TRUE(paced);
+    EXPECT_EQ(paced->status, 200);
+    EXPECT_EQ(paced->body, cli.Get("/vod/subs/subs.vtt")->body);
+}
+
+TEST(SampleOriginStart, RefusesHostsOutsideLoopback) {
+    OriginOptions options;
+    options.host = "0.0.0.0";
+    SampleOrigin origin(options);
+    auto error = origin.start();
+    ASSERT_TRUE(error);
+    EXPECT_NE(error->localizedDescription().find("loopback"), std::string::npos);
+    EXPECT_FALSE(origin.isRunning());
+}
+
+}  // namespace
+}  // namespace zarvo::origin::test

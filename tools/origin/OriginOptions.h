@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+
+#include "zarvo/platform/Date.h"
+
+#include "origin/LivePlaylist.h"
+
+namespace zarvo::origin {
+
+// How a SampleOrigin runs.
+struct OriginOptions {
+    // Loopback only: anything other than 127.0.0.1 / localhost is refused at start.
+    std::string host = "127.0.0.1";
+    int port = 0;  // 0 picks a free port
+    // Wall-clock time for the live and DVR windows; empty means Scheduler::standard()->now(),
+    // so tests that install a ManualScheduler move the live edge.
+    std::function<Date()> clock;
+    // Where the generated content is cached; empty means SampleContent::defaultCacheRoot().
+    std::filesystem::path cacheRoot;
+    LivePlaylist::Schedule schedule;
+    // Headers every licence request must carry (name -> exact value); 403 otherwise.
+    std::map<std::string, std::string> requiredLicenseHeaders;
+    // The identifier inside the application certificate the origin serves.
+    std::string certificateIdentifier = "zm-origin-cert-1";
+};
+
+}  // namespace zarvo::origin
