@@ -1,0 +1,73 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "zarvo/offline/FPDownloadsStoreProtocol.h"
+#include "zarvo/platform/DispatchSemaphore.h"
+#include "zarvo/platform/UserDefaults.h"
+
+namespace zarvo {
+
+// The downloads list, kept in memory and persisted as one JSON array text under "DownloadsJson"
+// in the user defaults. The list is read on the first find, list or delete; every change
+// writes the whole list.
+//
+// A stored value that cannot be read gives an empty list; before the next save replaces it,
+// it is kept under "DownloadsJson.unreadable". Deleting a download removes its package only
+// when the package lies inside the application home.
+class FPDownloadsStore : public FPDownloadsStoreProtocol {
+  public:
+    static constexpr const char* DownloadsJsonKey = "DownloadsJson";
+    static constexpr const char* UnreadableDownloadsJsonKey = "DownloadsJson.unreadable";
+
+    // A store on the standard user defaults of the current application home.
+    FPDownloadsStore();
+    explicit FPDownloadsStore(std::shared_ptr<UserDefaults> userDefaults);
+    FPDownloadsStore(const FPDownloadsStore&) = delete;
+    FPDownloadsStore& operator=(const FPDownloadsStore&) = delete;
+
+    std::shared_ptr<ZMOfflineDownload> findFirstWithId(const std::string& id) override;
+    std::shared_ptr<ZMOfflineDownload> findFirstWithState(ZMOfflineDownloadState state) override;
+    ZMOfflineDownload::List getAllDownloads() override;
+    // Does not read the stored list first: when nothing has read it in this store yet, the
+    // saved list holds only the new download.
+    std::shared_ptr<ZMOfflineDownload> createWaitingDownload(
+        const std::string& title, const Url& hlsUrl, const std::optional<Url>& fpsCertUrl,
+        const std::optional<Url>& licenseUrl,
+        const std::optional<std::vector<std::string>>& audioIds,
+        const std::optional<std::vector<std::string>>& subtitlesIds,
+        std::optional<std::int64_t> minBitrate,
+        const std::map<std::string, std::string>& headers) override;
+    // Saves without waiting on the semaphore, so progress reports never queue behind a delete.
+    void update(const std::shared_ptr<ZMOfflineDownload>& download) override;
+    void deleteDownloadWithId(const std::string& id) override;
+
+  private:
+    // A stored value that did not decode, waiting to be kept before it is overwritten.
+    struct UnreadableValue {
+        Data bytes;
+        bool isString;
+    };
+
+    // Both run with mutex_ held.
+    void loadIfNeeded();
+    void save();
+    std::optional<UnreadableValue> unreadableStoredValue() const;
+    static void removePackage(const UrlAsset& package);
+
+    const std::shared_ptr<UserDefaults> userDefaults_;
+    // Serialises the operations other than update(), as callers on any thread expect.
+    DispatchSemaphore semaphore_{1};
+    // Guards downloadsCache_ and the save state, and keeps saves in order, so that update()
+    // (which skips the semaphore) never races another operation.
+    std::mutex mutex_;
+    std::optional<ZMOfflineDownload::List> downloadsCache_;
+    // Whether the stored value has been looked at (by a load or the first save).
+    bool storedValueChecked_ = false;
+    std::optional<UnreadableValue> pendingBackup_;
+};
+
+}  // namespace zarvo

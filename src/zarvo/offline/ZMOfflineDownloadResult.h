@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "zarvo/platform/Error.h"
+
+namespace zarvo {
+
+class ZMOfflineDownload;
+
+// How a download ended: success(download) or error(download, error).
+class ZMOfflineDownloadResult {
+  public:
+    static ZMOfflineDownloadResult success(std::shared_ptr<ZMOfflineDownload> download) {
+        return ZMOfflineDownloadResult(std::move(download), std::nullopt);
+    }
+    static ZMOfflineDownloadResult error(std::shared_ptr<ZMOfflineDownload> download, Error error) {
+        return ZMOfflineDownloadResult(std::move(download), std::move(error));
+    }
+
+    bool isSuccess() const { return !error_.has_value(); }
+    const std::shared_ptr<ZMOfflineDownload>& download() const { return download_; }
+    // The error of an error result; nothing for a success.
+    const std::optional<Error>& error() const { return error_; }
+
+  private:
+    ZMOfflineDownloadResult(std::shared_ptr<ZMOfflineDownload> download, std::optional<Error> error)
+        : download_(std::move(download)), error_(std::move(error)) {}
+
+    std::shared_ptr<ZMOfflineDownload> download_;
+    std::optional<Error> error_;
+};
+
+}  // namespace zarvo

@@ -1,0 +1,257 @@
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+
+#include <gtest/gtest.h>
+
+#include "zarvo/offline/ZMOfflineDownload.h"
+#include "zarvo/offline/ZMOfflineDownloadResult.h"
+#include "zarvo/platform/FatalError.h"
+
+#include "support/TempHome.h"
+
+namespace zarvo {
+namespace {
+
+namespace fs = std::filesystem;
+
+Url url(const char* text) {
+    return *Url::parse(text);
+}
+
+std::shared_ptr<ZMOfflineDownload> makeDownload(
+    std::optional<Url> offlineUrl = std::nullopt,
+    ZMOfflineDownloadState state = ZMOfflineDownloadState::waiting, std::string id = "0A1B") {
+    return std::make_shared<ZMOfflineDownload>(
+        std::move(id), "Big Buck Bunny", state, url("https://cdn.example/v/master.m3u8"),
+        std::move(offlineUrl), url("https://keys.example/license?c=1"),
+        std::vector<UrlQueryItem>{{"persistent", "true"}}, url("https://keys.example/cert.der"),
+        std::vector<std::string>{"en", "de"}, std::vector<std::string>{"fr"}, 800000,
+        std::map<std::string, std::string>{{"Authorization", "Bearer t"}}, 0.25);
+}
+
+class ZMOfflineDownloadTest : public ::testing::Test {
+  protected:
+    test::TempHome home;
+};
+
+TEST_F(ZMOfflineDownloadTest, OfflineUrlKeepsThePathFromTheFirstLibrary) {
+    auto download = makeDownload();
+    download->setOfflineUrl("/var/mobile/Containers/Data/Application/X/Library/media/a.movpkg");
+    EXPECT_EQ(download->offlineUrl()->absoluteString(), "Library/media/a.movpkg");
+    ASSERT_NE(download->offlineUrlAsset(), nullptr);
+    EXPECT_EQ(download->offlineUrlAsset()->url().decodedPath(),
+              (home.path() / "Library/media/a.movpkg").string());
+
+    download->setOfflineUrl("/old/Library/x/Library/b.movpkg");
+    EXPECT_EQ(download->offlineUrl()->absoluteString(), "Library/x/Library/b.movpkg");
+
+    download->setOfflineUrl("media/a.movpkg");
+    EXPECT_EQ(download->offlineUrl()->absoluteString(), "media/a.movpkg");
+    EXPECT_EQ(download->offlineUrlAsset()->url().decodedPath(),
+              (home.path() / "media/a.movpkg").string());
+
+    download->setOfflineUrl(std::nullopt);
+    EXPECT_FALSE(download->offlineUrl());
+    EXPECT_EQ(download->offlineUrlAsset(), nullptr);
+}
+
+TEST_F(ZMOfflineDownloadTest, OfflineUrlWithCharactersAUrlCannotHoldStillNamesTheFile) {
+    auto download = makeDownload();
+    download->setOfflineUrl("/somewhere/Library/media/My Movie 100%.movpkg");
+    ASSERT_TRUE(download->offlineUrl());
+    EXPECT_EQ(download->offlineUrl()->decodedPath(), "Library/media/My Movie 100%.movpkg");
+    EXPECT_EQ(download->offlineUrlAsset()->url().decodedPath(),
+              (home.path() / "Library/media/My Movie 100%.movpkg").string());
+
+    // The stored text reads back to the same file.
+    auto reread = ZMOfflineDownload::fromJson(download->toJson());
+    ASSERT_NE(reread, nullptr);
+    EXPECT_EQ(reread->offlineUrlAsset()->url(), download->offlineUrlAsset()->url());
+}
+
+TEST_F(ZMOfflineDownloadTest, AssigningOfflineUrlLeavesTheAsset) {
+    auto download = makeDownload(url("Library/media/a.movpkg"));
+    auto asset = download->offlineUrlAsset();
+    download->assignOfflineUrl(std::nullopt);
+    EXPECT_FALSE(download->offlineUrl());
+    EXPECT_EQ(download->offlineUrlAsset(), asset);
+}
+
+TEST_F(ZMOfflineDownloadTest, ConstructionMakesAssetsAndAppliesTheLibraryRule) {
+    auto download = makeDownload(url("file:///data/app/Library/media/a.movpkg"));
+    EXPECT_EQ(download->offlineUrl()->absoluteString(), "Library/media/a.movpkg");
+    ASSERT_NE(download->urlAsset(), nullptr);
+    EXPECT_EQ(download->urlAsset()->url().absoluteString(), "https://cdn.example/v/master.m3u8");
+    EXPECT_FALSE(download->bookmarkData());
+    EXPECT_EQ(download->resourceLoader(), nullptr);
+
+    auto withoutPackage = makeDownload();
+    EXPECT_EQ(withoutPackage->offlineUrlAsset(), nullptr);
+    EXPECT_EQ(withoutPackage->description(), "Download(ID = 0A1B, TITLE = Big Buck Bunny)");
+    EXPECT_EQ(withoutPackage->debugDescription(), withoutPackage->description());
+}
+
+TEST_F(ZMOfflineDownloadTest, StatesAndRawValues) {
+    for (std::int64_t raw = 0; raw <= 4; ++raw) {
+        auto state = offlineDownloadStateFromRawValue(raw);
+        ASSERT_TRUE(state);
+        EXPECT_EQ(rawValue(*state), raw);
+        EXPECT_EQ(makeDownload(std::nullopt, *state)->isCompleted(), raw == 2);
+    }
+    EXPECT_FALSE(offlineDownloadStateFromRawValue(-1));
+    EXPECT_FALSE(offlineDownloadStateFromRawValue(5));
+    EXPECT_EQ(name(ZMOfflineDownloadState::downloading), "downloading");
+}
+
+TEST_F(ZMOfflineDownloadTest, ResultCarriesTheDownloadAndError) {
+    auto download = makeDownload();
+    auto success = ZMOfflineDownloadResult::success(download);
+    EXPECT_TRUE(success.isSuccess());
+    EXPECT_EQ(success.download(), download);
+    auto failure = ZMOfflineDownloadResult::error(download, Error("NSURLErrorDomain", -1009));
+    EXPECT_FALSE(failure.isSuccess());
+    EXPECT_EQ(failure.error()->code(), -1009);
+}
+
+TEST_F(ZMOfflineDownloadTest, ContentKeysDirectoryIsMadeOnceUnderDocuments) {
+    auto download = makeDownload();
+    fs::path expected = home.path() / "Documents" / ".keys" / "0A1B";
+    Url first = download->contentKeysDirPath();
+    EXPECT_TRUE(fs::is_directory(expected));
+    std::ofstream(expected / "asset-Key") << "key";
+    Url second = download->contentKeysDirPath();
+    EXPECT_EQ(first, second);
+    EXPECT_TRUE(fs::exists(expected / "asset-Key"));
+    EXPECT_TRUE(first.isFileUrl());
+    EXPECT_TRUE(fs::equivalent(first.decodedPath(), expected));
+}
+
+TEST_F(ZMOfflineDownloadTest, ContentKeysDirectoryOfAStrangeIdStaysInsideKeys) {
+    auto download = makeDownload(std::nullopt, ZMOfflineDownloadState::waiting, "../..");
+    fs::path directory = fs::path(download->contentKeysDirPath().decodedPath()).lexically_normal();
+    if (directory.filename().empty()) {
+        directory = directory.parent_path();
+    }
+    EXPECT_EQ(directory.parent_path(), home.path() / "Documents" / ".keys");
+    EXPECT_TRUE(fs::is_directory(directory));
+}
+
+TEST_F(ZMOfflineDownloadTest, ContentKeysDirectoryThatCannotBeMadeIsFatal) {
+    fs::create_directories(home.path() / "Documents");
+    std::ofstream(home.path() / "Documents" / ".keys") << "a file in the way";
+    ScopedFatalErrorHandler handler;
+    EXPECT_THROW(makeDownload()->contentKeysDirPath(), FatalErrorException);
+}
+
+// The JSON form.
+
+TEST_F(ZMOfflineDownloadTest, JsonHasTheKeysInWrittenOrder) {
+    auto download = makeDownload(url("Library/media/a.movpkg"), ZMOfflineDownloadState::completed);
+    EXPECT_EQ(
+        download->toJson().dump(),
+        R"({"id":"0A1B","title":"Big Buck Bunny","playlist_url":"https://cdn.example/v/master.m3u8",)"
+        R"("state":2,"license_url":"https://keys.example/license?c=1",)"
+        R"("fps_cert_url":"https://keys.example/cert.der","offlineUrl":"Library/media/a.movpkg",)"
+        R"("download_progress":0.25,"audio_ids":["en","de"],"subtitles_ids":["fr"],)"
+        R"("min_bitrate":800000,"headers":{"Authorization":"Bearer t"}})");
+
+    auto bare = std::make_shared<ZMOfflineDownload>(
+        "B", "T", ZMOfflineDownloadState::waiting, url("https://h/m.m3u8"), std::nullopt,
+        std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt, 0,
+        std::map<std::string, std::string>{}, 0.0);
+    EXPECT_EQ(bare->toJson().dump(),
+              R"({"id":"B","title":"T","playlist_url":"https://h/m.m3u8","state":0,)"
+              R"("download_progress":0.0,"min_bitrate":0,"headers":{}})");
+}
+
+TEST_F(ZMOfflineDownloadTest, JsonReadsBackWhatWasWritten) {
+    auto download = makeDownload(url("Library/media/a.movpkg"), ZMOfflineDownloadState::paused);
+    auto reread = ZMOfflineDownload::fromJson(download->toJson());
+    ASSERT_NE(reread, nullptr);
+    EXPECT_EQ(reread->toJson(), download->toJson());
+    EXPECT_EQ(reread->state(), ZMOfflineDownloadState::paused);
+    EXPECT_EQ(reread->offlineUrlAsset()->url(), download->offlineUrlAsset()->url());
+    EXPECT_EQ(reread->urlAsset()->url(), download->url());
+    EXPECT_EQ(*reread->licenseUrlQueryItems(), (std::vector<UrlQueryItem>{{"persistent", "true"}}));
+}
+
+TEST_F(ZMOfflineDownloadTest, JsonOptionalKeysAbsentOrOfTheWrongTypeGiveEmptyValues) {
+    Json object = Json::parse(
+        R"({"id":"A","title":"T","state":3,"playlist_url":"https://h/m.m3u8",)"
+        R"("license_url":42,"fps_cert_url":"bad url","offlineUrl":["x"],"download_progress":1,)"
+        R"("audio_ids":["en",7],"subtitles_ids":"fr"})");
+    auto download = ZMOfflineDownload::fromJson(object);
+    ASSERT_NE(download, nullptr);
+    EXPECT_FALSE(download->licenseUrl());
+    EXPECT_FALSE(download->fpsCertUrl());
+    EXPECT_FALSE(download->offlineUrl());
+    EXPECT_FALSE(download->audioIds());
+    EXPECT_FALSE(download->subtitlesIds());
+    EXPECT_EQ(download->minBitrate(), 0);
+    EXPECT_TRUE(download->headers().empty());
+    EXPECT_DOUBLE_EQ(download->progress(), 1.0);
+
+    object["min_bitrate"] = "fast";
+    object["headers"] = Json::parse(R"({"A":"1","B":2})");
+    download = ZMOfflineDownload::fromJson(object);
+    ASSERT_NE(download, nullptr);
+    EXPECT_EQ(download->minBitrate(), 0);
+    EXPECT_TRUE(download->headers().empty());
+
+    object["min_bitrate"] = 2000000.0;
+    EXPECT_EQ(ZMOfflineDownload::fromJson(object)->minBitrate(), 2000000);
+}
+
+TEST_F(ZMOfflineDownloadTest, JsonRequiredKeysAndStateNumbersFailTheObject) {
+    const Json good = Json::parse(
+        R"({"id":"A","title":"T","state":2,"playlist_url":"https://h/m.m3u8","download_progress":0.5})");
+    ASSERT_NE(ZMOfflineDownload::fromJson(good), nullptr);
+    for (const char* key : {"id", "title", "state", "playlist_url", "download_progress"}) {
+        Json missing = good;
+        missing.erase(key);
+        EXPECT_EQ(ZMOfflineDownload::fromJson(missing), nullptr) << key;
+        Json wrongType = good;
+        wrongType[key] = Json::array();
+        EXPECT_EQ(ZMOfflineDownload::fromJson(wrongType), nullptr) << key;
+    }
+    for (Json state : {Json(5), Json(-1), Json("2"), Json(2.5), Json(nullptr)}) {
+        Json bad = good;
+        bad["state"] = state;
+        EXPECT_EQ(ZMOfflineDownload::fromJson(bad), nullptr) << state.dump();
+    }
+    Json badUrl = good;
+    badUrl["playlist_url"] = "not a url";
+    EXPECT_EQ(ZMOfflineDownload::fromJson(badUrl), nullptr);
+    EXPECT_EQ(ZMOfflineDownload::fromJson(Json::array()), nullptr);
+}
+
+TEST_F(ZMOfflineDownloadTest, ListDecodingFailsOnAnyBadObject) {
+    std::string one =
+        R"({"id":"A","title":"T","state":0,"playlist_url":"https://h/m.m3u8","download_progress":0})";
+    auto list = ZMOfflineDownload::decodeList("[" + one + "," + one + "]");
+    ASSERT_TRUE(list);
+    EXPECT_EQ(list->size(), 2u);
+    EXPECT_TRUE(ZMOfflineDownload::decodeList("[]")->empty());
+    EXPECT_FALSE(ZMOfflineDownload::decodeList("[" + one + ",{\"id\":\"B\"}]"));
+    EXPECT_FALSE(ZMOfflineDownload::decodeList("{}"));
+    EXPECT_FALSE(ZMOfflineDownload::decodeList("[" + one));
+    EXPECT_FALSE(ZMOfflineDownload::decodeList(""));
+}
+
+TEST_F(ZMOfflineDownloadTest, ListEncodingFailsOnValuesJsonCannotHold) {
+    auto download = makeDownload();
+    ASSERT_TRUE(ZMOfflineDownload::encodeList({download}));
+    download->setProgress(std::numeric_limits<double>::quiet_NaN());
+    EXPECT_FALSE(ZMOfflineDownload::encodeList({makeDownload(), download}));
+
+    auto badTitle = std::make_shared<ZMOfflineDownload>(
+        "B", "\xff\xfe", ZMOfflineDownloadState::waiting, url("https://h/m.m3u8"), std::nullopt,
+        std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt, 0,
+        std::map<std::string, std::string>{}, 0.0);
+    EXPECT_FALSE(ZMOfflineDownload::encodeList({badTitle}));
+}
+
+}  // namespace
+}  // namespace zarvo
