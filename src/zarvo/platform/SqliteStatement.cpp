@@ -26,6 +26,18 @@ int SqliteStatement::bindBlob(int index, std::string_view bytes) {
                                SQLITE_TRANSIENT);
 }
 
+int SqliteStatement::bindTextReference(int index, std::string_view text) {
+    return sqlite3_bind_text64(statement_.get(), index, text.data(), text.size(), SQLITE_STATIC,
+                               SQLITE_UTF8);
+}
+
+int SqliteStatement::bindBlobReference(int index, std::string_view bytes) {
+    if (bytes.empty()) {
+        return sqlite3_bind_zeroblob(statement_.get(), index, 0);
+    }
+    return sqlite3_bind_blob64(statement_.get(), index, bytes.data(), bytes.size(), SQLITE_STATIC);
+}
+
 int SqliteStatement::bindInt64(int index, std::int64_t value) {
     return sqlite3_bind_int64(statement_.get(), index, value);
 }

@@ -21,6 +21,9 @@ public:
     // Each bind returns the SQLite result code (SQLITE_OK on success). Texts and blobs are copied.
     int bindText(int index, std::string_view text);
     int bindBlob(int index, std::string_view bytes);
+    // Without a copy: the bytes must stay alive and unchanged until reset(). For large values.
+    int bindTextReference(int index, std::string_view text);
+    int bindBlobReference(int index, std::string_view bytes);
     int bindInt64(int index, std::int64_t value);
     int bindNull(int index);
 

@@ -200,13 +200,15 @@ public:
     }
 
     bool setString(const std::string& key, const std::string& value) override {
-        return write(key, ValueType::string,
-                     [&](SqliteStatement& statement) { return statement.bindText(3, value); });
+        return write(key, ValueType::string, [&](SqliteStatement& statement) {
+            return statement.bindTextReference(3, value);
+        });
     }
 
     bool setData(const std::string& key, const Data& value) override {
-        return write(key, ValueType::data,
-                     [&](SqliteStatement& statement) { return statement.bindBlob(3, value); });
+        return write(key, ValueType::data, [&](SqliteStatement& statement) {
+            return statement.bindBlobReference(3, value);
+        });
     }
 
     bool setInteger(const std::string& key, long long value) override {
