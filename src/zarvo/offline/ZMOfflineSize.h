@@ -1,0 +1,15 @@
+#pragma once
+
+namespace zarvo {
+
+// An estimated download size in bytes, with the full and with the basic audio allowance.
+class ZMOfflineSize {
+  public:
+    ZMOfflineSize(double size, double sizeWithBasicAudio)
+        : size(size), sizeWithBasicAudio(sizeWithBasicAudio) {}
+
+    double size;
+    double sizeWithBasicAudio;
+};
+
+}  // namespace zarvo

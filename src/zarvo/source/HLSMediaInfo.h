@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "zarvo/platform/Url.h"
+
+namespace zarvo {
+
+// One "#EXT-X-MEDIA" rendition line of a master playlist.
+struct HLSMediaInfo {
+    std::int64_t index = 0;    // position among the rendition lines
+    std::string originalLine;  // the line as read
+    Url playlistUrl;           // absolute, with the master's query appended
+};
+
+}  // namespace zarvo
