@@ -1,11 +1,14 @@
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -275,6 +278,196 @@ TEST_F(UrlSessionTest, SequentialRequestsReuseOneConnection) {
         ASSERT_EQ(outcome.response->statusCode, 200);
     }
     EXPECT_EQ(server.connectionCount(), 1u);
+}
+
+// Counts completions of tasks that are cancelled while they run.
+class CompletionCounter {
+  public:
+    UrlSessionDataTask::Completion completion() {
+        return [this](auto, auto response, auto error) {
+            std::lock_guard lock(mutex_);
+            ++completions_;
+            cancelled_ += error && isUrlError(*error, UrlError::cancelled) ? 1 : 0;
+            answered_ += response ? 1 : 0;
+            changed_.notify_all();
+        };
+    }
+    bool waitFor(int count) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, safetyTimeout, [&] { return completions_ >= count; });
+    }
+    int completions() const {
+        std::lock_guard lock(mutex_);
+        return completions_;
+    }
+    int cancelled() const {
+        std::lock_guard lock(mutex_);
+        return cancelled_;
+    }
+    int answered() const {
+        std::lock_guard lock(mutex_);
+        return answered_;
+    }
+
+  private:
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    int completions_ = 0;
+    int cancelled_ = 0;
+    int answered_ = 0;
+};
+
+class UrlSessionLifecycleTest : public UrlSessionTest {
+  protected:
+    void SetUp() override {
+        auto slow = TestHttpServer::Response::text("late");
+        slow.delaySeconds = 60;
+        server.on("/slow", slow);
+        server.on("/fast", TestHttpServer::Response::text("fast"));
+    }
+    // Waits until everything queued on the delegate queue so far has run.
+    void drainDelegateQueue() {
+        session->delegateQueue()->sync([] {});
+    }
+
+    CompletionCounter counter;
+};
+
+TEST_F(UrlSessionLifecycleTest, CancelDeliversCancelledExactlyOnce) {
+    auto task = session->dataTask(request("/slow"), counter.completion());
+    EXPECT_EQ(task->state(), UrlSessionDataTask::State::suspended);
+    task->resume();
+    EXPECT_EQ(task->state(), UrlSessionDataTask::State::running);
+
+    task->cancel();
+    task->cancel();
+    ASSERT_TRUE(counter.waitFor(1));
+    task->cancel();
+    task->resume();
+    drainDelegateQueue();
+
+    EXPECT_EQ(counter.completions(), 1);
+    EXPECT_EQ(counter.cancelled(), 1);
+    EXPECT_EQ(task->state(), UrlSessionDataTask::State::completed);
+}
+
+TEST_F(UrlSessionLifecycleTest, CancelRacingCompletionStillDeliversOnce) {
+    constexpr int count = 40;
+    std::vector<std::shared_ptr<UrlSessionDataTask>> tasks;
+    for (int i = 0; i < count; ++i) {
+        tasks.push_back(session->dataTask(request("/fast"), counter.completion()));
+        tasks.back()->resume();
+    }
+    for (auto& task : tasks) {
+        task->cancel();
+    }
+    ASSERT_TRUE(counter.waitFor(count));
+    drainDelegateQueue();
+
+    EXPECT_EQ(counter.completions(), count);
+    EXPECT_EQ(counter.cancelled() + counter.answered(), count);
+}
+
+TEST_F(UrlSessionLifecycleTest, CancelBeforeResumeNeverSendsTheRequest) {
+    auto task = session->dataTask(request("/fast"), counter.completion());
+    task->cancel();
+    task->resume();
+    ASSERT_TRUE(counter.waitFor(1));
+    drainDelegateQueue();
+
+    EXPECT_EQ(counter.cancelled(), 1);
+    EXPECT_EQ(counter.completions(), 1);
+    EXPECT_EQ(server.requestCount("/fast"), 0u);
+}
+
+TEST_F(UrlSessionLifecycleTest, TasksDescribeThemselves) {
+    UrlRequest original = request("/fast");
+    original.setValue("1", "X-A");
+    auto first = session->dataTask(original, counter.completion());
+    auto second = session->dataTask(request("/fast"), counter.completion());
+
+    EXPECT_NE(first->taskIdentifier(), second->taskIdentifier());
+    EXPECT_EQ(first->originalRequest().value("x-a"), "1");
+    EXPECT_FALSE(first->taskDescription());
+    first->setTaskDescription("master playlist");
+    EXPECT_EQ(first->taskDescription(), "master playlist");
+}
+
+TEST_F(UrlSessionLifecycleTest, InvalidateAndCancelStopsRunningAndLaterTasks) {
+    auto running = session->dataTask(request("/slow"), counter.completion());
+    running->resume();
+    auto notYetResumed = session->dataTask(request("/fast"), counter.completion());
+
+    session->invalidateAndCancel();
+    auto later = session->dataTask(request("/fast"), counter.completion());
+    later->resume();
+
+    ASSERT_TRUE(counter.waitFor(3));
+    drainDelegateQueue();
+    EXPECT_EQ(counter.cancelled(), 3);
+    EXPECT_EQ(server.requestCount("/fast"), 0u);
+}
+
+TEST_F(UrlSessionLifecycleTest, FinishTasksAndInvalidateLetsRunningTasksFinish) {
+    auto quick = TestHttpServer::Response::text("done");
+    quick.delaySeconds = 0.2;
+    server.on("/quick", quick);
+    auto running = session->dataTask(request("/quick"), counter.completion());
+    running->resume();
+
+    session->finishTasksAndInvalidate();
+    auto later = session->dataTask(request("/fast"), counter.completion());
+    later->resume();
+
+    ASSERT_TRUE(counter.waitFor(2));
+    EXPECT_EQ(counter.answered(), 1);
+    EXPECT_EQ(counter.cancelled(), 1);
+}
+
+TEST_F(UrlSessionLifecycleTest, RunningTasksOutliveTheirSessionAndHandles) {
+    auto quick = TestHttpServer::Response::text("done");
+    quick.delaySeconds = 0.1;
+    server.on("/quick", quick);
+    auto queue = DispatchQueue::serial("test.delegate");
+    {
+        auto shortLived = UrlSession::make(UrlSessionConfiguration::defaultConfiguration(), queue);
+        shortLived->dataTask(request("/quick"), counter.completion())->resume();
+    }
+    ASSERT_TRUE(counter.waitFor(1));
+    EXPECT_EQ(counter.answered(), 1);
+}
+
+TEST_F(UrlSessionLifecycleTest, MainQueueDelegateCompletesOnTheMainThread) {
+    auto onMain =
+        UrlSession::make(UrlSessionConfiguration::defaultConfiguration(), DispatchQueue::main());
+    std::optional<bool> onMainThread;
+    onMain
+        ->dataTask(request("/fast"),
+                   [&](auto, auto, auto) { onMainThread = DispatchQueue::isMainThread(); })
+        ->resume();
+
+    EXPECT_TRUE(RunLoop::main().runUntil([&] { return onMainThread.has_value(); }, safetyTimeout));
+    EXPECT_EQ(onMainThread, true);
+}
+
+TEST_F(UrlSessionLifecycleTest, ManyConcurrentRequestsShareAFewConnections) {
+    constexpr int count = 200;
+    auto segment = TestHttpServer::Response::text(std::string(4096, 'v'));
+    segment.contentType = "video/mp2t";
+    server.on("/segment.ts", segment);
+    std::vector<std::shared_ptr<UrlSessionDataTask>> tasks;
+    for (int i = 0; i < count; ++i) {
+        tasks.push_back(session->dataTask(request("/segment.ts"), counter.completion()));
+    }
+    for (auto& task : tasks) {
+        task->resume();
+    }
+
+    ASSERT_TRUE(counter.waitFor(count));
+    EXPECT_EQ(counter.answered(), count);
+    EXPECT_EQ(server.requestCount("/segment.ts"), static_cast<std::size_t>(count));
+    EXPECT_LE(server.connectionCount(),
+              static_cast<std::size_t>(session->configuration().httpMaximumConnectionsPerHost));
 }
 
 }  // namespace

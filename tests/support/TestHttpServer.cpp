@@ -226,6 +226,10 @@ TestHttpServer::TestHttpServer() : impl_(std::make_unique<Impl>()) {
     impl.port = impl.server.bind_to_any_port("127.0.0.1");
     if (impl.port > 0) {
         impl.listener = std::thread([&impl] { impl.server.listen_after_bind(); });
+        // stop() only takes effect once the accept loop runs, so wait for it.
+        while (!impl.server.is_running()) {
+            std::this_thread::yield();
+        }
     }
 }
 
