@@ -25,6 +25,7 @@ bool startsWith(std::string_view line, std::string_view prefix) {
 // Lines of any BufferedReader, as views valid until the next call.
 class ReaderLines {
   public:
+    static constexpr bool newlineFree = false;  // "\r" and others can stay in a line
     explicit ReaderLines(BufferedReader& reader) : reader_(reader) {}
     std::optional<std::string_view> operator()() {
         line_ = reader_.readLine();
@@ -43,6 +44,7 @@ class ReaderLines {
 // Lines of a StringBufferedReader without copying them.
 class StringLines {
   public:
+    static constexpr bool newlineFree = true;  // every newline character ends a line
     explicit StringLines(std::string_view text) : reader_(StringBufferedReader::viewing(text)) {}
     std::optional<std::string_view> operator()() { return reader_.readLineView(); }
     void close() { reader_.close(); }
@@ -50,6 +52,34 @@ class StringLines {
   private:
     StringBufferedReader reader_;
 };
+
+// Replacing every match of a pattern by group `first`, and by group `second`.
+template <bool newlineFree>
+std::pair<std::string_view, std::string_view> replaced(Kind kind, std::string_view line, int first,
+                                                       int second, std::string& storage1,
+                                                       std::string& storage2) {
+    if constexpr (newlineFree) {
+        // The whole line is one match or none.
+        if (auto groups = TagPattern::match(kind, line)) {
+            return {(*groups)[static_cast<std::size_t>(first)],
+                    (*groups)[static_cast<std::size_t>(second)]};
+        }
+        return {line, line};
+    } else {
+        return {TagPattern::replace(kind, line, first, storage1),
+                TagPattern::replace(kind, line, second, storage2)};
+    }
+}
+
+template <bool newlineFree>
+std::string_view replaced(Kind kind, std::string_view line, int group, std::string& storage) {
+    if constexpr (newlineFree) {
+        auto groups = TagPattern::match(kind, line);
+        return groups ? (*groups)[static_cast<std::size_t>(group)] : line;
+    } else {
+        return TagPattern::replace(kind, line, group, storage);
+    }
+}
 
 // The master-playlist pass.
 template <class Lines>
@@ -68,10 +98,11 @@ std::shared_ptr<MasterPlaylist> parseMaster(
                 continue;
             }
             current = std::make_shared<MediaPlaylist>();
+            constexpr bool plain = Lines::newlineFree;
             auto programId =
-                parseInteger(TagPattern::replace(Kind::equalsDigitsComma, line, 2, scratch));
+                parseInteger(replaced<plain>(Kind::equalsDigitsComma, line, 2, scratch));
             auto bandwidth =
-                parseInteger(TagPattern::replace(Kind::commaEqualsDigits, line, 3, scratch));
+                parseInteger(replaced<plain>(Kind::commaEqualsDigits, line, 3, scratch));
             if (!programId || !bandwidth) {
                 fatalError("ManifestBuilder: program id and bandwidth must be integers. Line = " +
                            std::string(line));
@@ -104,7 +135,8 @@ std::shared_ptr<MediaPlaylist> parseMedia(Lines& lines, std::shared_ptr<MediaPla
     const std::weak_ptr<MediaPlaylist> owner = playlist;
     std::shared_ptr<MediaSegment> current;
     std::int64_t sequence = 0;
-    std::string scratch;
+    std::string scratch, scratch2;
+    constexpr bool plain = Lines::newlineFree;
     while (auto next = lines()) {
         std::string_view line = *next;
         if (line.empty()) {
@@ -124,36 +156,33 @@ std::shared_ptr<MediaPlaylist> parseMedia(Lines& lines, std::shared_ptr<MediaPla
         } else if (startsWith(line, "#EXTM3U")) {
             continue;
         } else if (startsWith(line, "#EXT-X-VERSION")) {
-            playlist->version =
-                parseInteger(TagPattern::replace(Kind::colonDigits, line, 2, scratch));
+            playlist->version = parseInteger(replaced<plain>(Kind::colonDigits, line, 2, scratch));
         } else if (startsWith(line, "#EXT-X-TARGETDURATION")) {
             playlist->targetDuration =
-                parseInteger(TagPattern::replace(Kind::colonDigits, line, 2, scratch));
+                parseInteger(replaced<plain>(Kind::colonDigits, line, 2, scratch));
         } else if (startsWith(line, "#EXT-X-MEDIA-SEQUENCE")) {
-            if (auto value =
-                    parseInteger(TagPattern::replace(Kind::colonDigits, line, 2, scratch))) {
+            if (auto value = parseInteger(replaced<plain>(Kind::colonDigits, line, 2, scratch))) {
                 playlist->mediaSequence = value;
                 sequence = *value;
             }
         } else if (startsWith(line, "#EXTINF")) {
             current = std::make_shared<MediaSegment>();
-            current->duration =
-                parseFloat(TagPattern::replace(Kind::colonDigitThenComma, line, 2, scratch));
-            current->title =
-                std::string(TagPattern::replace(Kind::colonDigitThenComma, line, 3, scratch));
+            auto [duration, title] =
+                replaced<plain>(Kind::colonDigitThenComma, line, 2, 3, scratch, scratch2);
+            current->duration = parseFloat(duration);
+            current->title = std::string(title);
         } else if (startsWith(line, "#EXT-X-BYTERANGE")) {
             if (line.find('@') != std::string_view::npos) {
-                auto length =
-                    parseInteger(TagPattern::replace(Kind::colonDigitThenAt, line, 2, scratch));
-                auto start =
-                    parseInteger(TagPattern::replace(Kind::colonDigitThenAt, line, 3, scratch));
+                auto [lengthText, startText] =
+                    replaced<plain>(Kind::colonDigitThenAt, line, 2, 3, scratch, scratch2);
+                auto length = parseInteger(lengthText);
+                auto start = parseInteger(startText);
                 if (current) {
                     current->subrangeLength = length;
                     current->subrangeStart = start;
                 }
             } else {
-                auto length =
-                    parseInteger(TagPattern::replace(Kind::colonDigitRest, line, 2, scratch));
+                auto length = parseInteger(replaced<plain>(Kind::colonDigitRest, line, 2, scratch));
                 if (current) {
                     current->subrangeLength = length;
                     current->subrangeStart.reset();
