@@ -135,6 +135,15 @@ TEST_F(UserDefaultsTest, StandardStoreFollowsTheCurrentHome) {
 
     AppDirectories::setHome(home_.path());
     EXPECT_EQ(UserDefaults::standard()->string("where"), "first home");
+
+    // A home wiped and made again gets a fresh database, not the removed file's connection.
+    fs::remove_all(home_.path() / "Library");
+    auto fresh = UserDefaults::standard();
+    EXPECT_FALSE(fresh->hasValue("where"));
+    ASSERT_TRUE(fresh->setString("where", "again"));
+    EXPECT_EQ(
+        UserDefaults::open(AppDirectories::preferences() / "UserDefaults.sqlite")->string("where"),
+        "again");
 }
 
 TEST_F(UserDefaultsTest, AFileThatIsNotADatabaseIsRefusedAndLeftAlone) {
@@ -250,10 +259,14 @@ TEST_F(UserDefaultsTest, AFullDiskFailsTheWriteAndKeepsTheOldValue) {
         const rlim_t limit = static_cast<rlim_t>(info.st_size) + 8192;
         rlimit cap{limit, limit};
         ::setrlimit(RLIMIT_FSIZE, &cap);
-        if (store->setString("downloads", largeValue(1))) {
+        auto writer = UserDefaults::open(databasePath());
+        if (!writer) {
+            return 1;
+        }
+        if (writer->setString("downloads", largeValue(1))) {
             return 2;
         }
-        return store->string("downloads") == "old list" ? 0 : 3;
+        return writer->string("downloads") == "old list" ? 0 : 3;
     });
     EXPECT_EQ(result, 0);
     EXPECT_EQ(openStore()->string("downloads"), "old list");

@@ -22,7 +22,8 @@ public:
     static std::filesystem::path preferences();  // <home>/Library/Preferences
 
     // True when `path`, with "." and ".." resolved and symbolic links followed as far as they
-    // exist, lies inside the home (the home itself excluded).
+    // exist, lies inside the home (the home itself excluded). A relative path is taken
+    // relative to the home, like the home-relative paths the SDK stores.
     static bool isInsideHome(const std::filesystem::path& path);
 };
 

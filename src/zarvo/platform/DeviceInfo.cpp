@@ -2,11 +2,14 @@
 
 #include <array>
 #include <climits>
+#include <filesystem>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include "zarvo/platform/AppDirectories.h"
 #include "zarvo/platform/OsRelease.h"
 #include "zarvo/platform/UserDefaults.h"
 #include "zarvo/platform/Uuid.h"
@@ -72,21 +75,21 @@ std::string DeviceInfo::model() {
 std::string DeviceInfo::identifierForVendor() {
     // Serialised so that two threads asking at once do not make two identifiers.
     static std::mutex mutex;
-    // Kept in memory too, so a store that refuses writes still gives one stable identifier.
-    static std::optional<std::pair<std::weak_ptr<UserDefaults>, std::string>> unsaved;
+    // Kept in memory too, so a home whose store refuses writes still gives one identifier.
+    static std::map<std::filesystem::path, std::string> unsaved;
 
     std::lock_guard lock(mutex);
     auto defaults = UserDefaults::standard();
     if (auto stored = defaults->string(kVendorIdentifierKey); stored && Uuid::isValid(*stored)) {
         return *stored;
     }
-    if (unsaved && !unsaved->first.owner_before(defaults) &&
-        !defaults.owner_before(unsaved->first)) {
-        return unsaved->second;
+    const auto home = AppDirectories::home();
+    if (auto found = unsaved.find(home); found != unsaved.end()) {
+        return found->second;
     }
     std::string identifier = Uuid().uuidString();
     if (!defaults->setString(kVendorIdentifierKey, identifier)) {
-        unsaved = std::make_pair(std::weak_ptr<UserDefaults>(defaults), identifier);
+        unsaved.emplace(home, identifier);
     }
     return identifier;
 }

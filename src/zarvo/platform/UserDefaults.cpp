@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <string_view>
+#include <sys/stat.h>
 #include <utility>
 
 #include <sqlite3.h>
@@ -27,6 +28,7 @@ constexpr const char* kCreateTable =
     "CREATE TABLE IF NOT EXISTS defaults ("
     "key TEXT PRIMARY KEY NOT NULL, type TEXT NOT NULL, value)";
 constexpr const char* kSelectValue = "SELECT type, value FROM defaults WHERE key = ?1";
+constexpr const char* kSelectExists = "SELECT 1 FROM defaults WHERE key = ?1";
 constexpr const char* kSelectKeys = "SELECT key FROM defaults ORDER BY key";
 constexpr const char* kUpsert =
     "INSERT INTO defaults (key, type, value) VALUES (?1, ?2, ?3) "
@@ -183,7 +185,15 @@ public:
         return false;
     }
 
-    bool hasValue(const std::string& key) const override { return load(key).has_value(); }
+    bool hasValue(const std::string& key) const override {
+        std::lock_guard lock(mutex_);
+        SqliteStatement* query = prepared(kSelectExists);
+        if (query == nullptr) {
+            return false;
+        }
+        SqliteStatementReset done(*query);
+        return query->bindText(1, key) == SQLITE_OK && query->step() == SQLITE_ROW;
+    }
 
     std::vector<std::string> keys() const override {
         std::vector<std::string> result;
@@ -321,6 +331,8 @@ std::unique_ptr<SqliteDatabase> openDatabase(const fs::path& path) {
         // still survives a crash of the process (a commit is whole or absent).
         database->execute("PRAGMA journal_mode = WAL");
         database->execute("PRAGMA synchronous = NORMAL");
+        // Large values pass through the log; cut it back after each checkpoint.
+        database->execute("PRAGMA journal_size_limit = 8388608");
         if (database->execute(kCreateTable) == SQLITE_OK) {
             return database;
         }
@@ -341,6 +353,17 @@ std::unique_ptr<SqliteDatabase> openDatabase(const fs::path& path) {
     return database;
 }
 
+// Which file a path names: device and inode.
+using FileIdentity = std::pair<dev_t, ino_t>;
+
+std::optional<FileIdentity> fileIdentity(const fs::path& path) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) {
+        return std::nullopt;
+    }
+    return FileIdentity(info.st_dev, info.st_ino);
+}
+
 std::shared_ptr<SqliteUserDefaults> makeStore(const fs::path& path) {
     return std::make_shared<SqliteUserDefaults>(openDatabase(path));
 }
@@ -358,14 +381,19 @@ std::shared_ptr<UserDefaults> UserDefaults::open(const fs::path& databasePath) {
 std::shared_ptr<UserDefaults> UserDefaults::standard() {
     static std::mutex mutex;
     static fs::path currentPath;
+    static std::optional<FileIdentity> currentFile;
     static std::shared_ptr<SqliteUserDefaults> current;
 
     const fs::path path = AppDirectories::preferences() / kDatabaseFileName;
     std::lock_guard lock(mutex);
-    // Another home means another store; a store that could not open is retried.
-    if (!current || currentPath != path || !current->isAvailable()) {
+    // Another home means another store; so does a database file removed or replaced behind
+    // the open connection (its writes would go to a file nobody reads). A store that could
+    // not open is retried.
+    const auto file = fileIdentity(path);
+    if (!current || !current->isAvailable() || currentPath != path || currentFile != file) {
         current = makeStore(path);
         currentPath = path;
+        currentFile = fileIdentity(path);
         if (!current->isAvailable()) {
             std::fprintf(stderr, "UserDefaults: cannot open %s; values are not kept\n",
                          path.c_str());
