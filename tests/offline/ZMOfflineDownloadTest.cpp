@@ -240,6 +240,36 @@ TEST_F(ZMOfflineDownloadTest, ListDecodingFailsOnAnyBadObject) {
     EXPECT_FALSE(ZMOfflineDownload::decodeList(""));
 }
 
+// The list text is written without the JSON library; it must match the library's own text.
+TEST_F(ZMOfflineDownloadTest, ListTextMatchesTheJsonFormAfterEveryChange) {
+    auto escaped = std::make_shared<ZMOfflineDownload>(
+        "E", "Quote \" slash \\ tab \t nl \n bell \x07 caf\xc3\xa9 \xf0\x9f\x8e\xac",
+        ZMOfflineDownloadState::failed, url("https://h/a%20b.m3u8?x=1&y=2"), std::nullopt,
+        std::nullopt, std::nullopt, std::nullopt, std::vector<std::string>{},
+        std::vector<std::string>{"\x01"}, -5,
+        std::map<std::string, std::string>{{"B", "2"}, {"A", "\"1\""}}, 1.0);
+    auto download = makeDownload(url("Library/media/a.movpkg"));
+    ZMOfflineDownload::List list{download, escaped};
+    auto expected = [&] {
+        return Json::array({download->toJson(), escaped->toJson()}).dump();
+    };
+    EXPECT_EQ(ZMOfflineDownload::encodeList(list), expected());
+
+    for (double progress : {0.0, 0.1, 0.425, 1e-05, 123456789.0, 1.0 / 3.0}) {
+        download->setProgress(progress);
+        EXPECT_EQ(ZMOfflineDownload::encodeList(list), expected()) << progress;
+    }
+    download->setState(ZMOfflineDownloadState::completed);
+    EXPECT_EQ(ZMOfflineDownload::encodeList(list), expected());
+    download->setUrl(url("https://other.example/m.m3u8"));
+    EXPECT_EQ(ZMOfflineDownload::encodeList(list), expected());
+    download->setOfflineUrl("/x/Library/b.movpkg");
+    EXPECT_EQ(ZMOfflineDownload::encodeList(list), expected());
+    download->assignOfflineUrl(std::nullopt);
+    EXPECT_EQ(ZMOfflineDownload::encodeList(list), expected());
+    EXPECT_EQ(ZMOfflineDownload::encodeList({}), "[]");
+}
+
 TEST_F(ZMOfflineDownloadTest, ListEncodingFailsOnValuesJsonCannotHold) {
     auto download = makeDownload();
     ASSERT_TRUE(ZMOfflineDownload::encodeList({download}));
@@ -251,6 +281,11 @@ TEST_F(ZMOfflineDownloadTest, ListEncodingFailsOnValuesJsonCannotHold) {
         std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt, 0,
         std::map<std::string, std::string>{}, 0.0);
     EXPECT_FALSE(ZMOfflineDownload::encodeList({badTitle}));
+    auto surrogate = std::make_shared<ZMOfflineDownload>(
+        "C", "\xed\xa0\x80", ZMOfflineDownloadState::waiting, url("https://h/m.m3u8"), std::nullopt,
+        std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt, 0,
+        std::map<std::string, std::string>{}, 0.0);
+    EXPECT_FALSE(ZMOfflineDownload::encodeList({surrogate}));
 }
 
 }  // namespace

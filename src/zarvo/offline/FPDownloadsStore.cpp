@@ -144,11 +144,13 @@ void FPDownloadsStore::save() {
         pendingBackup_ = unreadableStoredValue();
         storedValueChecked_ = true;
     }
-    std::optional<std::string> text =
-        ZMOfflineDownload::encodeList(downloadsCache_.value_or(ZMOfflineDownload::List{}));
+    static const ZMOfflineDownload::List noDownloads;
+    std::optional<std::string> text = ZMOfflineDownload::encodeList(
+        downloadsCache_ ? *downloadsCache_ : noDownloads, lastSavedSize_ + lastSavedSize_ / 8);
     if (!text) {
         return;
     }
+    lastSavedSize_ = text->size();
     if (pendingBackup_) {
         bool kept =
             pendingBackup_->isString

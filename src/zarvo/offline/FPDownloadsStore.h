@@ -68,6 +68,7 @@ class FPDownloadsStore : public FPDownloadsStoreProtocol {
     // Whether the stored value has been looked at (by a load or the first save).
     bool storedValueChecked_ = false;
     std::optional<UnreadableValue> pendingBackup_;
+    std::size_t lastSavedSize_ = 0;
 };
 
 }  // namespace zarvo

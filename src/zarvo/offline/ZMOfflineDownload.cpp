@@ -1,5 +1,6 @@
 #include "zarvo/offline/ZMOfflineDownload.h"
 
+#include <charconv>
 #include <cmath>
 #include <filesystem>
 #include <limits>
@@ -57,6 +58,156 @@ std::string keyDirectoryName(const std::string& id) {
     }
     return id;
 }
+
+// Writes JSON text straight into a string, as the JSON library's compact dump would, without
+// building a document first; saving a long list re-encodes downloads often. Strings must be
+// UTF-8: anything else fails the writer, as it fails the library.
+class JsonWriter {
+  public:
+    explicit JsonWriter(std::string& text) : text_(text) {}
+
+    bool ok() const { return ok_; }
+
+    void key(std::string_view name) {
+        separate();
+        quoted(name);
+        text_ += ':';
+        afterKey_ = true;
+    }
+    void beginObject() { open('{'); }
+    void endObject() { close('}'); }
+    void beginArray() { open('['); }
+    void endArray() { close(']'); }
+
+    void string(std::string_view value) {
+        separate();
+        quoted(value);
+    }
+    void integer(std::int64_t value) {
+        separate();
+        char digits[24];
+        auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+        text_.append(digits, end);
+    }
+    void number(double value) {
+        separate();
+        if (!std::isfinite(value)) {
+            ok_ = false;
+            return;
+        }
+        char digits[32];
+        auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+        std::string_view written(digits, static_cast<std::size_t>(end - digits));
+        text_.append(written);
+        if (written.find_first_of(".e") == std::string_view::npos) {
+            text_ += ".0";
+        }
+    }
+
+  private:
+    void quoted(std::string_view value) {
+        text_ += '"';
+        for (std::size_t i = 0; i < value.size();) {
+            unsigned char c = static_cast<unsigned char>(value[i]);
+            if (c >= 0x80) {
+                std::size_t length = utf8SequenceLength(value.substr(i));
+                if (length == 0) {
+                    ok_ = false;
+                    return;
+                }
+                text_.append(value.substr(i, length));
+                i += length;
+                continue;
+            }
+            escape(static_cast<char>(c));
+            ++i;
+        }
+        text_ += '"';
+    }
+    void open(char bracket) {
+        separate();
+        text_ += bracket;
+        first_ = true;
+    }
+    void close(char bracket) {
+        text_ += bracket;
+        first_ = false;
+    }
+    // A comma before every member or element but the first; none right after a key.
+    void separate() {
+        if (afterKey_) {
+            afterKey_ = false;
+            first_ = false;
+            return;
+        }
+        if (!first_) {
+            text_ += ',';
+        }
+        first_ = false;
+    }
+    void escape(char c) {
+        switch (c) {
+            case '"':
+                text_ += "\\\"";
+                return;
+            case '\\':
+                text_ += "\\\\";
+                return;
+            case '\b':
+                text_ += "\\b";
+                return;
+            case '\f':
+                text_ += "\\f";
+                return;
+            case '\n':
+                text_ += "\\n";
+                return;
+            case '\r':
+                text_ += "\\r";
+                return;
+            case '\t':
+                text_ += "\\t";
+                return;
+            default:
+                break;
+        }
+        if (static_cast<unsigned char>(c) < 0x20) {
+            static constexpr char hex[] = "0123456789abcdef";
+            text_ += "\\u00";
+            text_ += hex[(c >> 4) & 0x0F];
+            text_ += hex[c & 0x0F];
+            return;
+        }
+        text_ += c;
+    }
+    // The length of the well-formed UTF-8 sequence at the start of `bytes`, or 0.
+    static std::size_t utf8SequenceLength(std::string_view bytes) {
+        auto byte = [&](std::size_t i) {
+            return static_cast<unsigned char>(bytes[i]);
+        };
+        unsigned char lead = byte(0);
+        std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
+        if (length == 0 || lead > 0xF4 || bytes.size() < length) {
+            return 0;
+        }
+        for (std::size_t i = 1; i < length; ++i) {
+            if ((byte(i) & 0xC0) != 0x80) {
+                return 0;
+            }
+        }
+        // No overlong forms, no surrogates, nothing above U+10FFFF.
+        if ((lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xED && byte(1) > 0x9F) ||
+            (lead == 0xF0 && byte(1) < 0x90) || (lead == 0xF4 && byte(1) > 0x8F)) {
+            return 0;
+        }
+        return length;
+    }
+
+    std::string& text_;
+    bool first_ = true;
+    bool afterKey_ = false;
+    bool ok_ = true;
+};
 
 std::optional<std::int64_t> integerValue(const Json& value) {
     if (value.is_number_integer()) {
@@ -162,6 +313,7 @@ ZMOfflineDownloadState ZMOfflineDownload::state() const {
 void ZMOfflineDownload::setState(ZMOfflineDownloadState state) {
     std::lock_guard lock(mutex_);
     state_ = state;
+    encodedJson_.reset();
 }
 
 Url ZMOfflineDownload::url() const {
@@ -172,6 +324,7 @@ Url ZMOfflineDownload::url() const {
 void ZMOfflineDownload::setUrl(Url url) {
     std::lock_guard lock(mutex_);
     url_ = std::move(url);
+    encodedJson_.reset();
 }
 
 double ZMOfflineDownload::progress() const {
@@ -182,6 +335,7 @@ double ZMOfflineDownload::progress() const {
 void ZMOfflineDownload::setProgress(double progress) {
     std::lock_guard lock(mutex_);
     progress_ = progress;
+    encodedJson_.reset();
 }
 
 std::optional<Url> ZMOfflineDownload::offlineUrl() const {
@@ -194,6 +348,7 @@ void ZMOfflineDownload::setOfflineUrl(const std::optional<std::string>& path) {
         std::lock_guard lock(mutex_);
         offlineUrl_.reset();
         offlineUrlAsset_.reset();
+        encodedJson_.reset();
         return;
     }
     std::string kept = *path;
@@ -213,11 +368,13 @@ void ZMOfflineDownload::setOfflineUrl(const std::optional<std::string>& path) {
     std::lock_guard lock(mutex_);
     offlineUrl_ = std::move(offlineUrl);
     offlineUrlAsset_ = std::move(asset);
+    encodedJson_.reset();
 }
 
 void ZMOfflineDownload::assignOfflineUrl(std::optional<Url> offlineUrl) {
     std::lock_guard lock(mutex_);
     offlineUrl_ = std::move(offlineUrl);
+    encodedJson_.reset();
 }
 
 std::shared_ptr<UrlAsset> ZMOfflineDownload::urlAsset() const {
@@ -279,7 +436,11 @@ std::string ZMOfflineDownload::description() const {
 }
 
 Json ZMOfflineDownload::toJson() const {
-    std::unique_lock lock(mutex_);
+    std::lock_guard lock(mutex_);
+    return jsonLocked();
+}
+
+Json ZMOfflineDownload::jsonLocked() const {
     Json object = Json::object();
     object["id"] = id_;
     object["title"] = title_;
@@ -295,7 +456,6 @@ Json ZMOfflineDownload::toJson() const {
         object["offlineUrl"] = offlineUrl_->absoluteString();
     }
     object["download_progress"] = progress_;
-    lock.unlock();
     if (audioIds_) {
         object["audio_ids"] = *audioIds_;
     }
@@ -353,20 +513,80 @@ std::shared_ptr<ZMOfflineDownload> ZMOfflineDownload::fromJson(const Json& objec
         std::move(headers), progress->get<double>());
 }
 
-std::optional<std::string> ZMOfflineDownload::encodeList(const List& downloads) {
-    Json array = Json::array();
+bool ZMOfflineDownload::appendJson(std::string& text) const {
+    std::lock_guard lock(mutex_);
+    if (!encodedJson_) {
+        std::string encoded;
+        encoded.reserve(512);
+        JsonWriter writer(encoded);
+        writer.beginObject();
+        writer.key("id");
+        writer.string(id_);
+        writer.key("title");
+        writer.string(title_);
+        writer.key("playlist_url");
+        writer.string(url_.absoluteString());
+        writer.key("state");
+        writer.integer(rawValue(state_));
+        if (licenseUrl_) {
+            writer.key("license_url");
+            writer.string(licenseUrl_->absoluteString());
+        }
+        if (fpsCertUrl_) {
+            writer.key("fps_cert_url");
+            writer.string(fpsCertUrl_->absoluteString());
+        }
+        if (offlineUrl_) {
+            writer.key("offlineUrl");
+            writer.string(offlineUrl_->absoluteString());
+        }
+        writer.key("download_progress");
+        writer.number(progress_);
+        for (const auto& [key, ids] :
+             {std::pair{"audio_ids", &audioIds_}, std::pair{"subtitles_ids", &subtitlesIds_}}) {
+            if (*ids) {
+                writer.key(key);
+                writer.beginArray();
+                for (const auto& id : **ids) {
+                    writer.string(id);
+                }
+                writer.endArray();
+            }
+        }
+        writer.key("min_bitrate");
+        writer.integer(minBitrate_);
+        writer.key("headers");
+        writer.beginObject();
+        for (const auto& [name, value] : headers_) {
+            writer.key(name);
+            writer.string(value);
+        }
+        writer.endObject();
+        writer.endObject();
+        if (!writer.ok()) {
+            return false;
+        }
+        encodedJson_ = std::move(encoded);
+    }
+    text += *encodedJson_;
+    return true;
+}
+
+std::optional<std::string> ZMOfflineDownload::encodeList(const List& downloads,
+                                                         std::size_t sizeHint) {
+    std::string text;
+    text.reserve(sizeHint);
+    text += '[';
     for (const auto& download : downloads) {
-        Json object = download->toJson();
-        if (!std::isfinite(object["download_progress"].get<double>())) {
+        if (text.size() > 1) {
+            text += ',';
+        }
+        if (!download->appendJson(text)) {
             return std::nullopt;
         }
-        array.push_back(std::move(object));
     }
-    try {
-        return array.dump();
-    } catch (const Json::exception&) {
-        return std::nullopt;
-    }
+    text += ']';
+    return text;
 }
 
 std::optional<ZMOfflineDownload::List> ZMOfflineDownload::decodeList(std::string_view text) {

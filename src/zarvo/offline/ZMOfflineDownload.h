@@ -97,13 +97,21 @@ class ZMOfflineDownload {
     // wrong type, or the state number is not a known state.
     static std::shared_ptr<ZMOfflineDownload> fromJson(const Json& object);
 
+    // Appends the JSON text of toJson() to `text`; false (and nothing appended) when it cannot
+    // be encoded. The text is kept until a field it holds changes, so saving a long list after
+    // one download moved on re-encodes only that download.
+    bool appendJson(std::string& text) const;
+
     // The JSON array text of a list; nothing when a download cannot be encoded (a progress that
     // is not a finite number, text that is not UTF-8).
-    static std::optional<std::string> encodeList(const List& downloads);
+    // `sizeHint` is the expected length (the previous text's, say).
+    static std::optional<std::string> encodeList(const List& downloads, std::size_t sizeHint = 0);
     // The list in a JSON array text; nothing when the text or any download in it is unreadable.
     static std::optional<List> decodeList(std::string_view text);
 
   private:
+    Json jsonLocked() const;  // with mutex_ held
+
     const std::string id_;
     const std::string title_;
     const std::optional<Url> licenseUrl_;
@@ -123,6 +131,8 @@ class ZMOfflineDownload {
     std::shared_ptr<UrlAsset> offlineUrlAsset_;
     std::optional<std::string> bookmarkData_;
     std::shared_ptr<FPResourceLoaderDelegate> resourceLoader_;
+    // The JSON text of the current field values; empty after a change.
+    mutable std::optional<std::string> encodedJson_;
 };
 
 }  // namespace zarvo
