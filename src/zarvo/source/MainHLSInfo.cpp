@@ -157,6 +157,10 @@ MainHLSInfo::Result failure(const char* message) {
 
 MainHLSInfo::Result MainHLSInfo::split(std::string_view text, std::string_view baseUrl,
                                        std::string_view query) {
+    if (!utf8::isValid(text)) {
+        std::string repaired = utf8::repaired(text);
+        return split(repaired, baseUrl, query);
+    }
     auto info = std::make_shared<MainHLSInfo>();
     const std::vector<std::string_view> lines = splitLines(text);
     const bool absolute = contains(text, "https://") || contains(text, "http://");
