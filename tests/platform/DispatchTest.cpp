@@ -158,6 +158,10 @@ TEST(SyncOnCurrentQueueTest, MainQueueSyncFromTheMainThreadIsFatal) {
     ScopedFatalErrorHandler throwing;
     ASSERT_TRUE(DispatchQueue::isMainThread());
     EXPECT_THROW(DispatchQueue::main()->sync([] {}), FatalErrorException);
+    // The main thread waiting in a sync onto a worker cannot serve a sync back onto main.
+    auto worker = DispatchQueue::serial("worker");
+    EXPECT_THROW(worker->sync([] { DispatchQueue::main()->sync([] {}); }), FatalErrorException);
+    EXPECT_TRUE(worker->syncValue([] { return DispatchQueue::main()->isCurrent(); }));
 }
 
 TEST(MainQueueTest, ItemsRunOnlyWhileTheRunLoopRuns) {

@@ -27,7 +27,16 @@ struct ExecutionContext {
     const ExecutionContext* parent;
 };
 
-thread_local const ExecutionContext* currentContext = nullptr;
+// The main thread always counts as being on the main queue, also outside main-queue work.
+const ExecutionContext* initialContext() {
+    if (!DispatchQueue::isMainThread()) {
+        return nullptr;
+    }
+    static const ExecutionContext mainThreadRoot{DispatchQueue::main().get(), nullptr};
+    return &mainThreadRoot;
+}
+
+thread_local const ExecutionContext* currentContext = initialContext();
 
 class ContextScope {
   public:
@@ -292,7 +301,7 @@ class MainQueue final : public DispatchQueue {
         }
     }
 
-    bool isCurrent() const override { return isMainThread() || contextIncludes(this); }
+    bool isCurrent() const override { return contextIncludes(this); }
 
   private:
     struct Source {

@@ -117,11 +117,17 @@ void Timer::fire() {
             pending_ = nullptr;
         }
     }
+    // A one-shot timer is done after its block, even when the block throws.
+    struct InvalidateAfterOneShot {
+        Timer& timer;
+        ~InvalidateAfterOneShot() {
+            if (!timer.repeats_) {
+                timer.invalidate();
+            }
+        }
+    } done{*this};
     if (block) {
         block(*this);
-    }
-    if (!repeats_) {
-        invalidate();
     }
 }
 
