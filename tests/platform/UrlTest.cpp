@@ -246,7 +246,12 @@ TEST(UrlFile, FileUrlsEncodeAndDecodeThePath) {
 
 TEST(UrlPathEditing, DeletingLastPathComponent) {
     EXPECT_EQ(url("http://h/a/b.m3u8?q#f").deletingLastPathComponent().absoluteString(),
-              "http://h/a/");
+              "http://h/a/?q#f");
+    EXPECT_EQ(url("http://h/a/b.m3u8?t=1")
+                  .deletingLastPathComponent()
+                  .appendingPathComponent("v/i.m3u8")
+                  .absoluteString(),
+              "http://h/a/v/i.m3u8?t=1");
     EXPECT_EQ(url("http://h/a/").deletingLastPathComponent().absoluteString(), "http://h/");
     EXPECT_EQ(url("http://h/a").deletingLastPathComponent().absoluteString(), "http://h/");
     EXPECT_EQ(url("http://h/").deletingLastPathComponent().absoluteString(), "http://h/");

@@ -202,8 +202,6 @@ Url Url::deletingLastPathComponent() const {
         path = trimmed.substr(0, slash + 1);
     }
     parts.path = std::move(path);
-    parts.query.reset();
-    parts.fragment.reset();
     return Url(parts.compose());
 }
 

@@ -43,7 +43,8 @@ public:
     std::string pathExtension() const;
 
     // The URL with its last path component removed (keeping the trailing "/"); query and
-    // fragment are dropped, like the platform's deletingLastPathComponent.
+    // fragment stay, so "http://h/a/b.m3u8?t=1" gives "http://h/a/?t=1" and a path appended
+    // to that keeps the query (a CDN token reaches the sibling playlists).
     Url deletingLastPathComponent() const;
     // The URL with `component` (percent-encoded as a path segment) appended after a "/";
     // query and fragment are kept after the new path. A "/" inside `component` separates
