@@ -66,7 +66,7 @@ Parsed parse(const std::string& text) {
 }
 
 class LivePlaylistTest : public ::testing::Test {
-  protected:
+protected:
     SegmentList rendition = *SegmentList::parse(vodPlaylist);
     LivePlaylist live{schedule(), {2.0, 2.0, 2.0}};
 };

@@ -119,6 +119,8 @@ struct SampleOrigin::Impl {
     std::map<std::string, SegmentList> renditions;  // "v0", "a_pol", ...
     BeaconLog beacons;
     FaultInjector faults;
+    mutable std::mutex requestsMutex;
+    std::vector<std::string> requests;
 
     std::mutex stopMutex;
     std::condition_variable stopSignal;
@@ -217,6 +219,10 @@ struct SampleOrigin::Impl {
 
         server.set_pre_routing_handler(
             [this](const httplib::Request& request, httplib::Response& response) {
+                {
+                    std::lock_guard lock(requestsMutex);
+                    requests.push_back(request.method + " " + request.path);
+                }
                 currentFault = faults.take(request.path);
                 if (!currentFault) {
                     return httplib::Server::HandlerResponse::Unhandled;
@@ -446,6 +452,25 @@ const SampleContent& SampleOrigin::content() const {
 
 const LivePlaylist& SampleOrigin::livePlaylist() const {
     return *impl_->live;
+}
+
+std::vector<std::string> SampleOrigin::requests() const {
+    std::lock_guard lock(impl_->requestsMutex);
+    return impl_->requests;
+}
+
+std::size_t SampleOrigin::requestCount(const std::string& pathPrefix) const {
+    std::lock_guard lock(impl_->requestsMutex);
+    return static_cast<std::size_t>(
+        std::count_if(impl_->requests.begin(), impl_->requests.end(), [&](const std::string& line) {
+            const std::size_t space = line.find(' ');
+            return line.compare(space + 1, pathPrefix.size(), pathPrefix) == 0;
+        }));
+}
+
+void SampleOrigin::clearRequests() {
+    std::lock_guard lock(impl_->requestsMutex);
+    impl_->requests.clear();
 }
 
 Date SampleOrigin::now() const {

@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "zarvo/platform/Error.h"
 
@@ -44,6 +45,10 @@ class SampleOrigin {
     // Valid once start() succeeded.
     const SampleContent& content() const;
     const LivePlaylist& livePlaylist() const;
+    // "METHOD /path" of every request received, in order (for checks of client traffic).
+    std::vector<std::string> requests() const;
+    std::size_t requestCount(const std::string& pathPrefix) const;
+    void clearRequests();
     // The origin's current wall-clock time (its clock option).
     Date now() const;
 

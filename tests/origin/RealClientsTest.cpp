@@ -1,0 +1,133 @@
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include "origin/SampleOrigin.h"
+
+namespace zarvo::origin {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool toolInstalled(const std::string& tool) {
+    return std::system(("command -v " + tool + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+// Runs a shell command; its standard output and error together.
+std::string run(const std::string& command) {
+    std::string output;
+    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+    if (!pipe) {
+        return output;
+    }
+    std::array<char, 4096> buffer{};
+    while (std::size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
+        output.append(buffer.data(), n);
+    }
+    pclose(pipe);
+    return output;
+}
+
+std::size_t count(const std::string& text, const std::string& needle) {
+    std::size_t found = 0;
+    for (std::size_t at = text.find(needle); at != std::string::npos;
+         at = text.find(needle, at + 1)) {
+        ++found;
+    }
+    return found;
+}
+
+#define REQUIRE_TOOL(tool)                                                             \
+    if (!toolInstalled(tool)) {                                                        \
+        GTEST_SKIP() << tool << " is not installed (./zm deps installs it); skipping"; \
+    }
+
+// Real players against an origin on the real wall clock.
+class RealClientsTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        origin_ = std::make_unique<SampleOrigin>();
+        if (auto error = origin_->start()) {
+            origin_.reset();
+            FAIL() << error->description();
+        }
+    }
+    static void TearDownTestSuite() { origin_.reset(); }
+    void SetUp() override {
+        ASSERT_TRUE(origin_);
+        origin_->clearRequests();
+    }
+
+    static std::string gstPlay(const std::string& url, int seconds) {
+        // Live never ends: interrupt after `seconds` (and kill if that is ignored).
+        const std::string limit =
+            seconds > 0 ? "timeout -k 10 -s INT " + std::to_string(seconds) : "timeout -k 10 120";
+        return run(limit + " gst-launch-1.0 playbin3 uri='" + url +
+                   "' video-sink='fakesink sync=" + (seconds > 0 ? "true" : "false") +
+                   "' audio-sink='fakesink sync=" + (seconds > 0 ? "true" : "false") + "'");
+    }
+
+    static std::unique_ptr<SampleOrigin> origin_;
+};
+
+std::unique_ptr<SampleOrigin> RealClientsTest::origin_;
+
+TEST_F(RealClientsTest, FfprobeListsTheVideoAndAudioStreams) {
+    REQUIRE_TOOL("ffprobe");
+    const std::string output =
+        run("timeout 60 ffprobe -v error -show_entries stream=codec_type,codec_name:"
+            "stream_tags=language -of compact '" +
+            origin_->url("/vod/master.m3u8") + "'");
+    EXPECT_GE(count(output, "codec_name=h264|codec_type=video"), 3u) << output;
+    EXPECT_NE(output.find("codec_type=audio|tag:language=pol"), std::string::npos) << output;
+    EXPECT_NE(output.find("codec_type=audio|tag:language=eng"), std::string::npos) << output;
+}
+
+TEST_F(RealClientsTest, TheProtectedCopyDecryptsWithTheLicensedKey) {
+    REQUIRE_TOOL("ffprobe");
+    // Point the key URI at a file holding the licence server's key, keep the segments remote.
+    const fs::path folder =
+        fs::temp_directory_path() / ("zm-origin-key-" + std::to_string(getpid()));
+    fs::create_directories(folder);
+    std::ofstream(folder / "content.key", std::ios::binary) << origin_->content().contentKey();
+    httplib::Client client("127.0.0.1", origin_->port());
+    auto media = client.Get("/protected/v0/index.m3u8");
+    ASSERT_TRUE(media);
+    std::string playlist = media->body;
+    playlist = std::regex_replace(playlist, std::regex("skd://zm-sample-1"),
+                                  "file://" + (folder / "content.key").string());
+    playlist = std::regex_replace(playlist, std::regex("\n(seg[0-9]+\\.ts)"),
+                                  "\n" + origin_->url("/protected/v0/") + "$1");
+    std::ofstream(folder / "index.m3u8") << playlist;
+    const std::string output =
+        run("timeout 60 ffprobe -v error -allowed_extensions ALL -protocol_whitelist "
+            "file,http,tcp,crypto -show_entries stream=codec_name,width -of compact '" +
+            (folder / "index.m3u8").string() + "'");
+    fs::remove_all(folder);
+    EXPECT_NE(output.find("codec_name=h264|width=320"), std::string::npos) << output;
+}
+
+TEST_F(RealClientsTest, GstreamerPlaysTheVodToTheEnd) {
+    REQUIRE_TOOL("gst-launch-1.0");
+    const std::string output = gstPlay(origin_->url("/vod/master.m3u8"), 0);
+    EXPECT_NE(output.find("Got EOS"), std::string::npos) << output;
+    EXPECT_EQ(output.find("ERROR"), std::string::npos) << output;
+    EXPECT_GE(origin_->requestCount("/vod/v"), 10u);
+}
+
+TEST_F(RealClientsTest, GstreamerPlaysLiveForAFewSeconds) {
+    REQUIRE_TOOL("gst-launch-1.0");
+    const std::string output = gstPlay(origin_->url("/live/master.m3u8"), 6);
+    EXPECT_NE(output.find("Setting pipeline to PLAYING"), std::string::npos) << output;
+    EXPECT_EQ(output.find("ERROR"), std::string::npos) << output;
+    // It kept refreshing the sliding window.
+    EXPECT_GE(origin_->requestCount("/live/v"), 3u);
+}
+
+}  // namespace
+}  // namespace zarvo::origin
