@@ -7,6 +7,7 @@
 #include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -468,6 +469,89 @@ TEST_F(UrlSessionLifecycleTest, ManyConcurrentRequestsShareAFewConnections) {
     EXPECT_EQ(server.requestCount("/segment.ts"), static_cast<std::size_t>(count));
     EXPECT_LE(server.connectionCount(),
               static_cast<std::size_t>(session->configuration().httpMaximumConnectionsPerHost));
+}
+
+// Answers every connection with fixed bytes and closes it: replies no HTTP server would give.
+class RawReplyServer {
+  public:
+    explicit RawReplyServer(std::string reply) : reply_(std::move(reply)) {
+        listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+            ::listen(listener_, 8) != 0 ||
+            ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+            ADD_FAILURE() << "no loopback socket";
+            return;
+        }
+        port_ = ntohs(address.sin_port);
+        thread_ = std::thread([this] { serve(); });
+    }
+    ~RawReplyServer() {
+        ::shutdown(listener_, SHUT_RDWR);
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+        ::close(listener_);
+    }
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/raw"; }
+
+  private:
+    void serve() {
+        while (true) {
+            int connection = ::accept(listener_, nullptr, nullptr);
+            if (connection < 0) {
+                return;
+            }
+            std::string request;
+            char buffer[1024];
+            while (request.find("\r\n\r\n") == std::string::npos) {
+                auto received = ::recv(connection, buffer, sizeof buffer, 0);
+                if (received <= 0) {
+                    break;
+                }
+                request.append(buffer, static_cast<std::size_t>(received));
+            }
+            ::send(connection, reply_.data(), reply_.size(), MSG_NOSIGNAL);
+            ::close(connection);
+        }
+    }
+
+    std::string reply_;
+    int listener_ = -1;
+    int port_ = 0;
+    std::thread thread_;
+};
+
+TEST(UrlSessionBrokenServerTest, MalformedAndCutShortRepliesAreDistinctErrors) {
+    RawReplyServer garbage("SPEAKING SOMETHING ELSE\r\n\r\n");
+    RawReplyServer cutShort("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly part");
+    RawReplyServer badStatus("HTTP/1.1 2x0 OK\r\nContent-Length: 0\r\n\r\n");
+    auto session = UrlSession::make(UrlSessionConfiguration::defaultConfiguration());
+
+    Outcome malformed = fetch(*session, UrlRequest(urlOf(garbage.url())));
+    Outcome truncated = fetch(*session, UrlRequest(urlOf(cutShort.url())));
+    Outcome unreadable = fetch(*session, UrlRequest(urlOf(badStatus.url())));
+
+    EXPECT_EQ(errorCode(malformed), static_cast<long>(UrlError::badServerResponse))
+        << malformed.error->description();
+    EXPECT_EQ(errorCode(truncated), static_cast<long>(UrlError::networkConnectionLost))
+        << truncated.error->description();
+    EXPECT_EQ(errorCode(unreadable), static_cast<long>(UrlError::badServerResponse))
+        << unreadable.error->description();
+}
+
+TEST(UrlSessionBrokenServerTest, RedirectToAnotherSchemeIsUnsupported) {
+    RawReplyServer redirect(
+        "HTTP/1.1 302 Found\r\nLocation: ftp://127.0.0.1/x\r\n"
+        "Content-Length: 0\r\n\r\n");
+    auto session = UrlSession::make(UrlSessionConfiguration::defaultConfiguration());
+
+    Outcome outcome = fetch(*session, UrlRequest(urlOf(redirect.url())));
+
+    EXPECT_EQ(errorCode(outcome), static_cast<long>(UrlError::unsupportedUrl));
 }
 
 }  // namespace

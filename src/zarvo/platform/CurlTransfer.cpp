@@ -256,6 +256,7 @@ size_t CurlTransfer::onHeader(char* data, size_t size, size_t count, void* self)
         // A new response (a redirect's target, or the answer after "100 Continue"): only the
         // last one's headers are kept.
         transfer->responseHeaders_.clear();
+        transfer->sawStatusLine_ = true;
         return length;
     }
     std::string text = trimmed(line);
@@ -336,7 +337,13 @@ void CurlTransfer::complete(CURLcode code) {
     if (detail.empty()) {
         detail = curl_easy_strerror(code);
     }
-    fail(errorFor(code), detail);
+    UrlError error = errorFor(code);
+    if (code == CURLE_UNSUPPORTED_PROTOCOL && !sawStatusLine_) {
+        // Every request starts on http or https, so without a status line this is a reply
+        // that is not HTTP at all, not a redirect to another scheme.
+        error = UrlError::badServerResponse;
+    }
+    fail(error, detail);
 }
 
 void CurlTransfer::fail(UrlError code, const std::string& detail) {

@@ -24,7 +24,7 @@ namespace zarvo {
 // and headers of the response collected while CurlNetworkThread drives it. Built on any
 // thread; after start it is touched only by the network thread.
 class CurlTransfer {
-  public:
+public:
     using Clock = std::chrono::steady_clock;
 
     // What a transfer ends with: a response (any status) with its body, or an error.
@@ -60,15 +60,15 @@ class CurlTransfer {
     void complete(CURLcode code);
     void fail(UrlError code, const std::string& detail);
 
-  private:
+private:
     struct Token {
         explicit Token() = default;
     };
 
-  public:
+public:
     explicit CurlTransfer(Token) {}
 
-  private:
+private:
     bool configure(const UrlRequest& request, const UrlSessionConfiguration& configuration);
     void deliver(Outcome outcome);
     Outcome responseOutcome();
@@ -88,6 +88,7 @@ class CurlTransfer {
     Clock::time_point lastProgress_{};
     curl_off_t lastDownloaded_ = 0;
     curl_off_t lastUploaded_ = 0;
+    bool sawStatusLine_ = false;
 
     Data body_;
     std::vector<std::pair<std::string, std::string>> responseHeaders_;
