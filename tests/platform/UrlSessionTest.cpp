@@ -37,7 +37,7 @@ struct Outcome {
 
 // Starts a task and waits (with a safety time-out) for its completion.
 class PendingFetch {
-  public:
+public:
     PendingFetch(UrlSession& session, UrlRequest request)
         : promise_(std::make_shared<std::promise<Outcome>>()), future_(promise_->get_future()) {
         auto queue = session.delegateQueue();
@@ -59,7 +59,7 @@ class PendingFetch {
 
     UrlSessionDataTask& task() { return *task_; }
 
-  private:
+private:
     std::shared_ptr<std::promise<Outcome>> promise_;
     std::future<Outcome> future_;
     std::shared_ptr<UrlSessionDataTask> task_;
@@ -80,7 +80,7 @@ long errorCode(const Outcome& outcome) {
 }
 
 class UrlSessionTest : public ::testing::Test {
-  protected:
+protected:
     TestHttpServer server;
     std::shared_ptr<UrlSession> session =
         UrlSession::make(UrlSessionConfiguration::defaultConfiguration());
@@ -283,7 +283,7 @@ TEST_F(UrlSessionTest, SequentialRequestsReuseOneConnection) {
 
 // Counts completions of tasks that are cancelled while they run.
 class CompletionCounter {
-  public:
+public:
     UrlSessionDataTask::Completion completion() {
         return [this](auto, auto response, auto error) {
             std::lock_guard lock(mutex_);
@@ -310,7 +310,7 @@ class CompletionCounter {
         return answered_;
     }
 
-  private:
+private:
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     int completions_ = 0;
@@ -319,7 +319,7 @@ class CompletionCounter {
 };
 
 class UrlSessionLifecycleTest : public UrlSessionTest {
-  protected:
+protected:
     void SetUp() override {
         auto slow = TestHttpServer::Response::text("late");
         slow.delaySeconds = 60;
@@ -425,6 +425,19 @@ TEST_F(UrlSessionLifecycleTest, FinishTasksAndInvalidateLetsRunningTasksFinish) 
     EXPECT_EQ(counter.cancelled(), 1);
 }
 
+TEST_F(UrlSessionLifecycleTest, TheSharedSessionCannotBeInvalidated) {
+    auto shared = UrlSession::shared();
+    EXPECT_EQ(shared, UrlSession::shared());
+    shared->invalidateAndCancel();
+    shared->finishTasksAndInvalidate();
+
+    Outcome outcome = fetch(*shared, request("/fast"));
+
+    ASSERT_FALSE(outcome.error);
+    EXPECT_EQ(*outcome.data, "fast");
+    EXPECT_TRUE(outcome.ranOnDelegateQueue);
+}
+
 TEST_F(UrlSessionLifecycleTest, RunningTasksOutliveTheirSessionAndHandles) {
     auto quick = TestHttpServer::Response::text("done");
     quick.delaySeconds = 0.1;
@@ -473,7 +486,7 @@ TEST_F(UrlSessionLifecycleTest, ManyConcurrentRequestsShareAFewConnections) {
 
 // Answers every connection with fixed bytes and closes it: replies no HTTP server would give.
 class RawReplyServer {
-  public:
+public:
     explicit RawReplyServer(std::string reply) : reply_(std::move(reply)) {
         listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in address{};
@@ -498,7 +511,7 @@ class RawReplyServer {
     }
     std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/raw"; }
 
-  private:
+private:
     void serve() {
         while (true) {
             int connection = ::accept(listener_, nullptr, nullptr);

@@ -125,11 +125,15 @@ void CurlNetworkThread::admit(std::shared_ptr<CurlTransfer> transfer) {
 void CurlNetworkThread::begin(std::shared_ptr<CurlTransfer> transfer) {
     CURL* easy = transfer->easy();
     transfer->markStarted(CurlTransfer::Clock::now());
+    HostSlots& slots = hosts_[transfer->hostKey()];
     if (curl_multi_add_handle(multi_.get(), easy) != CURLM_OK) {
+        if (slots.running == 0 && slots.waiting.empty()) {
+            hosts_.erase(transfer->hostKey());
+        }
         transfer->fail(UrlError::unknown, "The transfer could not be started.");
         return;
     }
-    hosts_[transfer->hostKey()].running += 1;
+    slots.running += 1;
     running_.emplace(easy, std::move(transfer));
 }
 

@@ -17,7 +17,7 @@ namespace {
 // nobody else keeps still completes.
 class SessionDataTask : public UrlSessionDataTask,
                         public std::enable_shared_from_this<SessionDataTask> {
-  public:
+public:
     SessionDataTask(std::size_t identifier, UrlRequest request, Completion completion,
                     UrlSessionConfiguration configuration, std::string connectionGroup,
                     std::shared_ptr<DispatchQueue> delegateQueue,
@@ -99,7 +99,7 @@ class SessionDataTask : public UrlSessionDataTask,
         return !decided_;
     }
 
-  private:
+private:
     void transferFinished(CurlTransfer::Outcome outcome) {
         {
             std::lock_guard lock(mutex_);
@@ -156,13 +156,14 @@ std::string nextConnectionGroup() {
 }
 
 class CurlUrlSession : public UrlSession {
-  public:
+public:
     CurlUrlSession(UrlSessionConfiguration configuration,
-                   std::shared_ptr<DispatchQueue> delegateQueue)
+                   std::shared_ptr<DispatchQueue> delegateQueue, bool isShared)
         : configuration_(std::move(configuration)),
           delegateQueue_(std::move(delegateQueue)),
           network_(CurlNetworkThread::shared()),
-          connectionGroup_(nextConnectionGroup()) {}
+          connectionGroup_(nextConnectionGroup()),
+          isShared_(isShared) {}
 
     const UrlSessionConfiguration& configuration() const override { return configuration_; }
     std::shared_ptr<DispatchQueue> delegateQueue() const override { return delegateQueue_; }
@@ -180,7 +181,11 @@ class CurlUrlSession : public UrlSession {
         return task;
     }
 
+    // The process-wide session serves everyone, so nobody can invalidate it.
     void invalidateAndCancel() override {
+        if (isShared_) {
+            return;
+        }
         std::vector<std::shared_ptr<SessionDataTask>> outstanding;
         {
             std::lock_guard lock(mutex_);
@@ -198,12 +203,15 @@ class CurlUrlSession : public UrlSession {
     }
 
     void finishTasksAndInvalidate() override {
+        if (isShared_) {
+            return;
+        }
         std::lock_guard lock(mutex_);
         invalidated_ = true;
         tasks_.clear();
     }
 
-  private:
+private:
     // Drops finished tasks from the list; amortised by letting the list double first.
     void forgetFinishedTasks() {
         if (tasks_.size() < pruneAt_) {
@@ -220,6 +228,7 @@ class CurlUrlSession : public UrlSession {
     const std::shared_ptr<DispatchQueue> delegateQueue_;
     const std::shared_ptr<CurlNetworkThread> network_;
     const std::string connectionGroup_;
+    const bool isShared_;
 
     std::mutex mutex_;
     std::vector<std::weak_ptr<SessionDataTask>> tasks_;
@@ -232,8 +241,8 @@ class CurlUrlSession : public UrlSession {
 
 std::shared_ptr<UrlSession> UrlSession::shared() {
     static const std::shared_ptr<UrlSession> session =
-        make(UrlSessionConfiguration::defaultConfiguration(),
-             DispatchQueue::serial("zarvo.UrlSession.shared"));
+        std::make_shared<CurlUrlSession>(UrlSessionConfiguration::defaultConfiguration(),
+                                         DispatchQueue::serial("zarvo.UrlSession.shared"), true);
     return session;
 }
 
@@ -242,7 +251,8 @@ std::shared_ptr<UrlSession> UrlSession::make(UrlSessionConfiguration configurati
     if (!delegateQueue) {
         delegateQueue = DispatchQueue::serial("zarvo.UrlSession.delegate");
     }
-    return std::make_shared<CurlUrlSession>(std::move(configuration), std::move(delegateQueue));
+    return std::make_shared<CurlUrlSession>(std::move(configuration), std::move(delegateQueue),
+                                            false);
 }
 
 }  // namespace zarvo

@@ -15,7 +15,8 @@ class UrlSession {
 public:
     virtual ~UrlSession() = default;
 
-    // The process-wide session (default configuration, its own serial delegate queue).
+    // The process-wide session (default configuration, its own serial delegate queue). It
+    // ignores invalidateAndCancel and finishTasksAndInvalidate.
     static std::shared_ptr<UrlSession> shared();
     // A session from a configuration. Without a delegate queue the session makes a serial one.
     static std::shared_ptr<UrlSession> make(UrlSessionConfiguration configuration,
