@@ -219,18 +219,19 @@ TEST(GlobalQueueTest, RunsItemsConcurrently) {
     auto global = DispatchQueue::global();
     DispatchSemaphore first(0);
     DispatchSemaphore second(0);
+    DispatchSemaphore done(0);
     // Each item waits for the other: only concurrent execution lets both finish.
     global->async([&] {
         second.signal();
         first.wait();
+        done.signal();
     });
-    DispatchSemaphore done(0);
     global->async([&] {
         second.wait();
         first.signal();
         done.signal();
     });
-    waitFor(done);
+    waitFor(done, 2);
     EXPECT_TRUE(global->syncValue([&] { return global->isCurrent(); }));
     EXPECT_FALSE(global->isCurrent());
 }
