@@ -23,6 +23,7 @@ public:
         std::optional<std::string> header(const std::string& name) const;  // case-insensitive
     };
 
+    // Text, JSON and XML bodies go compressed when the client accepts an encoding.
     struct Response {
         int status = 200;
         std::vector<std::pair<std::string, std::string>> headers;
