@@ -1,13 +1,11 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
-#include <string_view>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "zarvo/offline/FPDownloadsStore.h"
-#include "zarvo/platform/AppDirectories.h"
 
 #include "support/TempHome.h"
 
@@ -16,64 +14,70 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
+using Strings = std::vector<std::string>;
+constexpr const char* key = FPDownloadsStore::DownloadsJsonKey;
+constexpr const char* backupKey = FPDownloadsStore::UnreadableDownloadsJsonKey;
 
-Url url(std::string_view text) {
-    return *Url::parse(text);
-}
-
-// User defaults over a real database whose writes can be made to fail, like a full disk.
+// User defaults over a real database whose writes fail on demand, like on a full disk.
 class FailingUserDefaults : public UserDefaults {
-  public:
+public:
     explicit FailingUserDefaults(std::shared_ptr<UserDefaults> real) : real_(std::move(real)) {}
-
     bool failWrites = false;
 
-    std::optional<std::string> string(const std::string& key) const override {
-        return real_->string(key);
+    std::optional<std::string> string(const std::string& k) const override {
+        return real_->string(k);
     }
-    std::optional<Data> data(const std::string& key) const override { return real_->data(key); }
-    long long integer(const std::string& key) const override { return real_->integer(key); }
-    bool boolean(const std::string& key) const override { return real_->boolean(key); }
-    bool hasValue(const std::string& key) const override { return real_->hasValue(key); }
+    std::optional<Data> data(const std::string& k) const override { return real_->data(k); }
+    long long integer(const std::string& k) const override { return real_->integer(k); }
+    bool boolean(const std::string& k) const override { return real_->boolean(k); }
+    bool hasValue(const std::string& k) const override { return real_->hasValue(k); }
     std::vector<std::string> keys() const override { return real_->keys(); }
-    bool setString(const std::string& key, const std::string& value) override {
-        return !failWrites && real_->setString(key, value);
+    bool setString(const std::string& k, const std::string& v) override {
+        return !failWrites && real_->setString(k, v);
     }
-    bool setData(const std::string& key, const Data& value) override {
-        return !failWrites && real_->setData(key, value);
+    bool setData(const std::string& k, const Data& v) override {
+        return !failWrites && real_->setData(k, v);
     }
-    bool setInteger(const std::string& key, long long value) override {
-        return !failWrites && real_->setInteger(key, value);
+    bool setInteger(const std::string& k, long long v) override {
+        return !failWrites && real_->setInteger(k, v);
     }
-    bool setBoolean(const std::string& key, bool value) override {
-        return !failWrites && real_->setBoolean(key, value);
+    bool setBoolean(const std::string& k, bool v) override {
+        return !failWrites && real_->setBoolean(k, v);
     }
-    bool removeObject(const std::string& key) override {
-        return !failWrites && real_->removeObject(key);
+    bool removeObject(const std::string& k) override {
+        return !failWrites && real_->removeObject(k);
     }
     bool synchronize() override { return real_->synchronize(); }
 
-  private:
+private:
     std::shared_ptr<UserDefaults> real_;
 };
 
 class FPDownloadsStoreTest : public ::testing::Test {
-  protected:
-    std::shared_ptr<ZMOfflineDownload> create(FPDownloadsStore& store, const std::string& title) {
-        return store.createWaitingDownload(title, url("https://cdn.example/" + title + ".m3u8"),
-                                           url("https://keys.example/cert"),
-                                           url("https://keys.example/license"), std::nullopt,
-                                           std::nullopt, std::nullopt, {{"X-Token", "t"}});
+protected:
+    static std::shared_ptr<ZMOfflineDownload> create(FPDownloadsStore& store,
+                                                     const std::string& title) {
+        return store.createWaitingDownload(title, *Url::parse("https://cdn.example/" + title),
+                                           Url::parse("https://keys.example/cert"),
+                                           Url::parse("https://keys.example/license"), std::nullopt,
+                                           std::nullopt, std::nullopt, {{"X", "t"}});
     }
-    std::optional<std::string> stored(const char* key = FPDownloadsStore::DownloadsJsonKey) {
-        return UserDefaults::standard()->string(key);
+    // A store that has read the stored list, as the offline manager's does.
+    static std::unique_ptr<FPDownloadsStore> listedStore() {
+        auto store = std::make_unique<FPDownloadsStore>();
+        store->getAllDownloads();
+        return store;
     }
-    std::vector<std::string> titles(FPDownloadsStore& store) {
-        std::vector<std::string> result;
+    static Strings titles(FPDownloadsStore& store) {
+        Strings result;
         for (const auto& download : store.getAllDownloads()) {
             result.push_back(download->title());
         }
         return result;
+    }
+    static Strings storedTitles() { return titles(*std::make_unique<FPDownloadsStore>()); }
+    static std::optional<std::string> stored(const char* name = key) {
+        return UserDefaults::standard()->string(name);
     }
 
     test::TempHome home;
@@ -88,221 +92,179 @@ TEST_F(FPDownloadsStoreTest, FreshInstallationListsNothing) {
 }
 
 TEST_F(FPDownloadsStoreTest, CreatedDownloadsArePersistedInOrder) {
-    FPDownloadsStore store;
-    store.getAllDownloads();
-    auto first = create(store, "first");
-    auto second = store.createWaitingDownload(
-        "second", url("https://cdn.example/2.m3u8"), std::nullopt, std::nullopt,
-        std::vector<std::string>{"en"}, std::nullopt, 500000, {});
+    auto store = listedStore();
+    auto first = create(*store, "first");
+    auto second =
+        store->createWaitingDownload("second", *Url::parse("https://cdn.example/2"), std::nullopt,
+                                     std::nullopt, Strings{"en"}, std::nullopt, 500000, {});
     EXPECT_THAT(first->id(), ::testing::MatchesRegex("[0-9A-F]{32}"));
     EXPECT_NE(first->id(), second->id());
     EXPECT_EQ(first->state(), ZMOfflineDownloadState::waiting);
-    EXPECT_EQ(first->progress(), 0.0);
     EXPECT_EQ(first->minBitrate(), 0);
     EXPECT_EQ(*first->licenseUrlQueryItems(), (std::vector<UrlQueryItem>{{"persistent", "true"}}));
 
-    FPDownloadsStore reopened;
-    auto all = reopened.getAllDownloads();
+    auto all = FPDownloadsStore().getAllDownloads();
     ASSERT_EQ(all.size(), 2u);
     EXPECT_EQ(all[0]->toJson(), first->toJson());
     EXPECT_EQ(all[1]->toJson(), second->toJson());
-    EXPECT_EQ(all[1]->minBitrate(), 500000);
-    EXPECT_EQ(*all[1]->audioIds(), std::vector<std::string>{"en"});
 }
 
 TEST_F(FPDownloadsStoreTest, FindsReturnTheFirstMatchingCachedInstance) {
-    FPDownloadsStore store;
-    store.getAllDownloads();
-    auto first = create(store, "a");
-    auto second = create(store, "b");
-    EXPECT_EQ(store.findFirstWithId(second->id()), second);
-    EXPECT_EQ(store.findFirstWithState(ZMOfflineDownloadState::waiting), first);
+    auto store = listedStore();
+    auto first = create(*store, "a");
+    auto second = create(*store, "b");
+    EXPECT_EQ(store->findFirstWithId(second->id()), second);
+    EXPECT_EQ(store->findFirstWithState(ZMOfflineDownloadState::waiting), first);
     second->setState(ZMOfflineDownloadState::downloading);
-    EXPECT_EQ(store.findFirstWithState(ZMOfflineDownloadState::downloading), second);
-    EXPECT_EQ(store.getAllDownloads()[0], first);
+    EXPECT_EQ(store->findFirstWithState(ZMOfflineDownloadState::downloading), second);
 }
 
 TEST_F(FPDownloadsStoreTest, UpdateSavesEveryCachedDownload) {
-    FPDownloadsStore store;
-    store.getAllDownloads();
-    auto first = create(store, "a");
-    auto second = create(store, "b");
+    auto store = listedStore();
+    auto first = create(*store, "a");
+    auto second = create(*store, "b");
     first->setState(ZMOfflineDownloadState::paused);
     second->setProgress(0.5);
     second->setOfflineUrl("/elsewhere/Library/media/b.movpkg");
-    store.update(first);
+    store->update(first);
 
     auto all = FPDownloadsStore().getAllDownloads();
-    ASSERT_EQ(all.size(), 2u);
     EXPECT_EQ(all[0]->state(), ZMOfflineDownloadState::paused);
     EXPECT_EQ(all[1]->progress(), 0.5);
     EXPECT_EQ(all[1]->offlineUrl()->absoluteString(), "Library/media/b.movpkg");
 }
 
 TEST_F(FPDownloadsStoreTest, CreatingBeforeAnythingIsReadReplacesTheStoredList) {
-    {
-        FPDownloadsStore store;
-        create(store, "old");
-    }
-    FPDownloadsStore listed;
-    EXPECT_EQ(titles(listed), std::vector<std::string>{"old"});
-    create(listed, "kept");
-    EXPECT_EQ(titles(listed), (std::vector<std::string>{"old", "kept"}));
+    create(*listedStore(), "old");
+    auto listed = listedStore();
+    create(*listed, "kept");
+    EXPECT_EQ(storedTitles(), (Strings{"old", "kept"}));
 
     FPDownloadsStore unlisted;
     create(unlisted, "new");
-    EXPECT_EQ(titles(unlisted), std::vector<std::string>{"new"});
-    FPDownloadsStore reopened;
-    EXPECT_EQ(titles(reopened), std::vector<std::string>{"new"});
-    EXPECT_FALSE(stored(FPDownloadsStore::UnreadableDownloadsJsonKey));
+    EXPECT_EQ(storedTitles(), Strings{"new"});
+    EXPECT_FALSE(stored(backupKey));
 }
 
 TEST_F(FPDownloadsStoreTest, DeletingAnUnknownIdWritesNothing) {
-    UserDefaults::standard()->setString(FPDownloadsStore::DownloadsJsonKey, "[ ]");
-    FPDownloadsStore store;
-    store.deleteDownloadWithId("nope");
+    UserDefaults::standard()->setString(key, "[ ]");
+    FPDownloadsStore().deleteDownloadWithId("nope");
     EXPECT_EQ(stored(), "[ ]");
 }
 
-TEST_F(FPDownloadsStoreTest, DeletingADownloadWithoutPackageRemovesOnlyTheRecord) {
-    FPDownloadsStore store;
-    store.getAllDownloads();
-    auto gone = create(store, "gone");
-    auto kept = create(store, "kept");
-    testing::internal::CaptureStdout();
-    store.deleteDownloadWithId(gone->id());
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_EQ(titles(store), std::vector<std::string>{"kept"});
-    EXPECT_EQ(titles(*std::make_unique<FPDownloadsStore>()), std::vector<std::string>{"kept"});
-}
-
-TEST_F(FPDownloadsStoreTest, DeletingRemovesThePackageInsideHome) {
-    FPDownloadsStore store;
-    store.getAllDownloads();
-    auto download = create(store, "a");
+TEST_F(FPDownloadsStoreTest, DeletingRemovesTheRecordAndThePackageInsideHome) {
+    auto store = listedStore();
+    auto withPackage = create(*store, "package");
+    auto withoutPackage = create(*store, "none");
+    create(*store, "kept");
     fs::path package = home.path() / "Library" / "media" / "a.movpkg";
     fs::create_directories(package / "segments");
     std::ofstream(package / "segments" / "0.ts") << "data";
-    download->setOfflineUrl(package.string());
-    store.update(download);
+    withPackage->setOfflineUrl(package.string());
+    store->update(withPackage);
 
     testing::internal::CaptureStdout();
-    store.deleteDownloadWithId(download->id());
+    store->deleteDownloadWithId(withPackage->id());
+    store->deleteDownloadWithId(withoutPackage->id());
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_FALSE(fs::exists(package));
     EXPECT_TRUE(fs::exists(home.path() / "Library" / "media"));
-    EXPECT_TRUE(store.getAllDownloads().empty());
+    EXPECT_EQ(titles(*store), Strings{"kept"});
+    EXPECT_EQ(storedTitles(), Strings{"kept"});
 }
 
 TEST_F(FPDownloadsStoreTest, DeletingAMissingPackagePrintsTheFailure) {
-    FPDownloadsStore store;
-    store.getAllDownloads();
-    auto download = create(store, "a");
+    auto store = listedStore();
+    auto download = create(*store, "a");
     download->setOfflineUrl("Library/media/missing.movpkg");
     testing::internal::CaptureStdout();
-    store.deleteDownloadWithId(download->id());
+    store->deleteDownloadWithId(download->id());
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "FPDownloadsStore:FileManager.default.removeItem " +
                   download->offlineUrlAsset()->url().absoluteString() +
                   " error: No such file or directory\n");
-    EXPECT_TRUE(store.getAllDownloads().empty());
+    EXPECT_TRUE(store->getAllDownloads().empty());
 }
 
 TEST_F(FPDownloadsStoreTest, DeletingNeverRemovesAnythingOutsideHome) {
-    fs::path victim = home.path().parent_path() / (home.path().filename().string() + "-victim");
+    fs::path victim = home.path().string() + "-victim";
     fs::create_directories(victim);
     std::ofstream(victim / "precious") << "data";
 
-    FPDownloadsStore store;
-    store.getAllDownloads();
-    auto download = create(store, "a");
-    download->setOfflineUrl("Library/../../" + victim.filename().string());
-    auto other = create(store, "b");
-    other->setOfflineUrl("Library/..");
+    auto store = listedStore();
+    auto outside = create(*store, "a");
+    outside->setOfflineUrl("Library/../../" + victim.filename().string());
+    auto wholeHome = create(*store, "b");
+    wholeHome->setOfflineUrl("Library/..");
     testing::internal::CaptureStdout();
-    store.deleteDownloadWithId(download->id());
-    store.deleteDownloadWithId(other->id());
+    store->deleteDownloadWithId(outside->id());
+    store->deleteDownloadWithId(wholeHome->id());
     std::string printed = testing::internal::GetCapturedStdout();
     EXPECT_THAT(printed,
-                HasSubstr("not removing " + download->offlineUrlAsset()->url().absoluteString()));
-    EXPECT_THAT(printed, HasSubstr("outside the application home"));
+                HasSubstr("not removing " + outside->offlineUrlAsset()->url().absoluteString() +
+                          ": it lies outside the application home"));
     EXPECT_TRUE(fs::exists(victim / "precious"));
     EXPECT_TRUE(fs::exists(home.path() / "Library"));
-    EXPECT_TRUE(store.getAllDownloads().empty());
+    EXPECT_TRUE(store->getAllDownloads().empty());
     fs::remove_all(victim);
 }
 
-// Stored values that cannot be read.
+// Stored values that cannot be read are kept before a save replaces them.
 
-TEST_F(FPDownloadsStoreTest, AnUnreadableListIsKeptBeforeItIsReplaced) {
-    const std::string bad =
-        R"([{"id":"A","title":"T","state":9,"playlist_url":"https://h/m.m3u8","download_progress":0}])";
-    UserDefaults::standard()->setString(FPDownloadsStore::DownloadsJsonKey, bad);
-    FPDownloadsStore store;
-    EXPECT_TRUE(store.getAllDownloads().empty());
+TEST_F(FPDownloadsStoreTest, AnUnreadableListIsKeptOnceBeforeItIsReplaced) {
+    const std::string bad = R"([{"id":"A","title":"T","state":9,"playlist_url":"https://h/m",)"
+                            R"("download_progress":0}])";
+    UserDefaults::standard()->setString(key, bad);
+    auto store = listedStore();
+    EXPECT_TRUE(store->getAllDownloads().empty());
     EXPECT_EQ(stored(), bad);
     testing::internal::CaptureStdout();
-    auto download = create(store, "new");
+    auto download = create(*store, "new");
     testing::internal::GetCapturedStdout();
-    EXPECT_EQ(stored(FPDownloadsStore::UnreadableDownloadsJsonKey), bad);
-    EXPECT_EQ(titles(*std::make_unique<FPDownloadsStore>()), std::vector<std::string>{"new"});
+    EXPECT_EQ(stored(backupKey), bad);
+    EXPECT_EQ(storedTitles(), Strings{"new"});
 
-    // Only the first save keeps it; later saves leave the backup alone.
-    download->setProgress(0.5);
-    store.update(download);
-    EXPECT_EQ(stored(FPDownloadsStore::UnreadableDownloadsJsonKey), bad);
+    UserDefaults::standard()->setString(backupKey, "older");
+    store->update(download);
+    EXPECT_EQ(stored(backupKey), "older");
 }
 
-TEST_F(FPDownloadsStoreTest, AnUnreadableListIsKeptEvenWhenCreatingWithoutReading) {
-    UserDefaults::standard()->setString(FPDownloadsStore::DownloadsJsonKey, "{not json");
-    FPDownloadsStore store;
+TEST_F(FPDownloadsStoreTest, UnreadableValuesAreKeptEvenWithoutReadingOrOfAnotherType) {
+    UserDefaults::standard()->setString(key, "{not json");
     testing::internal::CaptureStdout();
-    create(store, "new");
+    FPDownloadsStore unlisted;
+    create(unlisted, "new");
+    EXPECT_EQ(stored(backupKey), "{not json");
+
+    UserDefaults::standard()->setData(key, std::string("\x01\x02", 2));
+    create(*listedStore(), "again");
     testing::internal::GetCapturedStdout();
-    EXPECT_EQ(stored(FPDownloadsStore::UnreadableDownloadsJsonKey), "{not json");
-    EXPECT_EQ(titles(*std::make_unique<FPDownloadsStore>()), std::vector<std::string>{"new"});
+    EXPECT_EQ(UserDefaults::standard()->data(backupKey), std::string("\x01\x02", 2));
 }
 
-TEST_F(FPDownloadsStoreTest, AValueOfAnotherTypeIsKeptAsItIs) {
-    UserDefaults::standard()->setData(FPDownloadsStore::DownloadsJsonKey,
-                                      std::string("\x01\x02", 2));
-    FPDownloadsStore store;
-    EXPECT_TRUE(store.getAllDownloads().empty());
-    testing::internal::CaptureStdout();
-    create(store, "new");
-    testing::internal::GetCapturedStdout();
-    EXPECT_EQ(UserDefaults::standard()->data(FPDownloadsStore::UnreadableDownloadsJsonKey),
-              std::string("\x01\x02", 2));
-}
-
-TEST_F(FPDownloadsStoreTest, AFailedWriteNeverLosesTheStoredValue) {
+TEST_F(FPDownloadsStoreTest, FailedWritesAndEncodingsNeverLoseTheStoredValue) {
     auto defaults =
         std::make_shared<FailingUserDefaults>(UserDefaults::open(home.path() / "failing.sqlite"));
-    defaults->setString(FPDownloadsStore::DownloadsJsonKey, "garbage");
+    defaults->setString(key, "garbage");
     FPDownloadsStore store(defaults);
     EXPECT_TRUE(store.getAllDownloads().empty());
 
     defaults->failWrites = true;
     auto download = create(store, "a");
-    EXPECT_EQ(defaults->string(FPDownloadsStore::DownloadsJsonKey), "garbage");
+    EXPECT_EQ(defaults->string(key), "garbage");
     EXPECT_EQ(store.findFirstWithId(download->id()), download);
 
     defaults->failWrites = false;
     testing::internal::CaptureStdout();
     store.update(download);
     testing::internal::GetCapturedStdout();
-    EXPECT_EQ(defaults->string(FPDownloadsStore::UnreadableDownloadsJsonKey), "garbage");
+    EXPECT_EQ(defaults->string(backupKey), "garbage");
     EXPECT_EQ(FPDownloadsStore(defaults).getAllDownloads().size(), 1u);
-}
 
-TEST_F(FPDownloadsStoreTest, AnEncodingFailureLeavesTheStoredValue) {
-    FPDownloadsStore store;
-    store.getAllDownloads();
-    auto download = create(store, "a");
-    std::string before = *stored();
+    std::string before = *defaults->string(key);
     download->setProgress(std::numeric_limits<double>::infinity());
     store.update(download);
-    EXPECT_EQ(stored(), before);
+    EXPECT_EQ(defaults->string(key), before);
 }
 
 }  // namespace

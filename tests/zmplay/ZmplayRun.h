@@ -1,16 +1,12 @@
 #pragma once
 
-#include <fcntl.h>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <spawn.h>
-#include <sstream>
+#include <iterator>
 #include <string>
 #include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
-
-extern char** environ;
 
 namespace zarvo::test {
 
@@ -19,68 +15,42 @@ struct ZmplayResult {
     std::string out;
     std::string err;
 
-    // The last line of standard output (without its newline).
     std::string lastLine() const {
-        std::string text = out;
-        if (!text.empty() && text.back() == '\n') {
-            text.pop_back();
-        }
-        return text.substr(text.rfind('\n') == std::string::npos ? 0 : text.rfind('\n') + 1);
+        std::string text = out.ends_with('\n') ? out.substr(0, out.size() - 1) : out;
+        return text.substr(text.find_last_of('\n') + 1);
     }
 };
+
+inline std::string shellQuoted(const std::string& word) {
+    std::string quoted = "'";
+    for (char c : word) {
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return quoted + "'";
+}
 
 // Runs the zmplay binary with `arguments` on the application home `home` (ZM_HOME).
 inline ZmplayResult runZmplay(const std::vector<std::string>& arguments,
                               const std::filesystem::path& home) {
-    namespace fs = std::filesystem;
-    fs::path outPath = home.parent_path() / (home.filename().string() + ".out");
-    fs::path errPath = home.parent_path() / (home.filename().string() + ".err");
-
-    std::vector<std::string> words{ZMPLAY_PATH};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (auto& word : words) {
-        argv.push_back(word.data());
+    std::string errPath = home.string() + ".err";
+    std::string command = "ZM_HOME=" + shellQuoted(home.string()) + " " + ZMPLAY_PATH;
+    for (const auto& argument : arguments) {
+        command += " " + shellQuoted(argument);
     }
-    argv.push_back(nullptr);
+    command += " 2>" + shellQuoted(errPath);
 
-    std::vector<std::string> environment{"ZM_HOME=" + home.string()};
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        if (std::string(*entry).rfind("ZM_HOME=", 0) != 0) {
-            environment.emplace_back(*entry);
-        }
-    }
-    std::vector<char*> envp;
-    for (auto& entry : environment) {
-        envp.push_back(entry.data());
-    }
-    envp.push_back(nullptr);
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0600);
-    posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0600);
     ZmplayResult result;
-    pid_t pid = 0;
-    if (posix_spawn(&pid, ZMPLAY_PATH, &actions, nullptr, argv.data(), envp.data()) == 0) {
-        int status = 0;
-        waitpid(pid, &status, 0);
+    if (FILE* pipe = ::popen(command.c_str(), "r")) {
+        char buffer[4096];
+        while (std::size_t read = std::fread(buffer, 1, sizeof buffer, pipe)) {
+            result.out.append(buffer, read);
+        }
+        int status = ::pclose(pipe);
         result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
-    posix_spawn_file_actions_destroy(&actions);
-
-    auto slurp = [](const fs::path& path) {
-        std::ifstream file(path);
-        std::stringstream text;
-        text << file.rdbuf();
-        return text.str();
-    };
-    result.out = slurp(outPath);
-    result.err = slurp(errPath);
-    fs::remove(outPath);
-    fs::remove(errPath);
+    std::ifstream err(errPath);
+    result.err.assign(std::istreambuf_iterator<char>(err), {});
+    std::filesystem::remove(errPath);
     return result;
 }
 
