@@ -11,7 +11,7 @@ namespace zarvo::origin {
 
 // The tracking beacons the origin has received, oldest first. Thread-safe.
 class BeaconLog {
-  public:
+public:
     struct Beacon {
         std::string path;                 // "/track/a/init.gif"
         std::string rawQuery;             // as sent, without "?"
@@ -29,7 +29,7 @@ class BeaconLog {
     // Decodes a raw query into items (percent escapes decoded, "+" kept as it is).
     static std::vector<UrlQueryItem> decodeQuery(const std::string& rawQuery);
 
-  private:
+private:
     mutable std::mutex mutex_;
     std::vector<Beacon> beacons_;
 };

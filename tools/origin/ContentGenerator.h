@@ -12,7 +12,7 @@ namespace zarvo::origin {
 // Writes the sample content (see SampleContent) into an empty folder with the ffmpeg tool:
 // 30 seconds of test pattern and two tones, 2-second segments, three small variants.
 class ContentGenerator {
-  public:
+public:
     // Everything that shapes the output; its hash names the cache folder.
     static std::string recipe();
     // The AES-128 key of the protected copy.

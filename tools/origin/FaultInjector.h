@@ -12,7 +12,7 @@ namespace zarvo::origin {
 
 // The faults in force. Thread-safe: tests change them while the server answers requests.
 class FaultInjector {
-  public:
+public:
     void add(Fault fault);
     // Removes the faults of exactly this prefix.
     void remove(const std::string& pathPrefix);
@@ -23,7 +23,7 @@ class FaultInjector {
     // matches and that selects this request. Counts down limited faults.
     std::optional<Fault> take(const std::string& path);
 
-  private:
+private:
     mutable std::mutex mutex_;
     std::vector<Fault> faults_;
     std::mt19937 random_{20261122};  // fixed seed: fractions select the same requests each run

@@ -13,7 +13,7 @@ namespace zarvo::origin {
 // The clear-key licence service: hands out the application certificate and answers key
 // requests (see zarvo::ContentKeyRequest) with content keys.
 class LicenseServer {
-  public:
+public:
     struct Answer {
         int status = 200;
         Data body;
@@ -30,7 +30,7 @@ class LicenseServer {
     // certificate or an unknown content identifier.
     Answer license(const HeaderLookup& header, std::string_view body) const;
 
-  private:
+private:
     std::string certificateIdentifier_;
     std::map<std::string, Data> contentKeys_;
     std::map<std::string, std::string> requiredHeaders_;

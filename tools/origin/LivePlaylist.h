@@ -15,7 +15,7 @@ namespace zarvo::origin {
 // rendition; it starts at epoch + (k / N) * loopDuration + (start of segment k % N), where the
 // timing comes from one reference rendition so that all renditions stay aligned.
 class LivePlaylist {
-  public:
+public:
     struct Schedule {
         Date epoch = Date(1'767'225'600.0);  // 2026-01-01 00:00:00 UTC
         int windowSegments = 5;              // segments in a live playlist
@@ -41,7 +41,7 @@ class LivePlaylist {
 
     const Schedule& schedule() const { return schedule_; }
 
-  private:
+private:
     std::string render(const SegmentList& rendition, long long first, long long last,
                        bool startAtFirst) const;
     long long lastAvailable(Date now) const;

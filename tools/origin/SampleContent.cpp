@@ -23,7 +23,7 @@ Error failure(const std::string& description) {
 
 // An exclusive flock on a file, held for the object's lifetime.
 class FileLock {
-  public:
+public:
     explicit FileLock(const fs::path& path) : fd_(open(path.c_str(), O_RDWR | O_CREAT, 0644)) {
         if (fd_ >= 0) {
             while (flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
@@ -39,7 +39,7 @@ class FileLock {
     FileLock& operator=(const FileLock&) = delete;
     bool locked() const { return fd_ >= 0; }
 
-  private:
+private:
     int fd_;
 };
 

@@ -16,7 +16,7 @@ namespace zarvo::origin {
 //   protected/  the same renditions in AES-128 with the key URI "skd://zm-sample-1"
 //   variants.txt  one "name width height bandwidth" line per video variant
 class SampleContent {
-  public:
+public:
     struct Variant {
         std::string name;  // folder, e.g. "v0"
         int width = 0;
@@ -45,7 +45,7 @@ class SampleContent {
     // playlists.
     std::string masterPlaylist(bool withSubtitles, const std::string& uriQuery = {}) const;
 
-  private:
+private:
     static std::variant<SampleContent, Error> load(const std::filesystem::path& directory);
 
     std::filesystem::path directory_;

@@ -23,7 +23,7 @@ namespace zarvo::origin {
 //   GET /track/received (JSON of the recorded beacons), DELETE /track/received
 //   GET /redirect?to=<path>   (302 to that path)
 class SampleOrigin {
-  public:
+public:
     explicit SampleOrigin(OriginOptions options = {});
     ~SampleOrigin();
     SampleOrigin(const SampleOrigin&) = delete;
@@ -54,7 +54,7 @@ class SampleOrigin {
 
     static bool isLoopbackHost(const std::string& host);
 
-  private:
+private:
     struct Impl;
     std::unique_ptr<Impl> impl_;
 };

@@ -10,7 +10,7 @@ namespace zarvo::origin {
 // The segments of a generated VOD media playlist, in order: what the live and DVR playlists
 // repeat. Only the tags our own generator writes are understood.
 class SegmentList {
-  public:
+public:
     struct Segment {
         double duration = 0;
         std::string uri;
@@ -26,7 +26,7 @@ class SegmentList {
     // Tags that apply to every segment (EXT-X-KEY, EXT-X-MAP), in order.
     const std::vector<std::string>& sharedTags() const { return sharedTags_; }
 
-  private:
+private:
     std::vector<Segment> segments_;
     std::vector<std::string> sharedTags_;
     int targetDuration_ = 0;
