@@ -484,10 +484,13 @@ TEST_F(UrlSessionLifecycleTest, ManyConcurrentRequestsShareAFewConnections) {
               static_cast<std::size_t>(session->configuration().httpMaximumConnectionsPerHost));
 }
 
-// Answers every connection with fixed bytes and closes it: replies no HTTP server would give.
+// Answers every connection with fixed bytes and closes it: replies no HTTP server would give,
+// or a reply in pieces with pauses between them.
 class RawReplyServer {
 public:
-    explicit RawReplyServer(std::string reply) : reply_(std::move(reply)) {
+    explicit RawReplyServer(std::string reply) : RawReplyServer(std::vector{std::move(reply)}, 0) {}
+    RawReplyServer(std::vector<std::string> pieces, double pauseSeconds)
+        : pieces_(std::move(pieces)), pause_(pauseSeconds) {
         listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in address{};
         address.sin_family = AF_INET;
@@ -503,6 +506,11 @@ public:
         thread_ = std::thread([this] { serve(); });
     }
     ~RawReplyServer() {
+        {
+            std::lock_guard lock(mutex_);
+            stopping_ = true;
+        }
+        stopped_.notify_all();
         ::shutdown(listener_, SHUT_RDWR);
         if (thread_.joinable()) {
             thread_.join();
@@ -527,12 +535,27 @@ private:
                 }
                 request.append(buffer, static_cast<std::size_t>(received));
             }
-            ::send(connection, reply_.data(), reply_.size(), MSG_NOSIGNAL);
+            for (std::size_t i = 0; i < pieces_.size(); ++i) {
+                if (i > 0 && pauseInterrupted()) {
+                    break;
+                }
+                ::send(connection, pieces_[i].data(), pieces_[i].size(), MSG_NOSIGNAL);
+            }
             ::close(connection);
         }
     }
 
-    std::string reply_;
+    bool pauseInterrupted() {
+        std::unique_lock lock(mutex_);
+        return stopped_.wait_for(lock, std::chrono::duration<double>(pause_),
+                                 [&] { return stopping_; });
+    }
+
+    std::vector<std::string> pieces_;
+    double pause_;
+    std::mutex mutex_;
+    std::condition_variable stopped_;
+    bool stopping_ = false;
     int listener_ = -1;
     int port_ = 0;
     std::thread thread_;
@@ -554,6 +577,23 @@ TEST(UrlSessionBrokenServerTest, MalformedAndCutShortRepliesAreDistinctErrors) {
         << truncated.error->description();
     EXPECT_EQ(errorCode(unreadable), static_cast<long>(UrlError::badServerResponse))
         << unreadable.error->description();
+}
+
+TEST(UrlSessionBrokenServerTest, ASlowButSteadyBodyDoesNotTimeOut) {
+    // Six pieces 0.25 s apart: 1.25 s in all, never 0.8 s without a byte.
+    std::vector<std::string> pieces{"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n"};
+    for (const char* piece : {"a", "b", "c", "d", "e"}) {
+        pieces.emplace_back(piece);
+    }
+    RawReplyServer trickle(pieces, 0.25);
+    auto session = UrlSession::make(UrlSessionConfiguration::defaultConfiguration());
+    UrlRequest request(urlOf(trickle.url()));
+    request.timeoutInterval = 0.8;
+
+    Outcome outcome = fetch(*session, request);
+
+    ASSERT_FALSE(outcome.error) << outcome.error->description();
+    EXPECT_EQ(*outcome.data, "abcde");
 }
 
 TEST(UrlSessionBrokenServerTest, RedirectToAnotherSchemeIsUnsupported) {
