@@ -29,14 +29,6 @@ TEST(UrlRequestTest, HeaderFieldsMatchWithoutCaseAndKeepTheirSpelling) {
     EXPECT_EQ(request.allHttpHeaderFields().size(), 2u);
 }
 
-TEST(UrlRequestTest, DefaultsAreAGetWithTheProtocolPolicyAndAMinuteTimeOut) {
-    UrlRequest request(exampleUrl());
-    EXPECT_EQ(request.httpMethod, "GET");
-    EXPECT_FALSE(request.httpBody);
-    EXPECT_EQ(request.cachePolicy, UrlRequest::CachePolicy::useProtocolCachePolicy);
-    EXPECT_EQ(request.timeoutInterval, 60.0);
-}
-
 TEST(HttpUrlResponseTest, HeaderLookupAndMimeType) {
     HttpUrlResponse response{exampleUrl(),
                              200,

@@ -20,7 +20,7 @@ namespace {
 // httplib hands every accepted connection to its task queue: running each on a thread of
 // its own counts connections and lets any number of them be open at once.
 class ConnectionThreads : public httplib::TaskQueue {
-  public:
+public:
     explicit ConnectionThreads(std::atomic<std::size_t>& accepted) : accepted_(accepted) {}
 
     void enqueue(std::function<void()> connection) override {
@@ -46,7 +46,7 @@ class ConnectionThreads : public httplib::TaskQueue {
         }
     }
 
-  private:
+private:
     struct Worker {
         std::thread thread;
         std::shared_ptr<std::atomic<bool>> done;
@@ -68,14 +68,8 @@ class ConnectionThreads : public httplib::TaskQueue {
     std::list<Worker> workers_;
 };
 
-int portOf(const sockaddr_storage& address) {
-    if (address.ss_family == AF_INET) {
-        return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
-    }
-    if (address.ss_family == AF_INET6) {
-        return ntohs(reinterpret_cast<const sockaddr_in6&>(address).sin6_port);
-    }
-    return -1;
+int portOf(const sockaddr_in& address) {
+    return ntohs(address.sin_port);
 }
 
 // httplib does not hand its sockets out, so a connection's descriptor is found by its two
@@ -90,12 +84,13 @@ void shutDownConnections(int localPort, std::optional<int> remotePort) {
         } catch (const std::exception&) {
             continue;
         }
-        sockaddr_storage local{};
-        sockaddr_storage peer{};
+        sockaddr_in local{};
+        sockaddr_in peer{};
         socklen_t localLength = sizeof local;
         socklen_t peerLength = sizeof peer;
         if (::getsockname(fd, reinterpret_cast<sockaddr*>(&local), &localLength) != 0 ||
-            ::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0) {
+            ::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 ||
+            local.sin_family != AF_INET) {
             continue;
         }
         if (portOf(local) == localPort && (!remotePort || portOf(peer) == *remotePort)) {
