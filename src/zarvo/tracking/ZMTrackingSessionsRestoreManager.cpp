@@ -91,7 +91,8 @@ void ZMTrackingSessionsRestoreManager::sendAllRestoredSessions() {
             const auto& data = session->storage().storageData;
             if (data.sessionState == ZMTrackingSessionStorageState::initialized &&
                 !data.events.empty()) {
-                ++pendingSends_;
+                std::lock_guard sendsLock(pendingSends_->mutex);
+                ++pendingSends_->count;
                 toSend.push_back(session);
             } else {
                 // Never initialised, already delivered, or nothing left to report.
@@ -121,23 +122,19 @@ void ZMTrackingSessionsRestoreManager::send(
     session->setNetworkOperation(operation);
 
     std::weak_ptr<ZMTrackingStoredSession> weakSession = session;
-    std::weak_ptr<ZMTrackingSessionsRestoreManager> weakManager = weak_from_this();
-    operation->start([weakSession, weakManager](std::optional<ZMTrackingSessionError> failure) {
+    std::weak_ptr<PendingSends> weakPending = pendingSends_;
+    operation->start([weakSession, weakPending](std::optional<ZMTrackingSessionError> failure) {
         if (auto stored = weakSession.lock(); stored && !failure) {
             stored->storage().storageData.sessionState =
                 ZMTrackingSessionStorageState::markedAsFinished;
             stored->storage().save();
             stored->storage().remove();
         }
-        if (auto manager = weakManager.lock()) {
-            manager->sendFinished();
+        if (auto pending = weakPending.lock()) {
+            std::lock_guard lock(pending->mutex);
+            --pending->count;
         }
     });
-}
-
-void ZMTrackingSessionsRestoreManager::sendFinished() {
-    std::lock_guard lock(mutex_);
-    --pendingSends_;
 }
 
 std::vector<Uuid> ZMTrackingSessionsRestoreManager::storedSessionsIds() const {
@@ -150,8 +147,8 @@ std::vector<Uuid> ZMTrackingSessionsRestoreManager::storedSessionsIds() const {
 }
 
 std::size_t ZMTrackingSessionsRestoreManager::pendingSendsCount() const {
-    std::lock_guard lock(mutex_);
-    return pendingSends_;
+    std::lock_guard lock(pendingSends_->mutex);
+    return pendingSends_->count;
 }
 
 }  // namespace zarvo

@@ -12,8 +12,7 @@ namespace zarvo {
 
 // Reads the session files that earlier runs left behind and sends what they hold, once per
 // process. Every player asks the shared instance to do so when it is created.
-class ZMTrackingSessionsRestoreManager
-    : public std::enable_shared_from_this<ZMTrackingSessionsRestoreManager> {
+class ZMTrackingSessionsRestoreManager {
   public:
     static std::shared_ptr<ZMTrackingSessionsRestoreManager> sharedManager();
 
@@ -34,13 +33,18 @@ class ZMTrackingSessionsRestoreManager
     std::size_t pendingSendsCount() const;
 
   private:
+    // The count of beacons in flight, shared with their completions, which may outlive us.
+    struct PendingSends {
+        mutable std::mutex mutex;
+        std::size_t count = 0;
+    };
+
     void send(const std::shared_ptr<ZMTrackingStoredSession>& session);
-    void sendFinished();
 
     mutable std::mutex mutex_;
     std::vector<std::shared_ptr<ZMTrackingStoredSession>> storedSessions_;
     bool wasRestoreCalled_ = false;
-    std::size_t pendingSends_ = 0;
+    const std::shared_ptr<PendingSends> pendingSends_ = std::make_shared<PendingSends>();
 };
 
 }  // namespace zarvo

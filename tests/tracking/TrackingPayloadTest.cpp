@@ -1,0 +1,162 @@
+#include <cctype>
+
+#include <gtest/gtest.h>
+
+#include "zarvo/platform/DeviceInfo.h"
+#include "zarvo/tracking/ZMInternalTrackingEvent.h"
+#include "zarvo/tracking/ZMTrackingEvent.h"
+#include "zarvo/tracking/ZMTrackingSessionContentInfo.h"
+#include "zarvo/tracking/ZMTrackingSessionDeviceInfo.h"
+#include "zarvo/tracking/ZMTrackingSessionStorageData.h"
+
+#include "support/TempHome.h"
+
+namespace zarvo {
+namespace {
+
+std::vector<std::string> names(const std::vector<UrlQueryItem>& items) {
+    std::vector<std::string> result;
+    for (const auto& item : items) {
+        result.push_back(item.name);
+    }
+    return result;
+}
+
+ZMTrackingSessionDeviceInfo minimalDevice() {
+    return {std::nullopt, std::nullopt, "dev-1",      std::nullopt, std::nullopt, std::nullopt,
+            std::nullopt, std::nullopt, std::nullopt, "AVPLAYER",   std::nullopt, "V1"};
+}
+
+ZMTrackingSessionDeviceInfo fullDevice() {
+    return {"x86_64", "2.3.1 (418)",      "dev-1", "Apple",    "HLS", "Debian GNU/Linux",
+            "12",     "DEBIAN GNU/LINUX", "0.1.0", "AVPLAYER", "PC",  "V1"};
+}
+
+TEST(TrackingEventTest, CodesFollowDeclarationOrderAndValuesRenderAsText) {
+    EXPECT_EQ(ZMTrackingEvent::playing(10).code(), 0);
+    EXPECT_EQ(ZMTrackingEvent::error(3).code(), 8);
+    EXPECT_EQ(ZMTrackingEvent::audioTrackChanged("pl").code(), 9);
+    EXPECT_EQ(ZMTrackingEvent::subtitleTrackChanged("en").code(), 10);
+    EXPECT_EQ(ZMTrackingEvent::seeking(-42).valueText(), "-42");
+    EXPECT_EQ(ZMTrackingEvent::subtitleTrackChanged("a,b;c").valueText(), "a,b;c");
+
+    EXPECT_EQ(ZMTrackingEvent::fromText("videoTrackChanged", "720"),
+              ZMTrackingEvent::videoTrackChanged(720));
+    EXPECT_EQ(ZMTrackingEvent::fromText("audioTrackChanged", "12x"),
+              ZMTrackingEvent::audioTrackChanged("12x"));
+    EXPECT_FALSE(ZMTrackingEvent::fromText("playing", "12x"));
+    EXPECT_FALSE(ZMTrackingEvent::fromText("playing", ""));
+    EXPECT_FALSE(ZMTrackingEvent::fromText("dancing", "1"));
+}
+
+TEST(TrackingEventTest, EventsTextJoinsFieldsWithCommasAndEventsWithSemicolons) {
+    auto audio = ZMInternalTrackingEvent::make(ZMTrackingEvent::audioTrackChanged("pl"), 12, 30);
+    EXPECT_EQ(audio.text(), "9,12,30,pl");
+    EXPECT_EQ(ZMInternalTrackingEvent::eventsText({}), "");
+    auto odd = ZMInternalTrackingEvent::make(ZMTrackingEvent::audioTrackChanged("x,y;z"), 1, 2);
+    EXPECT_EQ(ZMInternalTrackingEvent::eventsText(
+                  {audio, ZMInternalTrackingEvent::make(ZMTrackingEvent::paused(0), 0, -1), odd}),
+              "9,12,30,pl;2,0,-1,0;9,1,2,x,y;z");
+}
+
+TEST(TrackingDeviceInfoTest, QueryItemsKeepFieldOrderAndDropAbsentFields) {
+    EXPECT_EQ(names(minimalDevice().queryItems()),
+              (std::vector<std::string>{"deviceId", "rendererType", "version"}));
+    EXPECT_EQ(names(fullDevice().queryItems()),
+              (std::vector<std::string>{"agent", "agentVersion", "deviceId", "maker", "mimeType",
+                                        "os", "osVersion", "platform", "playerVersion",
+                                        "rendererType", "terminal", "version"}));
+    EXPECT_EQ(fullDevice().queryItems()[1], (UrlQueryItem{"agentVersion", "2.3.1 (418)"}));
+}
+
+TEST(TrackingDeviceInfoTest, DescribesThisMachineWithTheFixedTexts) {
+    test::TempHome home;  // the vendor identifier is kept in this home's user defaults
+    ZMTrackingSessionDeviceInfo device;
+    EXPECT_EQ(device.agent, DeviceInfo::machine());
+    EXPECT_EQ(device.maker, "Apple");
+    EXPECT_EQ(device.mimeType, "HLS");
+    EXPECT_EQ(device.rendererType, "AVPLAYER");
+    EXPECT_EQ(device.terminal, "PC");
+    EXPECT_EQ(device.version, "V1");
+    EXPECT_EQ(device.os, DeviceInfo::systemName());
+    EXPECT_EQ(device.osVersion, DeviceInfo::systemVersion());
+    ASSERT_TRUE(device.platform && device.os);
+    for (std::size_t i = 0; i < device.os->size(); ++i) {
+        EXPECT_EQ((*device.platform)[i], std::toupper(static_cast<unsigned char>((*device.os)[i])));
+    }
+    EXPECT_EQ(device.deviceId.size(), 36u);
+    for (char c : device.deviceId) {
+        EXPECT_FALSE(std::isupper(static_cast<unsigned char>(c))) << device.deviceId;
+    }
+    EXPECT_EQ(ZMTrackingSessionDeviceInfo().deviceId, device.deviceId);
+}
+
+TEST(TrackingContentInfoTest, QueryItemsPutOptionalItemsLastAndNeverTheEndpoint) {
+    ZMTrackingSessionContentInfo plain(7, 8, 3600, "http://collector/t", 9, "VOD", "S-1",
+                                       std::nullopt, "http://cdn/x.m3u8");
+    auto items = plain.queryItems();
+    EXPECT_EQ(names(items),
+              (std::vector<std::string>{"contentId", "customerId", "duration", "productId",
+                                        "productType", "sessionId", "url"}));
+    EXPECT_EQ(items[2].value, "3600");
+
+    ZMTrackingSessionContentInfo full(7, 8, 3600, "http://collector/t", 9, "Title", "VOD", "S-1",
+                                      11, 12, "http://cdn/x.m3u8");
+    items = full.queryItems();
+    EXPECT_EQ(names(items).size(), 10u);
+    EXPECT_EQ(items[7], (UrlQueryItem{"subscriberId", "11"}));
+    EXPECT_EQ(items[8], (UrlQueryItem{"subscriberProfileId", "12"}));
+    EXPECT_EQ(items[9], (UrlQueryItem{"productTitle", "Title"}));
+}
+
+TEST(TrackingStorageDataTest, EncodesKeysInOrderAndDecodesBack) {
+    ZMTrackingSessionStorageData data(
+        minimalDevice(), ZMTrackingSessionContentInfo(7, 8, 60, "http://c/t", 9, std::nullopt,
+                                                      "VOD", "S-1", 11, std::nullopt, "u"));
+    data.sessionState = ZMTrackingSessionStorageState::initialized;
+    data.events.push_back(
+        ZMInternalTrackingEvent::make(ZMTrackingEvent::audioTrackChanged("\"pl\"\n\\"), 3, 4));
+    data.events.push_back(ZMInternalTrackingEvent::make(ZMTrackingEvent::playing(5), 6, 7));
+
+    std::string text = data.encode();
+    auto json = Json::parse(text);
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : json.items()) {
+        keys.push_back(key);
+    }
+    EXPECT_EQ(keys, (std::vector<std::string>{"storageFileVersion", "deviceInfo", "contentInfo",
+                                              "sessionState", "events"}));
+    EXPECT_EQ(json["storageFileVersion"], "v1");
+    EXPECT_EQ(json["sessionState"], "initialized");
+    EXPECT_FALSE(json["deviceInfo"].contains("agent"));
+    EXPECT_FALSE(json["contentInfo"].contains("productTitle"));
+    EXPECT_EQ(json["events"][0], data.events[0].toJson());
+
+    auto decoded = ZMTrackingSessionStorageData::decode(text);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(*decoded, data);
+}
+
+TEST(TrackingStorageDataTest, RejectsDocumentsThatAreNotSessions) {
+    ZMTrackingSessionStorageData data(
+        minimalDevice(),
+        ZMTrackingSessionContentInfo(1, 2, 3, "e", 4, "t", "s", std::nullopt, "u"));
+    Json valid = Json::parse(data.encode());
+    EXPECT_TRUE(ZMTrackingSessionStorageData::decode(valid.dump()));
+
+    auto without = [&](auto edit) {
+        Json copy = valid;
+        edit(copy);
+        return ZMTrackingSessionStorageData::decode(copy.dump()).has_value();
+    };
+    EXPECT_FALSE(ZMTrackingSessionStorageData::decode("{\"storageFileVersion\":"));
+    EXPECT_FALSE(ZMTrackingSessionStorageData::decode("[]"));
+    EXPECT_FALSE(without([](Json& j) { j["storageFileVersion"] = "v2"; }));
+    EXPECT_FALSE(without([](Json& j) { j["sessionState"] = "paused"; }));
+    EXPECT_FALSE(without([](Json& j) { j["deviceInfo"].erase("deviceId"); }));
+    EXPECT_FALSE(without([](Json& j) { j["contentInfo"]["contentId"] = "7"; }));
+    EXPECT_FALSE(without([](Json& j) { j["events"] = Json::array({{{"eventType", 1}}}); }));
+}
+
+}  // namespace
+}  // namespace zarvo
