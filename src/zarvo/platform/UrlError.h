@@ -7,6 +7,22 @@
 namespace zarvo {
 
 // Transport failures of UrlSession, in the domain "NSURLErrorDomain" with the platform's codes.
+// Which failure gives which code:
+// - cancelled: the task was cancelled (or its session invalidated before it started);
+// - timedOut: no byte moved for the request's time-out, the connection took longer than
+//   that to open, or the whole transfer outlasted the configuration's resource time-out;
+// - unsupportedUrl: a scheme other than http/https, also when a redirect leads to one;
+// - badUrl: an http(s) URL without a host;
+// - cannotFindHost / cannotConnectToHost: the name did not resolve / the connection was
+//   refused or could not be made;
+// - networkConnectionLost: the peer closed or reset the connection, before any byte of a
+//   response or in the middle of a body;
+// - badServerResponse: bytes arrived that are not an HTTP response;
+// - httpTooManyRedirects, cannotDecodeContentData: more than 16 redirects / a body that does
+//   not decode from its Content-Encoding;
+// - secureConnectionFailed / serverCertificateUntrusted: the TLS handshake failed / the
+//   server's certificate did not verify.
+// Any HTTP status, 4xx and 5xx included, is a response and not an error.
 enum class UrlError : long {
     unknown = -1,
     cancelled = -999,
