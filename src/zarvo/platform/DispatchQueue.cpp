@@ -6,6 +6,7 @@
 #include <deque>
 #include <exception>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -39,7 +40,7 @@ const ExecutionContext* initialContext() {
 thread_local const ExecutionContext* currentContext = initialContext();
 
 class ContextScope {
-  public:
+public:
     ContextScope(const DispatchQueue* queue, const ExecutionContext* parent)
         : context_{queue, parent}, saved_(currentContext) {
         currentContext = &context_;
@@ -48,7 +49,7 @@ class ContextScope {
     ContextScope(const ContextScope&) = delete;
     ContextScope& operator=(const ContextScope&) = delete;
 
-  private:
+private:
     ExecutionContext context_;
     const ExecutionContext* saved_;
 };
@@ -102,7 +103,7 @@ void postAndWait(std::function<void()> work, Post&& post) {
 // Worker threads shared by every queue. A thread starts whenever a task arrives and no thread
 // is idle, so a blocking item never holds up another queue; threads idle for a while end.
 class WorkerPool {
-  public:
+public:
     static WorkerPool& shared() {
         static Immortal<WorkerPool> pool;
         return pool.get();
@@ -111,14 +112,22 @@ class WorkerPool {
     void submit(std::function<void()> task) {
         std::lock_guard lock(mutex_);
         tasks_.push_back(std::move(task));
-        if (tasks_.size() > idle_) {
-            std::thread([this] { work(); }).detach();
-        } else {
+        if (tasks_.size() <= idle_) {
             wakeup_.notify_one();
+            return;
+        }
+        try {
+            std::thread([this] { work(); }).detach();
+            ++threads_;
+        } catch (const std::system_error&) {
+            // Out of threads: the task waits for a busy thread, unless there is none at all.
+            if (threads_ == 0) {
+                fatalError("DispatchQueue cannot start a worker thread");
+            }
         }
     }
 
-  private:
+private:
     static constexpr auto idleLifetime = std::chrono::seconds(15);
 
     void work() {
@@ -138,6 +147,7 @@ class WorkerPool {
                 wakeup_.wait_for(lock, idleLifetime, [this] { return !tasks_.empty(); });
             --idle_;
             if (!woken) {
+                --threads_;
                 return;
             }
         }
@@ -147,10 +157,11 @@ class WorkerPool {
     std::condition_variable wakeup_;
     std::deque<std::function<void()>> tasks_;
     std::size_t idle_ = 0;
+    std::size_t threads_ = 0;
 };
 
 class SerialQueue final : public DispatchQueue {
-  public:
+public:
     explicit SerialQueue(std::string label) : label_(std::move(label)) {}
 
     const std::string& label() const override { return label_; }
@@ -165,14 +176,19 @@ class SerialQueue final : public DispatchQueue {
         if (isCurrent()) {
             syncOnCurrentQueue(label_);
         }
-        if (work) {
+        if (!work) {
+            return;
+        }
+        if (claimIdleQueue()) {
+            runClaimed(work);
+        } else {
             postAndWait(std::move(work), [this](WorkItem item) { enqueue(std::move(item)); });
         }
     }
 
     bool isCurrent() const override { return contextIncludes(this); }
 
-  private:
+private:
     void enqueue(WorkItem item) {
         {
             std::lock_guard lock(mutex_);
@@ -182,9 +198,42 @@ class SerialQueue final : public DispatchQueue {
             }
             draining_ = true;
         }
+        startDrain();
+    }
+
+    void startDrain() {
         // The drain holds the queue, so work posted to a queue that is then dropped still runs.
         auto self = std::static_pointer_cast<SerialQueue>(shared_from_this());
         WorkerPool::shared().submit([self] { self->drain(); });
+    }
+
+    // An idle queue lets a sync caller run its work on the calling thread, as the queue's only
+    // item, which saves two thread hand-offs.
+    bool claimIdleQueue() {
+        std::lock_guard lock(mutex_);
+        if (draining_ || !items_.empty()) {
+            return false;
+        }
+        draining_ = true;
+        return true;
+    }
+
+    void runClaimed(const std::function<void()>& work) {
+        struct Release {
+            std::shared_ptr<SerialQueue> queue;  // the work may drop the caller's reference
+            ~Release() {
+                {
+                    std::lock_guard lock(queue->mutex_);
+                    if (queue->items_.empty()) {
+                        queue->draining_ = false;
+                        return;
+                    }
+                }
+                queue->startDrain();  // work posted meanwhile
+            }
+        } release{std::static_pointer_cast<SerialQueue>(shared_from_this())};
+        ContextScope scope(this, currentContext);
+        work();
     }
 
     void drain() {
@@ -212,7 +261,7 @@ class SerialQueue final : public DispatchQueue {
 
 // The concurrent queue: items go straight to the worker pool, at most `width` at a time.
 class GlobalQueue final : public DispatchQueue {
-  public:
+public:
     const std::string& label() const override { return label_; }
 
     void async(std::function<void()> work) override {
@@ -240,7 +289,7 @@ class GlobalQueue final : public DispatchQueue {
 
     bool isCurrent() const override { return contextIncludes(this); }
 
-  private:
+private:
     static constexpr std::size_t width = 64;
 
     void start(std::function<void()> work) {
@@ -273,7 +322,7 @@ class GlobalQueue final : public DispatchQueue {
 // Each dispatch runs the items that were waiting when it began; items they post run in the
 // next iteration, so RunLoop can check its condition in between.
 class MainQueue final : public DispatchQueue {
-  public:
+public:
     MainQueue() {
         source_ = g_source_new(&sourceFuncs, sizeof(Source));
         reinterpret_cast<Source*>(source_)->queue = this;
@@ -303,7 +352,7 @@ class MainQueue final : public DispatchQueue {
 
     bool isCurrent() const override { return contextIncludes(this); }
 
-  private:
+private:
     struct Source {
         GSource base;
         MainQueue* queue;
