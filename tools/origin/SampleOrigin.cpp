@@ -27,10 +27,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The fault chosen for the request this server thread is handling (httplib runs the
-// pre-routing handler and the route on the same thread).
-thread_local std::optional<Fault> currentFault;
-
 constexpr unsigned char transparentGif[] = {
     0x47, 0x49, 0x46, 0x38, 0x39, 0x61, 0x01, 0x00, 0x01, 0x00, 0x80, 0x00, 0x00, 0x00, 0x00,
     0x00, 0xff, 0xff, 0xff, 0x21, 0xf9, 0x04, 0x01, 0x00, 0x00, 0x00, 0x00, 0x2c, 0x00, 0x00,
@@ -119,6 +115,10 @@ struct SampleOrigin::Impl {
     std::map<std::string, SegmentList> renditions;  // "v0", "a_pol", ...
     BeaconLog beacons;
     FaultInjector faults;
+    // The fault chosen for the request each server thread is handling (httplib runs the
+    // pre-routing handler and the route on the same thread).
+    std::mutex activeFaultsMutex;
+    std::map<std::thread::id, Fault> activeFaults;
     mutable std::mutex requestsMutex;
     std::vector<std::string> requests;
 
@@ -137,8 +137,25 @@ struct SampleOrigin::Impl {
                                     [this] { return stopping; });
     }
 
+    std::optional<Fault> chooseFault(const std::string& path) {
+        auto fault = faults.take(path);
+        std::lock_guard lock(activeFaultsMutex);
+        if (fault) {
+            activeFaults[std::this_thread::get_id()] = *fault;
+        } else {
+            activeFaults.erase(std::this_thread::get_id());
+        }
+        return fault;
+    }
+
+    std::optional<Fault> activeFault() {
+        std::lock_guard lock(activeFaultsMutex);
+        auto found = activeFaults.find(std::this_thread::get_id());
+        return found == activeFaults.end() ? std::nullopt : std::optional<Fault>(found->second);
+    }
+
     void send(httplib::Response& response, std::string body, const std::string& contentType) {
-        const auto fault = currentFault;
+        const auto fault = activeFault();
         if (!fault || (!fault->bytesPerSecond && !fault->truncateAfterBytes)) {
             response.set_content(std::move(body), contentType.c_str());
             return;
@@ -223,7 +240,7 @@ struct SampleOrigin::Impl {
                     std::lock_guard lock(requestsMutex);
                     requests.push_back(request.method + " " + request.path);
                 }
-                currentFault = faults.take(request.path);
+                const auto currentFault = chooseFault(request.path);
                 if (!currentFault) {
                     return httplib::Server::HandlerResponse::Unhandled;
                 }
