@@ -63,7 +63,7 @@ std::string keyDirectoryName(const std::string& id) {
 // building a document first; saving a long list re-encodes downloads often. Strings must be
 // UTF-8: anything else fails the writer, as it fails the library.
 class JsonWriter {
-  public:
+public:
     explicit JsonWriter(std::string& text) : text_(text) {}
 
     bool ok() const { return ok_; }
@@ -104,10 +104,21 @@ class JsonWriter {
         }
     }
 
-  private:
+private:
     void quoted(std::string_view value) {
         text_ += '"';
         for (std::size_t i = 0; i < value.size();) {
+            // Runs of characters that need no escape are copied at once.
+            std::size_t plain = i;
+            while (plain < value.size() &&
+                   needsNoEscape(static_cast<unsigned char>(value[plain]))) {
+                ++plain;
+            }
+            text_.append(value.substr(i, plain - i));
+            i = plain;
+            if (i == value.size()) {
+                break;
+            }
             unsigned char c = static_cast<unsigned char>(value[i]);
             if (c >= 0x80) {
                 std::size_t length = utf8SequenceLength(value.substr(i));
@@ -123,6 +134,9 @@ class JsonWriter {
             ++i;
         }
         text_ += '"';
+    }
+    static bool needsNoEscape(unsigned char c) {
+        return c >= 0x20 && c < 0x80 && c != '"' && c != '\\';
     }
     void open(char bracket) {
         separate();
