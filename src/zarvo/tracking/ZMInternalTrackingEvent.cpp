@@ -14,7 +14,21 @@ void appendInteger(std::string& out, std::int64_t number) {
 
 // A JSON string literal; invalid UTF-8 is replaced rather than failing the whole document.
 void appendJsonString(std::string& out, const std::string& text) {
-    out += Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+    bool plain = true;
+    for (char c : text) {
+        auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte >= 0x7F || c == '"' || c == '\\') {
+            plain = false;
+            break;
+        }
+    }
+    if (!plain) {
+        out += Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+        return;
+    }
+    out += '"';
+    out += text;
+    out += '"';
 }
 
 }  // namespace
