@@ -1,0 +1,142 @@
+// zmplay track against the sample origin's beacon collector.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "zarvo/tracking/ZMTrackingSessionStorageUrls.h"
+
+#include "origin/SampleOrigin.h"
+#include "support/TempHome.h"
+#include "zmplay/ZmplayRun.h"
+
+namespace zarvo {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+
+class TrackCommandTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        origin_ = std::make_unique<origin::SampleOrigin>();
+        auto error = origin_->start();
+        ASSERT_FALSE(error) << error->description();
+    }
+    static void TearDownTestSuite() { origin_.reset(); }
+    void SetUp() override { origin_->beacons().clear(); }
+    void TearDown() override { origin_->faults().remove("/track/"); }
+
+    test::ZmplayResult track(std::vector<std::string> arguments) {
+        std::vector<std::string> all = {"track",        "--endpoint",   origin_->url("/track/t"),
+                                        "--content-id", "11",           "--customer-id",
+                                        "22",           "--session-id", "S-7"};
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        return test::runZmplay(all, home.path());
+    }
+
+    std::vector<std::string> beaconPaths() const {
+        std::vector<std::string> paths;
+        for (const auto& beacon : origin_->beacons().beacons()) {
+            paths.push_back(beacon.path);
+        }
+        return paths;
+    }
+
+    std::string eventsOf(std::size_t index) const {
+        auto beacons = origin_->beacons().beacons();
+        for (const auto& item : beacons.at(index).query) {
+            if (item.name == "events") {
+                return item.value.value_or("");
+            }
+        }
+        return {};
+    }
+
+    std::vector<std::string> storedFiles() const {
+        std::vector<std::string> names;
+        std::error_code ignored;
+        for (const auto& entry : std::filesystem::directory_iterator(
+                 home.path() / "Library/Caches/TrackingSessions", ignored)) {
+            names.push_back(entry.path().filename().string());
+        }
+        return names;
+    }
+
+    static std::string localIdIn(const std::string& out) {
+        auto start = out.find("localId: ");
+        return start == std::string::npos ? "" : out.substr(start + 9, 36);
+    }
+
+    static std::unique_ptr<origin::SampleOrigin> origin_;
+    test::TempHome home;
+};
+
+std::unique_ptr<origin::SampleOrigin> TrackCommandTest::origin_;
+
+TEST_F(TrackCommandTest, FinishReportsTheSessionAndItsEventsAsGiven) {
+    auto result = track({"--event", "playing:10@5", "--event", "audioTrackChanged:pl,en;x@30"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("state: sessionMarkedAsFinished\nlastError: none\n"));
+    ASSERT_EQ(beaconPaths(),
+              (std::vector<std::string>{"/track/t/init.gif", "/track/t/events.gif"}));
+    EXPECT_THAT(eventsOf(1), MatchesRegex("0,[0-9]+,5,10;9,[0-9]+,30,pl,en;x"));
+    auto init = origin_->beacons().beacons()[0].query;
+    ASSERT_GE(init.size(), 12u);
+    EXPECT_EQ(init[0].name, "agent");
+    EXPECT_EQ(init[9], (UrlQueryItem{"rendererType", "AVPLAYER"}));
+    EXPECT_TRUE(storedFiles().empty());
+}
+
+TEST_F(TrackCommandTest, ALeftSessionIsSentByTheNextRestore) {
+    auto left = track({"--event", "paused:1@7", "--event", "seeking:120@8", "--leave"});
+    EXPECT_EQ(left.status, 0) << left.err;
+    EXPECT_THAT(left.out, HasSubstr("state: readyToSendEvents"));
+    std::string id = localIdIn(left.out);
+    EXPECT_EQ(storedFiles(), std::vector<std::string>{id});
+    ASSERT_EQ(beaconPaths().size(), 1u);
+
+    auto restored = test::runZmplay({"track", "--restore"}, home.path());
+    EXPECT_EQ(restored.status, 0) << restored.err;
+    EXPECT_EQ(restored.out, "restored: " + id + "\n");
+    ASSERT_EQ(beaconPaths().size(), 2u);
+    EXPECT_THAT(eventsOf(1), MatchesRegex("2,[0-9]+,7,1;3,[0-9]+,8,120"));
+    EXPECT_TRUE(storedFiles().empty());
+
+    auto again = test::runZmplay({"track", "--restore"}, home.path());
+    EXPECT_EQ(again.out, "");
+    EXPECT_EQ(beaconPaths().size(), 2u);
+}
+
+TEST_F(TrackCommandTest, AServerErrorFailsTheRunAndKeepsTheEventsStored) {
+    origin_->faults().add(origin::Fault{.pathPrefix = "/track/", .status = 503});
+    auto result = track({"--event", "playing:1@1"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.out, HasSubstr("lastError: serverError(503"));
+    EXPECT_EQ(storedFiles().size(), 1u);
+}
+
+TEST_F(TrackCommandTest, CancelSendsNoEventsAndLeavesNoFile) {
+    auto result = track({"--event", "playing:1@1", "--cancel"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("state: sessionMarkedAsFinished"));
+    EXPECT_EQ(beaconPaths(), std::vector<std::string>{"/track/t/init.gif"});
+    EXPECT_TRUE(storedFiles().empty());
+}
+
+TEST_F(TrackCommandTest, BadArgumentsAreRefusedWithoutARequest) {
+    for (std::vector<std::string> arguments : {std::vector<std::string>{"--event", "dancing:1@1"},
+                                               {"--event", "playing:one@1"},
+                                               {"--event", "playing:1"},
+                                               {"--finish", "--cancel"},
+                                               {"--duration"}}) {
+        auto result = track(arguments);
+        EXPECT_EQ(result.status, 2) << arguments[0];
+        EXPECT_THAT(result.err, HasSubstr("zmplay track: "));
+    }
+    auto missing = test::runZmplay({"track", "--endpoint", origin_->url("/track/t")}, home.path());
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_THAT(missing.err, HasSubstr("required"));
+    EXPECT_TRUE(beaconPaths().empty());
+}
+
+}  // namespace
+}  // namespace zarvo
