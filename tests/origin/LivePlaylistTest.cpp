@@ -33,34 +33,33 @@ struct Parsed {
     long long discontinuitySequence = -1;
     std::vector<std::string> uris;
     std::vector<std::string> dates;
+    std::vector<std::string> dateRanges;
     int discontinuities = 0;
     bool endList = false;
     bool startTag = false;
-    std::vector<std::string> dateRanges;
 };
 
 Parsed parse(const std::string& text) {
     Parsed parsed;
     std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) {
+    auto valueOf = [](const std::string& line) {
+        return std::stoll(line.substr(line.find(':') + 1));
+    };
+    for (std::string line; std::getline(in, line);) {
         if (line.rfind("#EXT-X-MEDIA-SEQUENCE:", 0) == 0) {
-            parsed.mediaSequence = std::stoll(line.substr(22));
+            parsed.mediaSequence = valueOf(line);
         } else if (line.rfind("#EXT-X-DISCONTINUITY-SEQUENCE:", 0) == 0) {
-            parsed.discontinuitySequence = std::stoll(line.substr(30));
-        } else if (line == "#EXT-X-DISCONTINUITY") {
-            ++parsed.discontinuities;
+            parsed.discontinuitySequence = valueOf(line);
         } else if (line.rfind("#EXT-X-PROGRAM-DATE-TIME:", 0) == 0) {
             parsed.dates.push_back(line.substr(25));
-        } else if (line == "#EXT-X-ENDLIST") {
-            parsed.endList = true;
-        } else if (line.rfind("#EXT-X-START:", 0) == 0) {
-            parsed.startTag = true;
         } else if (line.rfind("#EXT-X-DATERANGE:", 0) == 0) {
             parsed.dateRanges.push_back(line);
         } else if (!line.empty() && line[0] != '#') {
             parsed.uris.push_back(line);
         }
+        parsed.discontinuities += line == "#EXT-X-DISCONTINUITY" ? 1 : 0;
+        parsed.endList = parsed.endList || line == "#EXT-X-ENDLIST";
+        parsed.startTag = parsed.startTag || line.rfind("#EXT-X-START:", 0) == 0;
     }
     return parsed;
 }
