@@ -66,7 +66,7 @@ TEST(StringBufferedReader, IllFormedUtf8ReadsAsReplacementCharacters) {
 }
 
 class FileReaders : public ::testing::Test {
-  protected:
+protected:
     std::string write(const std::string& name, const std::string& contents) {
         auto path = home_.path() / name;
         std::ofstream(path, std::ios::binary) << contents;

@@ -39,12 +39,12 @@ std::optional<std::string> errorMessage(const MainHLSInfo::Result& result) {
 
 // Captures standard output for the lifetime of the object.
 class CapturedOutput {
-  public:
+public:
     CapturedOutput() : previous_(std::cout.rdbuf(buffer_.rdbuf())) {}
     ~CapturedOutput() { std::cout.rdbuf(previous_); }
     std::string text() const { return buffer_.str(); }
 
-  private:
+private:
     std::ostringstream buffer_;
     std::streambuf* previous_;
 };

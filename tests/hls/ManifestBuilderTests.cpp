@@ -143,7 +143,7 @@ TEST(MediaPlaylistParsing, DurationOfASegmentWithoutDurationIsFatal) {
 }
 
 class PlaylistSources : public ::testing::Test {
-  protected:
+protected:
     std::string write(const std::string& name, const std::string& contents) {
         auto path = home_.path() / name;
         std::filesystem::create_directories(path.parent_path());

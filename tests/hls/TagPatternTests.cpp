@@ -24,7 +24,7 @@ int groupCount(Kind kind) {
 }
 
 class ReferencePattern {
-  public:
+public:
     explicit ReferencePattern(Kind kind) {
         int error = 0;
         PCRE2_SIZE offset = 0;
@@ -51,7 +51,7 @@ class ReferencePattern {
         return std::string(out.data(), length);
     }
 
-  private:
+private:
     pcre2_code* code_ = nullptr;
 };
 

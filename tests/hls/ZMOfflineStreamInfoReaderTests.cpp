@@ -34,7 +34,7 @@ std::string mediaPlaylist(int segments, double seconds) {
 }
 
 class StreamInfo : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         server_.on("/vod/master.m3u8",
                    test::TestHttpServer::Response::text(

@@ -12,7 +12,7 @@ namespace zarvo {
 // Lines of a UTF-8 file separated by "\n" (a "\r" before it stays in the line). The file
 // must exist and be readable: a path that cannot be opened is a fatal error.
 class FileBufferedReader : public BufferedReader {
-  public:
+public:
     explicit FileBufferedReader(std::string path);
 
     void close() override;
@@ -20,7 +20,7 @@ class FileBufferedReader : public BufferedReader {
 
     const std::string& fileName() const { return fileName_; }
 
-  private:
+private:
     std::string fileName_;
     std::unique_ptr<StreamReader> streamReader_;
 };

@@ -24,7 +24,7 @@ bool startsWith(std::string_view line, std::string_view prefix) {
 
 // Lines of any BufferedReader, as views valid until the next call.
 class ReaderLines {
-  public:
+public:
     static constexpr bool newlineFree = false;  // "\r" and others can stay in a line
     explicit ReaderLines(BufferedReader& reader) : reader_(reader) {}
     std::optional<std::string_view> operator()() {
@@ -36,20 +36,20 @@ class ReaderLines {
     }
     void close() { reader_.close(); }
 
-  private:
+private:
     BufferedReader& reader_;
     std::optional<std::string> line_;
 };
 
 // Lines of a StringBufferedReader without copying them.
 class StringLines {
-  public:
+public:
     static constexpr bool newlineFree = true;  // every newline character ends a line
     explicit StringLines(std::string_view text) : reader_(StringBufferedReader::viewing(text)) {}
     std::optional<std::string_view> operator()() { return reader_.readLineView(); }
     void close() { reader_.close(); }
 
-  private:
+private:
     StringBufferedReader reader_;
 };
 

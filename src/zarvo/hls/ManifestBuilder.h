@@ -20,7 +20,7 @@ class BufferedReader;
 // of "#EXT-X-STREAM-INF", which must be integers (a fatal error otherwise). Callbacks run on
 // the calling thread, in line order. The From-URL variants and parse() block.
 class ManifestBuilder {
-  public:
+public:
     using MediaPlaylistHandler = std::function<void(const std::shared_ptr<MediaPlaylist>&)>;
     using MediaSegmentHandler = std::function<void(const std::shared_ptr<MediaSegment>&)>;
 

@@ -12,7 +12,7 @@ namespace zarvo {
 
 // A master playlist: its variants in the order of their URI lines.
 class MasterPlaylist {
-  public:
+public:
     std::vector<std::shared_ptr<MediaPlaylist>> playlists;
     std::optional<std::string> path;
 

@@ -15,7 +15,7 @@ class MasterPlaylist;
 // A variant of a master playlist and, once parsed, its media playlist: the header values
 // and the segments it owns.
 class MediaPlaylist {
-  public:
+public:
     std::weak_ptr<MasterPlaylist> masterPlaylist;  // the master that listed it (not owned)
     std::int64_t programId = 0;
     std::int64_t bandwidth = 0;

@@ -11,7 +11,7 @@ class MediaPlaylist;
 
 // One segment of a media playlist: its "#EXTINF" values, byte range and URI line.
 class MediaSegment {
-  public:
+public:
     std::weak_ptr<MediaPlaylist> mediaPlaylist;  // the playlist that lists it (not owned)
     std::optional<float> duration;               // seconds
     std::int64_t sequence = 0;

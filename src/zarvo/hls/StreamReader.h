@@ -10,7 +10,7 @@ namespace zarvo {
 
 // Reads a file in chunks and returns it one delimited line at a time.
 class StreamReader {
-  public:
+public:
     enum class Encoding { utf8 };
 
     // Nothing when the file cannot be opened for reading, the delimiter cannot be encoded
@@ -32,7 +32,7 @@ class StreamReader {
     std::int64_t chunkSize() const { return chunkSize_; }
     bool atEof() const { return atEof_; }
 
-  private:
+private:
     StreamReader(int fileDescriptor, std::string delimiter, Encoding encoding,
                  std::int64_t chunkSize);
     std::optional<std::string> decode(std::size_t length) const;

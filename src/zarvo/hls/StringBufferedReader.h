@@ -12,7 +12,7 @@ namespace zarvo {
 // LINE SEPARATOR, PARAGRAPH SEPARATOR) ends a line by itself, so CR LF gives an empty line
 // and a text of n newlines has n + 1 lines. Ill-formed UTF-8 is read as U+FFFD.
 class StringBufferedReader : public BufferedReader {
-  public:
+public:
     explicit StringBufferedReader(std::string text);
     StringBufferedReader(const StringBufferedReader&) = delete;
     StringBufferedReader& operator=(const StringBufferedReader&) = delete;
@@ -26,7 +26,7 @@ class StringBufferedReader : public BufferedReader {
     // The next line as a view into the text (valid while the reader lives).
     std::optional<std::string_view> readLineView();
 
-  private:
+private:
     struct ViewTag {};
     StringBufferedReader(ViewTag, std::string_view text);
 

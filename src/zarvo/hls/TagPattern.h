@@ -16,7 +16,7 @@ namespace zarvo {
 // Hand-written matchers that give the same groups as a backtracking regex engine, at a
 // fraction of its cost.
 class TagPattern {
-  public:
+public:
     enum class Kind {
         equalsDigitsComma,    // (.*)=(\d+),(.*)
         commaEqualsDigits,    // (.*),(.*)=(\d+)(.*)

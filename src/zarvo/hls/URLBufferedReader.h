@@ -15,7 +15,7 @@ namespace zarvo {
 // delegate queue. A failed download, an error status or a body that is not UTF-8 reads as
 // the empty text: one empty line.
 class URLBufferedReader : public BufferedReader {
-  public:
+public:
     explicit URLBufferedReader(const Url& url);
 
     void close() override;
@@ -24,7 +24,7 @@ class URLBufferedReader : public BufferedReader {
     // The reader over the downloaded text.
     StringBufferedReader& stringReader() { return *stringReader_; }
 
-  private:
+private:
     std::unique_ptr<StringBufferedReader> stringReader_;
 };
 

@@ -4,7 +4,7 @@ namespace zarvo {
 
 // An estimated download size in bytes, with the full and with the basic audio allowance.
 class ZMOfflineSize {
-  public:
+public:
     ZMOfflineSize(double size, double sizeWithBasicAudio)
         : size(size), sizeWithBasicAudio(sizeWithBasicAudio) {}
 

@@ -20,7 +20,7 @@ namespace zarvo {
 // whether it has a Polish rendition, and the line groups of its master playlist. Everything
 // is empty (or false) until loadPlaylist() has succeeded.
 class ZMOfflineStreamInfoReader : public std::enable_shared_from_this<ZMOfflineStreamInfoReader> {
-  public:
+public:
     static std::shared_ptr<ZMOfflineStreamInfoReader> make(Url url);
 
     const Url& url() const { return url_; }
@@ -42,7 +42,7 @@ class ZMOfflineStreamInfoReader : public std::enable_shared_from_this<ZMOfflineS
     std::optional<std::vector<std::string>> headerLines() const;
     std::optional<std::vector<std::string>> subtitlesHlsLines() const;
 
-  private:
+private:
     explicit ZMOfflineStreamInfoReader(Url url) : url_(std::move(url)) {}
     double contentDuration() const;
 

@@ -8,7 +8,7 @@ namespace zarvo {
 
 // Collects playlist lines.
 class HLSPlaylistBuilder {
-  public:
+public:
     std::vector<std::string> lines;
 
     void addLine(std::string line) { lines.push_back(std::move(line)); }

@@ -20,7 +20,7 @@ namespace zarvo {
 // and variant ("#EXT-X-STREAM-INF" plus URI) lines with absolute URIs that carry the
 // master's query, the parsed renditions and variants, and synthesised subtitle renditions.
 class MainHLSInfo {
-  public:
+public:
     std::vector<std::string> headerLines;
     std::vector<std::string> mediaLines;
     std::vector<std::string> streamsLines;
