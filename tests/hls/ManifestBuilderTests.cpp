@@ -189,11 +189,16 @@ TEST(PlaylistOverHttp, ParseReadsMasterAndMediaPlaylists) {
                   "#EXT-X-STREAM-INF:PROGRAM-ID=1,BANDWIDTH=1600000\nmissing.m3u8\n"));
     server.on("/vod/low/index.m3u8", test::TestHttpServer::Response::text(
                                          "#EXTM3U\n#EXT-X-MEDIA-SEQUENCE:7\n#EXTINF:6,\na.ts\n"));
-    auto master = builder.parse(*Url::parse(server.url("/vod/master.m3u8")));
+    auto master = builder.parse(*Url::parse(server.url("/vod/master.m3u8?token=abc")));
     ASSERT_EQ(master->getPlaylistCount(), 2);
     auto low = master->getPlaylist(0);
     ASSERT_EQ(low->getSegmentCount(), 1);
     EXPECT_EQ(low->getSegment(0)->sequence, 7);
+    bool tokenCarried = false;
+    for (const auto& request : server.requests()) {
+        tokenCarried |= request.path == "/vod/low/index.m3u8" && request.rawQuery == "token=abc";
+    }
+    EXPECT_TRUE(tokenCarried) << "relative media playlists keep the master's query";
     EXPECT_EQ(master->getPlaylist(1)->getSegmentCount(), 0) << "an error page has no segments";
 
     auto unreachable = builder.parseMasterPlaylistFromURL(*Url::parse("http://127.0.0.1:1/m.m3u8"));
