@@ -1,0 +1,103 @@
+// Tracking sessions end to end against the sample origin's beacon collector.
+#include <gtest/gtest.h>
+
+#include "zarvo/platform/ManualScheduler.h"
+#include "zarvo/platform/RunLoop.h"
+#include "zarvo/tracking/ZMTrackingSession.h"
+#include "zarvo/tracking/ZMTrackingSessionsRestoreManager.h"
+
+#include "TrackingTestSupport.h"
+#include "origin/SampleOrigin.h"
+#include "support/TempHome.h"
+
+namespace zarvo {
+namespace {
+
+class TrackingOriginTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        origin_ = std::make_unique<origin::SampleOrigin>();
+        auto error = origin_->start();
+        ASSERT_FALSE(error) << error->description();
+    }
+    static void TearDownTestSuite() { origin_.reset(); }
+    void SetUp() override { origin_->beacons().clear(); }
+    void TearDown() override { origin_->faults().clear(); }
+
+    void settle(const std::shared_ptr<ZMTrackingSession>& session) {
+        ASSERT_TRUE(RunLoop::main().runUntil([&] { return !session->isAwaitingNetwork(); }));
+        RunLoop::main().runUntilIdle();
+    }
+
+    std::vector<std::string> received(const std::string& path, const std::string& item) const {
+        std::vector<std::string> values;
+        for (const auto& beacon : origin_->beacons().beacons()) {
+            if (beacon.path == path) {
+                values.push_back(test::queryValue(beacon.rawQuery, item).value_or(""));
+            }
+        }
+        return values;
+    }
+
+    static std::unique_ptr<origin::SampleOrigin> origin_;
+    test::TempHome home;
+    std::shared_ptr<ManualScheduler> clock = ManualScheduler::create();
+    ScopedStandardScheduler scopedClock{clock};
+};
+
+std::unique_ptr<origin::SampleOrigin> TrackingOriginTest::origin_;
+
+TEST_F(TrackingOriginTest, TheCollectorReceivesEveryEventThroughAServerError) {
+    origin_->faults().add(
+        origin::Fault{.pathPrefix = "/track/c/events.gif", .status = 503, .count = 1});
+    auto session = ZMTrackingSession::make(test::sampleContent(origin_->url("/track/c")),
+                                           test::sampleDevice());
+    session->start();
+    settle(session);
+    clock->advance(std::chrono::seconds(3));
+    for (int i = 0; i < 60; ++i) {
+        session->addTrackingEvent(ZMTrackingEvent::seeking(i), i * 2);
+        settle(session);
+        if (i == 49) {
+            EXPECT_EQ(session->lastError(),
+                      ZMTrackingSessionError::serverError(503, "Fault injected: status 503\n"));
+        }
+    }
+    clock->advance(std::chrono::seconds(120));
+    RunLoop::main().runUntilIdle();
+    settle(session);
+    session->finishAndSendAllEvents();
+    settle(session);
+
+    EXPECT_EQ(received("/track/c/init.gif", "sessionId"), std::vector<std::string>{"S-42"});
+    // The batch of 50 went again with the next event; the last 10 went with the finish.
+    auto events = received("/track/c/events.gif", "events");
+    ASSERT_GE(events.size(), 2u);
+    events.erase(events.begin(), events.end() - 2);
+    EXPECT_EQ(events[0].substr(0, 14), "3,3,0,0;3,3,2,");
+    EXPECT_EQ(std::count(events[0].begin(), events[0].end(), ';'), 49);
+    EXPECT_EQ(std::count(events[1].begin(), events[1].end(), ';'), 9);
+    EXPECT_EQ(received("/track/c/events.gif", "sessionDuration").back(), "123");
+    EXPECT_EQ(session->pendingEventsCount(), 0u);
+    EXPECT_TRUE(std::filesystem::is_empty(test::trackingDirectory()));
+}
+
+TEST_F(TrackingOriginTest, ARestoredSessionReachesTheCollector) {
+    ZMTrackingSessionStorageData data(test::sampleDevice(),
+                                      test::sampleContent(origin_->url("/track/r")));
+    data.sessionState = ZMTrackingSessionStorageState::initialized;
+    data.events = {ZMInternalTrackingEvent::make(ZMTrackingEvent::stopped(5), 40, 600)};
+    Uuid id;
+    test::writeText(test::trackingDirectory() / id.uuidString(), data.encode());
+
+    ZMTrackingSessionsRestoreManager manager;
+    manager.restoreSessionsIfNotRestored();
+    manager.sendAllRestoredSessions();
+    ASSERT_TRUE(RunLoop::main().runUntil([&] { return manager.pendingSendsCount() == 0; }));
+    EXPECT_EQ(received("/track/r/events.gif", "events"), std::vector<std::string>{"6,40,600,5"});
+    EXPECT_EQ(received("/track/r/events.gif", "sessionDuration"), std::vector<std::string>{"40"});
+    EXPECT_TRUE(std::filesystem::is_empty(test::trackingDirectory()));
+}
+
+}  // namespace
+}  // namespace zarvo
