@@ -8,13 +8,12 @@ pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0)
 pkg_check_modules(PCRE2 REQUIRED IMPORTED_TARGET libpcre2-8)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 
-# cpp-httplib: Debian ships the header with a prebuilt shared library.
-find_path(HTTPLIB_INCLUDE_DIR httplib.h REQUIRED)
-find_library(HTTPLIB_LIBRARY cpp-httplib REQUIRED)
+# cpp-httplib: Debian ships the header with a prebuilt shared library. The library is built
+# with TLS, zlib and brotli support, which changes the layout of its classes: every user must
+# see the same definitions, so they come from its pkg-config flags.
+pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
 add_library(zm_httplib INTERFACE)
-target_include_directories(zm_httplib SYSTEM INTERFACE ${HTTPLIB_INCLUDE_DIR})
-target_link_libraries(zm_httplib INTERFACE ${HTTPLIB_LIBRARY} Threads::Threads)
-target_compile_definitions(zm_httplib INTERFACE CPPHTTPLIB_USE_POLL)
+target_link_libraries(zm_httplib INTERFACE PkgConfig::HTTPLIB Threads::Threads)
 
 if(ZM_TESTS)
   find_package(GTest REQUIRED)
