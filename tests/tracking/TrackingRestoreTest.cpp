@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -24,7 +26,7 @@ using test::TestHttpServer;
 using StorageState = ZMTrackingSessionStorageState;
 
 class TrackingRestoreTest : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override { server.on("/track/events.gif", TestHttpServer::Response::text("ok")); }
 
     // Writes a session file as a live session would have left it; returns its id.
@@ -62,12 +64,16 @@ TEST_F(TrackingRestoreTest, InitialisedSessionsSendTheirEventsOthersAreRemovedUn
     Uuid delivered = storeSession(StorageState::markedAsFinished, {});
     Uuid empty = storeSession(StorageState::initialized, {});
     test::writeText(test::trackingDirectory() / "notes.txt", "not a session");
+    std::string lowerCase = Uuid().uuidString();
+    std::transform(lowerCase.begin(), lowerCase.end(), lowerCase.begin(), ::tolower);
+    test::writeText(test::trackingDirectory() / lowerCase, "{}");
     Uuid garbage;
     test::writeText(fileOf(garbage), "{\"storageFileVersion\":\"v1\",");
 
     ZMTrackingSessionsRestoreManager manager;
     manager.restoreSessionsIfNotRestored();
     EXPECT_FALSE(std::filesystem::exists(test::trackingDirectory() / "notes.txt"));
+    EXPECT_FALSE(std::filesystem::exists(test::trackingDirectory() / lowerCase));
     EXPECT_FALSE(std::filesystem::exists(fileOf(garbage)));
     std::vector<Uuid> expected = {initialized, neverStarted, delivered, empty};
     std::sort(expected.begin(), expected.end(),

@@ -64,8 +64,10 @@ void ZMTrackingSessionsRestoreManager::restoreSessionsIfNotRestored() {
 
     for (const auto& file : files) {
         std::error_code ignored;
+        // Only the upper-case text that sessions write names a session file; anything else
+        // could never be removed by its id and is cleared away now.
         auto id = Uuid::parse(file.filename().string());
-        if (!id) {
+        if (!id || id->uuidString() != file.filename().string()) {
             std::filesystem::remove(file, ignored);
             continue;
         }
