@@ -1,24 +1,52 @@
 #!/usr/bin/env bash
-# The SDK end to end on loopback: filled in as the SDK grows.
+# The SDK end to end on loopback: the sample origin serves HLS content, a licence server and
+# a beacon collector on 127.0.0.1; zmplay inspects the streams, reports a viewing to the
+# collector, recovers a session left behind by a killed run, and keeps a downloads list in a
+# temporary application home.
 set -euo pipefail
 bin=$1
-echo "ZarvoMediaPlayer demo: tools in $bin"
-
-# The sample origin: content, licence server and beacon collector on 127.0.0.1.
+home=$(mktemp -d)
 origin_log=$(mktemp)
+export ZM_HOME=$home
+
+section() { printf '\n== %s\n' "$*"; }
+
 "$bin/zm-origin" --port 0 >"$origin_log" 2>&1 &
 origin_pid=$!
-trap 'kill "$origin_pid" 2>/dev/null || true; rm -f "$origin_log"' EXIT
-for _ in $(seq 1 600); do
+trap 'kill "$origin_pid" 2>/dev/null || true; rm -rf "$home" "$origin_log"' EXIT
+for _ in $(seq 1 900); do
   grep -q '^zm-origin serving' "$origin_log" && break
   kill -0 "$origin_pid" 2>/dev/null || { cat "$origin_log" >&2; exit 1; }
   sleep 0.1
 done
-ZM_ORIGIN_URL=$(awk '/^zm-origin serving/ {print $3}' "$origin_log")
-export ZM_ORIGIN_URL
+origin=$(awk '/^zm-origin serving/ {print $3}' "$origin_log")
+
+section "Sample origin (generated with ffmpeg on first use, then cached)"
 cat "$origin_log"
-if command -v ffprobe >/dev/null; then
-  echo "Streams of $ZM_ORIGIN_URL/vod/master.m3u8:"
-  ffprobe -v error -show_entries stream=codec_type,codec_name,width,height:stream_tags=language \
-    -of compact "$ZM_ORIGIN_URL/vod/master.m3u8" | grep -E "video|language" | sort -u
-fi
+
+section "Download qualities and sizes of $origin/vod/master.m3u8"
+"$bin/zmplay" info "$origin/vod/master.m3u8"
+
+section "The lowest variant's media playlist"
+first_variant=$("$bin/zmplay" playlist "$origin/vod/master.m3u8" --json | tail -n 1 |
+  sed -E 's/.*"path":"([^"]*)".*/\1/; s/".*//')
+"$bin/zmplay" playlist "$origin/vod/$first_variant" --media --summary
+
+section "A viewing reported to the beacon collector"
+"$bin/zmplay" track --endpoint "$origin/track/demo" --content-id 101 --customer-id 7 \
+  --session-id demo-session --duration 30 --url "$origin/vod/master.m3u8" \
+  --event playing:0@0 --event audioTrackChanged:pl@5 --event paused:12@12 --finish
+
+section "A run that stops mid-session leaves its events on disk; the next run's restore sends them"
+"$bin/zmplay" track --endpoint "$origin/track/demo" --content-id 102 --customer-id 7 \
+  --session-id left-session --event playing:0@0 --event seeking:40@20 --leave
+"$bin/zmplay" track --restore
+
+section "Beacons the collector received"
+curl -s "$origin/track/received" | grep -o '"path":"[^"]*","query":\[[^]]*\]' |
+  sed -E 's/"path":"([^"]*)".*/\1/' | sort | uniq -c
+
+section "Downloads list of the application home ($home)"
+"$bin/zmplay" downloads
+echo
+echo "Demo finished."

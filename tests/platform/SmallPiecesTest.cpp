@@ -142,7 +142,7 @@ TEST(LocaleTest, LanguageCodeOfIdentifiers) {
 
 // Sets environment variables for one test and restores them afterwards.
 class ScopedEnvironment {
-  public:
+public:
     ScopedEnvironment() {
         for (const char* name : names_) {
             const char* value = std::getenv(name);
@@ -161,7 +161,7 @@ class ScopedEnvironment {
     }
     void set(const char* name, const char* value) { setenv(name, value, 1); }
 
-  private:
+private:
     std::vector<const char*> names_{"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"};
     std::vector<std::optional<std::string>> saved_;
 };

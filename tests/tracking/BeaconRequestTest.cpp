@@ -58,7 +58,7 @@ TEST(TrackingUrlCreatorTest, AnEndpointThatIsNoUrlIsAWrongEndpoint) {
 }
 
 class TrackingNetworkOperationTest : public ::testing::Test {
-  protected:
+protected:
     ZMTrackingUrlCreator creator(ZMTrackingSessionUrlPath path = ZMTrackingSessionUrlPath::report) {
         return {server.url("/t"), path, {{"version", "V1"}, {"events", "9,1,2,a,b;c"}}};
     }

@@ -19,7 +19,7 @@ using Response = TestHttpServer::Response;
 using State = ZMTrackingSessionState;
 
 class TrackingSessionTest : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         for (std::string beacon : {"init.gif", "events.gif"}) {
             server.on("/track/" + beacon, [this, beacon](const TestHttpServer::Request&) {

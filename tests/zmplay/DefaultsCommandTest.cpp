@@ -12,7 +12,7 @@ namespace {
 using ::testing::HasSubstr;
 
 class DefaultsCommandTest : public ::testing::Test {
-  protected:
+protected:
     test::ZmplayResult run(const std::vector<std::string>& arguments) {
         return test::runZmplay(arguments, home.path());
     }

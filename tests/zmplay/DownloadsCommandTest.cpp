@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
 class DownloadsCommandTest : public ::testing::Test {
-  protected:
+protected:
     test::ZmplayResult run(const std::vector<std::string>& arguments) {
         return test::runZmplay(arguments, home.path());
     }

@@ -27,9 +27,13 @@ void printHelp(std::ostream& out) {
 
 }  // namespace
 
-Command::Registration::Registration(Command command) { registry().push_back(std::move(command)); }
+Command::Registration::Registration(Command command) {
+    registry().push_back(std::move(command));
+}
 
-const std::vector<Command>& Command::all() { return registry(); }
+const std::vector<Command>& Command::all() {
+    return registry();
+}
 
 }  // namespace zarvo::zmplay
 

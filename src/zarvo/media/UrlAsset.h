@@ -11,7 +11,7 @@ namespace zarvo {
 // A media asset named by a URL: an HLS playlist on a server or a downloaded package on disk,
 // with the options it is opened with. Shared by the objects that load or play it.
 class UrlAsset {
-  public:
+public:
     struct Options {
         // HTTP header fields sent with every request made for the asset.
         std::map<std::string, std::string> httpHeaderFields;
@@ -29,7 +29,7 @@ class UrlAsset {
     const Url& url() const { return url_; }
     const Options& options() const { return options_; }
 
-  private:
+private:
     Url url_;
     Options options_;
 };

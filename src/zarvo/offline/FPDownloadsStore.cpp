@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 // Holds the store's semaphore for a scope.
 class SemaphoreHold {
-  public:
+public:
     explicit SemaphoreHold(DispatchSemaphore& semaphore) : semaphore_(semaphore) {
         semaphore_.wait();
     }
@@ -24,7 +24,7 @@ class SemaphoreHold {
     SemaphoreHold(const SemaphoreHold&) = delete;
     SemaphoreHold& operator=(const SemaphoreHold&) = delete;
 
-  private:
+private:
     DispatchSemaphore& semaphore_;
 };
 

@@ -19,7 +19,7 @@ namespace zarvo {
 // it is kept under "DownloadsJson.unreadable". Deleting a download removes its package only
 // when the package lies inside the application home.
 class FPDownloadsStore : public FPDownloadsStoreProtocol {
-  public:
+public:
     static constexpr const char* DownloadsJsonKey = "DownloadsJson";
     static constexpr const char* UnreadableDownloadsJsonKey = "DownloadsJson.unreadable";
 
@@ -45,7 +45,7 @@ class FPDownloadsStore : public FPDownloadsStoreProtocol {
     void update(const std::shared_ptr<ZMOfflineDownload>& download) override;
     void deleteDownloadWithId(const std::string& id) override;
 
-  private:
+private:
     // A stored value that did not decode, waiting to be kept before it is overwritten.
     struct UnreadableValue {
         Data bytes;

@@ -17,7 +17,7 @@ namespace zarvo {
 // The downloads handed out are the stored instances themselves: callers change them in place
 // and then call update() to persist the whole list.
 class FPDownloadsStoreProtocol {
-  public:
+public:
     virtual ~FPDownloadsStoreProtocol() = default;
 
     // The first download with this id, or nullptr.

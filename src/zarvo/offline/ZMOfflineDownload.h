@@ -28,7 +28,7 @@ class FPResourceLoaderDelegate;
 // guarded by the object's own mutex, so a save may encode a download while another thread
 // changes it.
 class ZMOfflineDownload {
-  public:
+public:
     using List = std::vector<std::shared_ptr<ZMOfflineDownload>>;
 
     ZMOfflineDownload(std::string id, std::string title, ZMOfflineDownloadState state, Url url,
@@ -108,7 +108,7 @@ class ZMOfflineDownload {
     // The list in a JSON array text; nothing when the text or any download in it is unreadable.
     static std::optional<List> decodeList(std::string_view text);
 
-  private:
+private:
     Json jsonLocked() const;  // with mutex_ held
 
     const std::string id_;

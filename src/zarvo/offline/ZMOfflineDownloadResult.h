@@ -12,7 +12,7 @@ class ZMOfflineDownload;
 
 // How a download ended: success(download) or error(download, error).
 class ZMOfflineDownloadResult {
-  public:
+public:
     static ZMOfflineDownloadResult success(std::shared_ptr<ZMOfflineDownload> download) {
         return ZMOfflineDownloadResult(std::move(download), std::nullopt);
     }
@@ -25,7 +25,7 @@ class ZMOfflineDownloadResult {
     // The error of an error result; nothing for a success.
     const std::optional<Error>& error() const { return error_; }
 
-  private:
+private:
     ZMOfflineDownloadResult(std::shared_ptr<ZMOfflineDownload> download, std::optional<Error> error)
         : download_(std::move(download)), error_(std::move(error)) {}
 

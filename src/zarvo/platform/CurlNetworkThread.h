@@ -19,7 +19,7 @@ namespace zarvo {
 // (a session) runs at most its per-host limit of transfers to one origin at a time; the rest
 // wait in order. A transfer with no bytes moving for its time-out fails as timed out.
 class CurlNetworkThread {
-  public:
+public:
     static std::shared_ptr<CurlNetworkThread> shared();
 
     CurlNetworkThread();
@@ -33,7 +33,7 @@ class CurlNetworkThread {
     void cancel(std::shared_ptr<CurlTransfer> transfer);
     bool isCurrent() const { return std::this_thread::get_id() == thread_.get_id(); }
 
-  private:
+private:
     struct Command {
         bool cancel = false;
         std::shared_ptr<CurlTransfer> transfer;

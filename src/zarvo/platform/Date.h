@@ -21,7 +21,9 @@ public:
     }
 
     constexpr double timeIntervalSince1970() const { return seconds_; }
-    constexpr double timeIntervalSinceReferenceDate() const { return seconds_ - referenceDateOffset; }
+    constexpr double timeIntervalSinceReferenceDate() const {
+        return seconds_ - referenceDateOffset;
+    }
     constexpr double timeIntervalSince(Date other) const { return seconds_ - other.seconds_; }
     constexpr Date addingTimeInterval(double seconds) const { return Date(seconds_ + seconds); }
 

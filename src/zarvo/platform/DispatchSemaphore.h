@@ -18,7 +18,8 @@ public:
     void signal();
     void wait();
     // Waits at most `seconds` as timed by `scheduler` (so tests advance a ManualScheduler).
-    WaitResult wait(double seconds, const std::shared_ptr<Scheduler>& scheduler = Scheduler::standard());
+    WaitResult wait(double seconds,
+                    const std::shared_ptr<Scheduler>& scheduler = Scheduler::standard());
 
 private:
     std::mutex mutex_;

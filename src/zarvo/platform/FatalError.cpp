@@ -35,9 +35,8 @@ void fatalError(const std::string& message) {
 }
 
 ScopedFatalErrorHandler::ScopedFatalErrorHandler()
-    : ScopedFatalErrorHandler([](const std::string& message) {
-          throw FatalErrorException(message);
-      }) {}
+    : ScopedFatalErrorHandler(
+          [](const std::string& message) { throw FatalErrorException(message); }) {}
 
 ScopedFatalErrorHandler::ScopedFatalErrorHandler(Handler handler) {
     std::lock_guard lock(handlerMutex());

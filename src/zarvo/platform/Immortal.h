@@ -10,7 +10,7 @@ namespace zarvo {
 // and late static destructors can still reach them while the process exits.
 template <typename T>
 class Immortal {
-  public:
+public:
     template <typename... Args>
     explicit Immortal(Args&&... args) {
         ::new (static_cast<void*>(storage_)) T(std::forward<Args>(args)...);
@@ -21,7 +21,7 @@ class Immortal {
     T& get() { return *std::launder(reinterpret_cast<T*>(storage_)); }
     T* operator->() { return &get(); }
 
-  private:
+private:
     alignas(T) unsigned char storage_[sizeof(T)];
 };
 

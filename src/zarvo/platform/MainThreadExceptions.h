@@ -8,7 +8,7 @@ namespace zarvo {
 // through GLib's dispatch. It is kept here and rethrown by the RunLoop call that drives the
 // main context; with no RunLoop call driving it, the process terminates.
 class MainThreadExceptions {
-  public:
+public:
     // Keeps the first exception until rethrowKept(); terminates when nothing drives the loop.
     static void keep(std::exception_ptr error);
     // Rethrows and forgets the kept exception, if any.
@@ -16,7 +16,7 @@ class MainThreadExceptions {
 
     // Marks the calling thread as driving the main context through RunLoop for its lifetime.
     class DriveScope {
-      public:
+    public:
         DriveScope();
         ~DriveScope();
         DriveScope(const DriveScope&) = delete;

@@ -13,7 +13,7 @@ namespace zarvo {
 // posted to its queue in due order (ties in scheduling order); main-queue work runs when
 // the main run loop next runs (RunLoop::main().runUntilIdle()).
 class ManualScheduler : public Scheduler, public std::enable_shared_from_this<ManualScheduler> {
-  public:
+public:
     static std::shared_ptr<ManualScheduler> create(double startUptime = 1000.0,
                                                    Date startDate = Date(1'800'000'000.0));
 
@@ -29,7 +29,7 @@ class ManualScheduler : public Scheduler, public std::enable_shared_from_this<Ma
     // Delay from now to the earliest pending work, if any.
     std::optional<Duration> nextDueIn() const;
 
-  private:
+private:
     ManualScheduler(double startUptime, Date startDate);
     struct Entry;
     void moveClockTo(double uptime);  // with mutex_ held; the date moves along

@@ -22,7 +22,7 @@ GMainContext* mainContext() {
 // Wakes the context every few milliseconds so runUntil sees conditions that other threads
 // change without posting to the main queue.
 class WakeTicker {
-  public:
+public:
     explicit WakeTicker(GMainContext* context) : source_(g_timeout_source_new(5)) {
         g_source_set_callback(
             source_, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr, nullptr);
@@ -35,7 +35,7 @@ class WakeTicker {
     WakeTicker(const WakeTicker&) = delete;
     WakeTicker& operator=(const WakeTicker&) = delete;
 
-  private:
+private:
     GSource* source_;
 };
 

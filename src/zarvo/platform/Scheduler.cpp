@@ -20,7 +20,7 @@ namespace {
 // Work waiting in the system scheduler. It runs at most once; cancelling drops it (and what
 // it captured) at once.
 class SystemWork final : public ScheduledWork {
-  public:
+public:
     SystemWork(std::shared_ptr<DispatchQueue> queue, std::function<void()> work)
         : queue_(std::move(queue)), work_(std::move(work)) {}
 
@@ -75,7 +75,7 @@ class SystemWork final : public ScheduledWork {
         source_ = g_source_ref(source);
     }
 
-  private:
+private:
     const std::shared_ptr<DispatchQueue> queue_;
     mutable std::mutex mutex_;
     std::function<void()> work_;
@@ -85,7 +85,7 @@ class SystemWork final : public ScheduledWork {
 
 // One thread that waits for the due times of work on worker queues.
 class TimerThread {
-  public:
+public:
     static TimerThread& shared() {
         static Immortal<TimerThread> thread;
         return thread.get();
@@ -101,7 +101,7 @@ class TimerThread {
         changed_.notify_one();
     }
 
-  private:
+private:
     void loop() {
         std::unique_lock lock(mutex_);
         for (;;) {
@@ -134,7 +134,7 @@ class TimerThread {
 // Real time: GLib timeouts on the main context for main-queue work, the timer thread for the
 // other queues.
 class SystemScheduler final : public Scheduler {
-  public:
+public:
     double uptime() const override { return ProcessInfo::systemUptime(); }
     Date now() const override { return Date::systemNow(); }
 
@@ -157,7 +157,7 @@ class SystemScheduler final : public Scheduler {
         return scheduled;
     }
 
-  private:
+private:
     static void scheduleOnMainContext(const std::shared_ptr<SystemWork>& work, double seconds) {
         const auto millis = static_cast<guint>(std::min(std::ceil(seconds * 1000.0), 4.0e9));
         GSource* source = g_timeout_source_new(millis);

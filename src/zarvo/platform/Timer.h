@@ -18,8 +18,9 @@ public:
 
     // A timer that first fires at `fireDate` (on the scheduler's clock) and then, if it
     // repeats, every `interval` seconds.
-    static std::shared_ptr<Timer> make(Date fireDate, double interval, bool repeats, Block block,
-                                       std::shared_ptr<Scheduler> scheduler = Scheduler::standard());
+    static std::shared_ptr<Timer> make(
+        Date fireDate, double interval, bool repeats, Block block,
+        std::shared_ptr<Scheduler> scheduler = Scheduler::standard());
     // A timer added to the main run loop at once, first firing after `interval` seconds.
     static std::shared_ptr<Timer> scheduledTimer(
         double interval, bool repeats, Block block,

@@ -15,7 +15,7 @@ namespace zarvo {
 // "!$'()*,;:@/?" stay as they are; every other byte, "&", "=", "+", "#" and space included,
 // is percent-encoded.
 class UrlComponents {
-  public:
+public:
     UrlComponents() = default;
     explicit UrlComponents(const Url& url);
     static std::optional<UrlComponents> parse(std::string_view text);
@@ -47,7 +47,7 @@ class UrlComponents {
     static std::string encodeQueryComponent(std::string_view text);
     static std::string percentDecode(std::string_view text);
 
-  private:
+private:
     // A decoded authority part with the text it was parsed from, so that an unchanged part is
     // written back exactly as it was.
     struct ParsedText {

@@ -13,7 +13,7 @@ namespace zarvo {
 // An HTTP request. Header names keep the case they were given; setValue replaces a header
 // of the same name (compared case-insensitively), addValue appends another line.
 class UrlRequest {
-  public:
+public:
     enum class CachePolicy {
         useProtocolCachePolicy,
         reloadIgnoringLocalCacheData,
@@ -38,7 +38,7 @@ class UrlRequest {
         return headers_;
     }
 
-  private:
+private:
     std::vector<std::pair<std::string, std::string>> headers_;
 };
 

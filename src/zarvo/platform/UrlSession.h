@@ -25,8 +25,8 @@ public:
     virtual const UrlSessionConfiguration& configuration() const = 0;
     virtual std::shared_ptr<DispatchQueue> delegateQueue() const = 0;
 
-    virtual std::shared_ptr<UrlSessionDataTask> dataTask(UrlRequest request,
-                                                         UrlSessionDataTask::Completion completion) = 0;
+    virtual std::shared_ptr<UrlSessionDataTask> dataTask(
+        UrlRequest request, UrlSessionDataTask::Completion completion) = 0;
     std::shared_ptr<UrlSessionDataTask> dataTask(const Url& url,
                                                  UrlSessionDataTask::Completion completion) {
         return dataTask(UrlRequest(url), std::move(completion));

@@ -19,8 +19,8 @@ namespace zarvo {
 class UrlSessionDataTask {
 public:
     enum class State { running, suspended, canceling, completed };
-    using Completion =
-        std::function<void(std::optional<Data>, std::optional<HttpUrlResponse>, std::optional<Error>)>;
+    using Completion = std::function<void(std::optional<Data>, std::optional<HttpUrlResponse>,
+                                          std::optional<Error>)>;
 
     virtual ~UrlSessionDataTask() = default;
 

@@ -11,7 +11,7 @@ namespace zarvo {
 // A random (version 4) UUID. Its text is upper-case: "E621E1F8-C36C-495A-93FC-0C247A3E6E5F".
 class Uuid {
 public:
-    Uuid();  // a new random one
+    Uuid();                                                   // a new random one
     static std::optional<Uuid> parse(std::string_view text);  // either case
     static bool isValid(std::string_view text);
 

@@ -11,7 +11,7 @@ namespace zarvo {
 // A player event that the application reports to a tracking session. Every kind carries one
 // payload: an integer for codes 0-8, a text (a track's language or name) for codes 9 and 10.
 class ZMTrackingEvent {
-  public:
+public:
     // Declaration order gives each kind its numeric code.
     enum class Kind {
         playing,
@@ -60,7 +60,7 @@ class ZMTrackingEvent {
 
     bool operator==(const ZMTrackingEvent&) const = default;
 
-  private:
+private:
     ZMTrackingEvent(Kind kind, std::variant<std::int64_t, std::string> payload)
         : kind_(kind), payload_(std::move(payload)) {}
 

@@ -14,7 +14,7 @@ namespace zarvo {
 // One beacon request: a plain GET of the creator's URL through the owner's URL session.
 // It neither retries nor logs; the owner decides what a failure means.
 class ZMTrackingNetworkOperation {
-  public:
+public:
     // Nothing on success, otherwise the failure.
     using Completion = std::function<void(std::optional<ZMTrackingSessionError>)>;
 
@@ -31,7 +31,7 @@ class ZMTrackingNetworkOperation {
     const ZMTrackingUrlCreator& urlCreator() const { return urlCreator_; }
     std::shared_ptr<UrlSessionDataTask> dataTask() const;
 
-  private:
+private:
     const ZMTrackingUrlCreator urlCreator_;
     const std::shared_ptr<UrlSession> urlSession_;
     mutable std::mutex mutex_;

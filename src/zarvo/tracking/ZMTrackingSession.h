@@ -30,7 +30,7 @@ namespace zarvo {
 class ZMTrackingSession : public std::enable_shared_from_this<ZMTrackingSession> {
     struct Passkey {};
 
-  public:
+public:
     static std::shared_ptr<ZMTrackingSession> make(
         ZMTrackingSessionContentInfo contentInfo, ZMTrackingSessionDeviceInfo deviceInfo,
         UrlSessionConfiguration urlSessionConfiguration = UrlSessionConfiguration(),
@@ -68,7 +68,7 @@ class ZMTrackingSession : public std::enable_shared_from_this<ZMTrackingSession>
     void retrySessionInitializationTimerFired();
     void retryEventsSendingTimerFired();
 
-  private:
+private:
     enum class RetryTarget { sessionInitialization, eventsSending };
 
     void setUpStateLogic();

@@ -9,7 +9,7 @@ namespace zarvo {
 
 // Why a tracking beacon failed.
 class ZMTrackingSessionError {
-  public:
+public:
     enum class Kind {
         wrongEndpointUrl,            // text: the endpoint, or the URL with the path appended
         unableToCreateUrlWithQuery,  // text: the printed list of query items
@@ -50,7 +50,7 @@ class ZMTrackingSessionError {
 
     bool operator==(const ZMTrackingSessionError&) const = default;
 
-  private:
+private:
     ZMTrackingSessionError(Kind kind, std::string text, int statusCode, std::optional<Error> error)
         : kind_(kind), text_(std::move(text)), statusCode_(statusCode), error_(std::move(error)) {}
 

@@ -11,7 +11,7 @@ namespace zarvo {
 
 // The pending events of a session, kept in its storage so that every change is written.
 class ZMTrackingSessionEventsContainer {
-  public:
+public:
     explicit ZMTrackingSessionEventsContainer(std::shared_ptr<ZMTrackingSessionStorage> storage)
         : storage_(std::move(storage)) {}
 
@@ -26,7 +26,7 @@ class ZMTrackingSessionEventsContainer {
     // events than are pending is a fatal error.
     void remove(std::size_t count);
 
-  private:
+private:
     std::shared_ptr<ZMTrackingSessionStorage> storage_;
 };
 

@@ -21,7 +21,7 @@ namespace zarvo {
 // stored file. Every operation runs synchronously on the serial "SynchronizationQueue", so
 // callers on any thread (the application, URL session completions, timers) see one order.
 class ZMTrackingSessionStateLogic {
-  public:
+public:
     using RetryHandler = std::function<void()>;
 
     explicit ZMTrackingSessionStateLogic(std::shared_ptr<ZMTrackingSessionStorage> storage);
@@ -53,7 +53,7 @@ class ZMTrackingSessionStateLogic {
     ZMTrackingSessionNetworkStateValue networkStateValue() const;
     std::size_t pendingEventsCount() const;
 
-  private:
+private:
     bool isCancelled() const {
         return objectLifecycle_.state == ZMTrackingSessionObjectLifecycleState::markedAsFinishing;
     }

@@ -9,7 +9,7 @@ namespace zarvo {
 // A session's stored copy: the data, changed in place, and the file it is written to.
 // Not synchronised: its owner serialises access (a live session on its state queue).
 class ZMTrackingSessionStorage {
-  public:
+public:
     ZMTrackingSessionStorage(Uuid sessionLocalId, ZMTrackingSessionStorageData storageData)
         : storageData(std::move(storageData)), mechanism_(sessionLocalId) {}
 
@@ -22,7 +22,7 @@ class ZMTrackingSessionStorage {
 
     ZMTrackingSessionStorageData storageData;
 
-  private:
+private:
     ZMTrackingSessionStorageMechanism mechanism_;
 };
 

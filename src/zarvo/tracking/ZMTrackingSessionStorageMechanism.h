@@ -10,7 +10,7 @@ namespace zarvo {
 // Writes and removes one session's file, named by the session's id in upper-case UUID text.
 // Failures are swallowed: the call reports false and the session carries on in memory.
 class ZMTrackingSessionStorageMechanism {
-  public:
+public:
     explicit ZMTrackingSessionStorageMechanism(Uuid sessionLocalId)
         : sessionLocalId_(sessionLocalId) {}
 
@@ -22,7 +22,7 @@ class ZMTrackingSessionStorageMechanism {
     bool save(const ZMTrackingSessionStorageData& data) const;
     bool remove() const;
 
-  private:
+private:
     Uuid sessionLocalId_;
 };
 

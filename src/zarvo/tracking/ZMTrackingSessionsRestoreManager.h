@@ -13,7 +13,7 @@ namespace zarvo {
 // Reads the session files that earlier runs left behind and sends what they hold, once per
 // process. Every player asks the shared instance to do so when it is created.
 class ZMTrackingSessionsRestoreManager {
-  public:
+public:
     static std::shared_ptr<ZMTrackingSessionsRestoreManager> sharedManager();
 
     // A manager of its own (the shared one is for the SDK).
@@ -32,7 +32,7 @@ class ZMTrackingSessionsRestoreManager {
     // Beacons sent by sendAllRestoredSessions() and not yet answered.
     std::size_t pendingSendsCount() const;
 
-  private:
+private:
     // The count of beacons in flight, shared with their completions, which may outlive us.
     struct PendingSends {
         mutable std::mutex mutex;

@@ -12,7 +12,7 @@ namespace zarvo {
 
 // A session read back from its file by the restore manager, to send what it left pending.
 class ZMTrackingStoredSession {
-  public:
+public:
     ZMTrackingStoredSession(Uuid sessionLocalId, ZMTrackingSessionStorageData storageData);
 
     const Uuid& sessionLocalId() const { return sessionLocalId_; }
@@ -29,7 +29,7 @@ class ZMTrackingStoredSession {
     // Made on first use, with the default configuration.
     std::shared_ptr<UrlSession> urlSession();
 
-  private:
+private:
     const Uuid sessionLocalId_;
     ZMTrackingSessionStorage storage_;
     mutable std::mutex mutex_;
