@@ -7,20 +7,14 @@
 #include "zarvo/tracking/ZMTrackingSessionsRestoreManager.h"
 
 #include "TrackingTestSupport.h"
-#include "origin/SampleOrigin.h"
+#include "support/SampleOriginTest.h"
 #include "support/TempHome.h"
 
 namespace zarvo {
 namespace {
 
-class TrackingOriginTest : public ::testing::Test {
+class TrackingOriginTest : public test::SampleOriginTest {
 protected:
-    static void SetUpTestSuite() {
-        origin_ = std::make_unique<origin::SampleOrigin>();
-        auto error = origin_->start();
-        ASSERT_FALSE(error) << error->description();
-    }
-    static void TearDownTestSuite() { origin_.reset(); }
     void SetUp() override { origin_->beacons().clear(); }
     void TearDown() override { origin_->faults().clear(); }
 
@@ -39,13 +33,10 @@ protected:
         return values;
     }
 
-    static std::unique_ptr<origin::SampleOrigin> origin_;
     test::TempHome home;
     std::shared_ptr<ManualScheduler> clock = ManualScheduler::create();
     ScopedStandardScheduler scopedClock{clock};
 };
-
-std::unique_ptr<origin::SampleOrigin> TrackingOriginTest::origin_;
 
 TEST_F(TrackingOriginTest, TheCollectorReceivesEveryEventThroughAServerError) {
     origin_->faults().add(

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "origin/SampleOrigin.h"
+#include "support/SampleOriginTest.h"
 #include "support/TempHome.h"
 #include "zmplay/ZmplayRun.h"
 
@@ -17,15 +17,8 @@ namespace {
 using ::testing::HasSubstr;
 using Json = nlohmann::json;
 
-class PlaylistAndInfoCommands : public ::testing::Test {
+class PlaylistAndInfoCommands : public test::SampleOriginTest {
 protected:
-    static void SetUpTestSuite() {
-        origin_ = std::make_unique<origin::SampleOrigin>();
-        auto error = origin_->start();
-        ASSERT_FALSE(error) << error->description();
-    }
-    static void TearDownTestSuite() { origin_.reset(); }
-
     test::ZmplayResult run(const std::vector<std::string>& arguments) {
         return test::runZmplay(arguments, home_.path());
     }
@@ -35,11 +28,8 @@ protected:
         return path.string();
     }
 
-    static std::unique_ptr<origin::SampleOrigin> origin_;
     test::TempHome home_;
 };
-
-std::unique_ptr<origin::SampleOrigin> PlaylistAndInfoCommands::origin_;
 
 TEST_F(PlaylistAndInfoCommands, MasterPlaylistFromTheOrigin) {
     auto result = run({"playlist", origin_->url("/vod/master.m3u8"), "--json"});

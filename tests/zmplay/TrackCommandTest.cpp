@@ -4,7 +4,7 @@
 
 #include "zarvo/tracking/ZMTrackingSessionStorageUrls.h"
 
-#include "origin/SampleOrigin.h"
+#include "support/SampleOriginTest.h"
 #include "support/TempHome.h"
 #include "zmplay/ZmplayRun.h"
 
@@ -14,14 +14,8 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 
-class TrackCommandTest : public ::testing::Test {
+class TrackCommandTest : public test::SampleOriginTest {
 protected:
-    static void SetUpTestSuite() {
-        origin_ = std::make_unique<origin::SampleOrigin>();
-        auto error = origin_->start();
-        ASSERT_FALSE(error) << error->description();
-    }
-    static void TearDownTestSuite() { origin_.reset(); }
     void SetUp() override { origin_->beacons().clear(); }
     void TearDown() override { origin_->faults().remove("/track/"); }
 
@@ -66,11 +60,8 @@ protected:
         return start == std::string::npos ? "" : out.substr(start + 9, 36);
     }
 
-    static std::unique_ptr<origin::SampleOrigin> origin_;
     test::TempHome home;
 };
-
-std::unique_ptr<origin::SampleOrigin> TrackCommandTest::origin_;
 
 TEST_F(TrackCommandTest, FinishReportsTheSessionAndItsEventsAsGiven) {
     auto result = track({"--event", "playing:10@5", "--event", "audioTrackChanged:pl,en;x@30"});

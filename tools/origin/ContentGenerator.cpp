@@ -8,6 +8,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "zarvo/platform/DataFile.h"
+
 #include "origin/SampleContent.h"
 #include "origin/SegmentList.h"
 
@@ -92,16 +94,6 @@ bool writeFile(const fs::path& path, const std::string& contents) {
     return static_cast<bool>(out.flush());
 }
 
-std::optional<std::string> readFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        return std::nullopt;
-    }
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    return buffer.str();
-}
-
 std::vector<std::string> hlsOutput(const fs::path& folder, bool singleFile,
                                    std::vector<std::string> extra = {}) {
     std::vector<std::string> args = {
@@ -136,7 +128,7 @@ std::string subtitlePlaylist() {
 
 // Peak bits per second over the segments of one media playlist.
 std::optional<double> peakBitrate(const fs::path& folder) {
-    auto text = readFile(folder / "index.m3u8");
+    auto text = DataFile::read(folder / "index.m3u8");
     auto list = text ? SegmentList::parse(*text) : std::nullopt;
     if (!list) {
         return std::nullopt;

@@ -16,6 +16,7 @@
 
 #include <httplib.h>
 
+#include "zarvo/platform/DataFile.h"
 #include "zarvo/platform/Scheduler.h"
 
 #include "origin/LicenseServer.h"
@@ -44,16 +45,6 @@ const char* contentTypeFor(const std::string& path) {
         return "text/vtt";
     }
     return "application/octet-stream";
-}
-
-std::optional<std::string> readFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        return std::nullopt;
-    }
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    return buffer.str();
 }
 
 std::string rawQuery(const httplib::Request& request) {
@@ -197,7 +188,7 @@ struct SampleOrigin::Impl {
             sendText(response, 404, "Not found.");
             return;
         }
-        auto body = readFile(root / relative);
+        auto body = DataFile::read(root / relative);
         if (!body) {
             sendText(response, 404, "Not found: " + relative);
             return;
@@ -371,7 +362,7 @@ std::optional<Error> SampleOrigin::start() {
         }
         impl.content = std::move(std::get<SampleContent>(prepared));
         for (const char* name : {"v0", "v1", "v2", "a_pol", "a_eng"}) {
-            auto text = readFile(impl.content->directory() / "vod" / name / "index.m3u8");
+            auto text = DataFile::read(impl.content->directory() / "vod" / name / "index.m3u8");
             auto list = text ? SegmentList::parse(*text) : std::nullopt;
             if (!list) {
                 return Error::withDescription(SampleContent::errorDomain, 1,

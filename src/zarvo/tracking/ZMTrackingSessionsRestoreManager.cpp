@@ -7,23 +7,12 @@
 #include <string>
 #include <system_error>
 
+#include "zarvo/platform/DataFile.h"
 #include "zarvo/tracking/ZMInternalTrackingEvent.h"
 #include "zarvo/tracking/ZMTrackingSessionStorageUrls.h"
 
 namespace zarvo {
 namespace {
-
-std::optional<std::string> readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        return std::nullopt;
-    }
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad()) {
-        return std::nullopt;
-    }
-    return text;
-}
 
 // The live session's clock is gone: the latest stored event tells how long it ran.
 std::int64_t restoredSessionDuration(const std::vector<ZMInternalTrackingEvent>& events) {
@@ -71,7 +60,7 @@ void ZMTrackingSessionsRestoreManager::restoreSessionsIfNotRestored() {
             std::filesystem::remove(file, ignored);
             continue;
         }
-        auto text = readFile(file);
+        auto text = DataFile::read(file);
         auto data = text ? ZMTrackingSessionStorageData::decode(*text) : std::nullopt;
         if (!data) {
             std::filesystem::remove(file, ignored);
