@@ -18,19 +18,8 @@ protected:
     void SetUp() override { origin_->beacons().clear(); }
     void TearDown() override { origin_->faults().clear(); }
 
-    void settle(const std::shared_ptr<ZMTrackingSession>& session) {
-        ASSERT_TRUE(RunLoop::main().runUntil([&] { return !session->isAwaitingNetwork(); }));
-        RunLoop::main().runUntilIdle();
-    }
-
     std::vector<std::string> received(const std::string& path, const std::string& item) const {
-        std::vector<std::string> values;
-        for (const auto& beacon : origin_->beacons().beacons()) {
-            if (beacon.path == path) {
-                values.push_back(test::queryValue(beacon.rawQuery, item).value_or(""));
-            }
-        }
-        return values;
+        return test::sentValues(origin_->beacons().beacons(), path, item);
     }
 
     test::TempHome home;
@@ -44,11 +33,11 @@ TEST_F(TrackingOriginTest, TheCollectorReceivesEveryEventThroughAServerError) {
     auto session = ZMTrackingSession::make(test::sampleContent(origin_->url("/track/c")),
                                            test::sampleDevice());
     session->start();
-    settle(session);
+    test::settle(session);
     clock->advance(std::chrono::seconds(3));
     for (int i = 0; i < 60; ++i) {
         session->addTrackingEvent(ZMTrackingEvent::seeking(i), i * 2);
-        settle(session);
+        test::settle(session);
         if (i == 49) {
             EXPECT_EQ(session->lastError(),
                       ZMTrackingSessionError::serverError(503, "Fault injected: status 503\n"));
@@ -56,9 +45,9 @@ TEST_F(TrackingOriginTest, TheCollectorReceivesEveryEventThroughAServerError) {
     }
     clock->advance(std::chrono::seconds(120));
     RunLoop::main().runUntilIdle();
-    settle(session);
+    test::settle(session);
     session->finishAndSendAllEvents();
-    settle(session);
+    test::settle(session);
 
     EXPECT_EQ(received("/track/c/init.gif", "sessionId"), std::vector<std::string>{"S-42"});
     // The batch of 50 went again with the next event; the last 10 went with the finish.
@@ -74,17 +63,10 @@ TEST_F(TrackingOriginTest, TheCollectorReceivesEveryEventThroughAServerError) {
 }
 
 TEST_F(TrackingOriginTest, ARestoredSessionReachesTheCollector) {
-    ZMTrackingSessionStorageData data(test::sampleDevice(),
-                                      test::sampleContent(origin_->url("/track/r")));
-    data.sessionState = ZMTrackingSessionStorageState::initialized;
-    data.events = {ZMInternalTrackingEvent::make(ZMTrackingEvent::stopped(5), 40, 600)};
-    Uuid id;
-    test::writeText(test::trackingDirectory() / id.uuidString(), data.encode());
-
+    test::storeSession(origin_->url("/track/r"), ZMTrackingSessionStorageState::initialized,
+                       {ZMInternalTrackingEvent::make(ZMTrackingEvent::stopped(5), 40, 600)});
     ZMTrackingSessionsRestoreManager manager;
-    manager.restoreSessionsIfNotRestored();
-    manager.sendAllRestoredSessions();
-    ASSERT_TRUE(RunLoop::main().runUntil([&] { return manager.pendingSendsCount() == 0; }));
+    test::sendRestored(manager);
     EXPECT_EQ(received("/track/r/events.gif", "events"), std::vector<std::string>{"6,40,600,5"});
     EXPECT_EQ(received("/track/r/events.gif", "sessionDuration"), std::vector<std::string>{"40"});
     EXPECT_TRUE(std::filesystem::is_empty(test::trackingDirectory()));
