@@ -1,7 +1,6 @@
 #include <condition_variable>
 #include <mutex>
 #include <optional>
-#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -36,18 +35,6 @@ std::optional<std::string> errorMessage(const MainHLSInfo::Result& result) {
     EXPECT_EQ(result.error->code(), 13);
     return result.error->localizedDescription();
 }
-
-// Captures standard output for the lifetime of the object.
-class CapturedOutput {
-public:
-    CapturedOutput() : previous_(std::cout.rdbuf(buffer_.rdbuf())) {}
-    ~CapturedOutput() { std::cout.rdbuf(previous_); }
-    std::string text() const { return buffer_.str(); }
-
-private:
-    std::ostringstream buffer_;
-    std::streambuf* previous_;
-};
 
 TEST(MainHLSInfoSplit, AbsoluteMasterSortsLinesAndCarriesTheQuery) {
     auto result = MainHLSInfo::split(kAbsoluteMaster, "https://origin.example/vod/", "token=abc");
@@ -97,40 +84,31 @@ TEST(MainHLSInfoSplit, RelativeUrisGetTheBase) {
 }
 
 TEST(MainHLSInfoSplit, FailuresNameTheirCause) {
-    EXPECT_EQ(errorMessage(MainHLSInfo::split("#EXTM3U", "http://h/", "")), "No lines.");
-    EXPECT_EQ(errorMessage(MainHLSInfo::split("", "http://h/", "")), "No lines.");
-    EXPECT_EQ(errorMessage(MainHLSInfo::split("x\n#EXTM3U", "http://h/", "")), "No header.");
-    EXPECT_EQ(errorMessage(MainHLSInfo::split("low.m3u8\nhigh.m3u8", "http://h/", "")),
-              "No header.");
-    EXPECT_EQ(errorMessage(MainHLSInfo::split(
-                  "#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=1\nhttp://h/a.m3u8", "http://h/", "")),
-              "Incorrect stream info.")
-        << "no RESOLUTION";
-    EXPECT_EQ(errorMessage(MainHLSInfo::split(
-                  "#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=x,RESOLUTION=1x1\nhttp://h/a.m3u8",
-                  "http://h/", "")),
-              "Incorrect stream info.");
-    EXPECT_EQ(errorMessage(MainHLSInfo::split(
-                  "#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=1,RESOLUTION=1x1", "http://h/", "")),
-              "Incorrect stream info.")
-        << "no URI line";
+    const std::pair<const char*, const char*> cases[] = {
+        {"#EXTM3U", "No lines."},
+        {"", "No lines."},
+        {"x\n#EXTM3U", "No header."},
+        {"low.m3u8\nhigh.m3u8", "No header."},
+        {"#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=1\nhttp://h/a.m3u8", "Incorrect stream info."},
+        {"#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=x,RESOLUTION=1x1\nhttp://h/a.m3u8",
+         "Incorrect stream info."},
+        {"#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=1,RESOLUTION=1x1", "Incorrect stream info."}};
+    for (const auto& [text, message] : cases) {
+        EXPECT_EQ(errorMessage(MainHLSInfo::split(text, "http://h/", "")), message) << text;
+    }
 }
 
 TEST(MainHLSInfoSplit, RenditionProblemsArePrinted) {
-    {
-        CapturedOutput output;
-        auto result = MainHLSInfo::split(
-            "#EXTM3U\n#EXT-X-MEDIA:TYPE=AUDIO,URI=\"a.m3u8\"\nhttp://h/v.m3u8", "http://h/", "");
+    const std::pair<const char*, const char*> cases[] = {
+        {"#EXTM3U\n#EXT-X-MEDIA:TYPE=AUDIO,URI=\"a.m3u8\"\nhttp://h/v.m3u8",
+         "No http prefix in media URI"},
+        {"#EXTM3U\n#EXT-X-MEDIA:TYPE=AUDIO,NAME=x\nhttps://h/v.m3u8", "No URI="}};
+    for (const auto& [text, problem] : cases) {
+        testing::internal::CaptureStdout();
+        auto result = MainHLSInfo::split(text, "http://h/", "");
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  std::string("[HLSMediaInfo] problem with parsing (") + problem + ")\n");
         EXPECT_EQ(errorMessage(result), "Incorrect media info.");
-        EXPECT_EQ(output.text(),
-                  "[HLSMediaInfo] problem with parsing (No http prefix in media URI)\n");
-    }
-    {
-        CapturedOutput output;
-        auto result = MainHLSInfo::split(
-            "#EXTM3U\n#EXT-X-MEDIA:TYPE=AUDIO,NAME=x\nhttps://h/v.m3u8", "http://h/", "");
-        EXPECT_EQ(errorMessage(result), "Incorrect media info.");
-        EXPECT_EQ(output.text(), "[HLSMediaInfo] problem with parsing (No URI=)\n");
     }
 }
 

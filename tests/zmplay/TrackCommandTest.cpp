@@ -5,7 +5,6 @@
 #include "zarvo/tracking/ZMTrackingSessionStorageUrls.h"
 
 #include "support/SampleOriginTest.h"
-#include "support/TempHome.h"
 #include "zmplay/ZmplayRun.h"
 
 namespace zarvo {
@@ -14,7 +13,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 
-class TrackCommandTest : public test::SampleOriginTest {
+class TrackCommandTest : public test::ZmplayTest<test::SampleOriginTest> {
 protected:
     void SetUp() override { origin_->beacons().clear(); }
     void TearDown() override { origin_->faults().remove("/track/"); }
@@ -24,7 +23,7 @@ protected:
                                         "--content-id", "11",           "--customer-id",
                                         "22",           "--session-id", "S-7"};
         all.insert(all.end(), arguments.begin(), arguments.end());
-        return test::runZmplay(all, home.path());
+        return run(all);
     }
 
     std::vector<std::string> beaconPaths() const {
@@ -59,8 +58,6 @@ protected:
         auto start = out.find("localId: ");
         return start == std::string::npos ? "" : out.substr(start + 9, 36);
     }
-
-    test::TempHome home;
 };
 
 TEST_F(TrackCommandTest, FinishReportsTheSessionAndItsEventsAsGiven) {
@@ -85,14 +82,14 @@ TEST_F(TrackCommandTest, ALeftSessionIsSentByTheNextRestore) {
     EXPECT_EQ(storedFiles(), std::vector<std::string>{id});
     ASSERT_EQ(beaconPaths().size(), 1u);
 
-    auto restored = test::runZmplay({"track", "--restore"}, home.path());
+    auto restored = run({"track", "--restore"});
     EXPECT_EQ(restored.status, 0) << restored.err;
     EXPECT_EQ(restored.out, "restored: " + id + "\n");
     ASSERT_EQ(beaconPaths().size(), 2u);
     EXPECT_THAT(eventsOf(1), MatchesRegex("2,[0-9]+,7,1;3,[0-9]+,8,120"));
     EXPECT_TRUE(storedFiles().empty());
 
-    auto again = test::runZmplay({"track", "--restore"}, home.path());
+    auto again = run({"track", "--restore"});
     EXPECT_EQ(again.out, "");
     EXPECT_EQ(beaconPaths().size(), 2u);
 }
@@ -123,7 +120,7 @@ TEST_F(TrackCommandTest, BadArgumentsAreRefusedWithoutARequest) {
         EXPECT_EQ(result.status, 2) << arguments[0];
         EXPECT_THAT(result.err, HasSubstr("zmplay track: "));
     }
-    auto missing = test::runZmplay({"track", "--endpoint", origin_->url("/track/t")}, home.path());
+    auto missing = run({"track", "--endpoint", origin_->url("/track/t")});
     EXPECT_EQ(missing.status, 2);
     EXPECT_THAT(missing.err, HasSubstr("required"));
     EXPECT_TRUE(beaconPaths().empty());

@@ -8,6 +8,10 @@
 #include <sys/wait.h>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "support/TempHome.h"
+
 namespace zarvo::test {
 
 struct ZmplayResult {
@@ -53,5 +57,15 @@ inline ZmplayResult runZmplay(const std::vector<std::string>& arguments,
     std::filesystem::remove(errPath);
     return result;
 }
+
+// A fresh application home for each test, with zmplay run on it.
+template <typename Base = ::testing::Test>
+class ZmplayTest : public Base {
+protected:
+    ZmplayResult run(const std::vector<std::string>& arguments) {
+        return runZmplay(arguments, home.path());
+    }
+    TempHome home;
+};
 
 }  // namespace zarvo::test
