@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "zarvo/platform/UrlComponents.h"
-#include "zarvo/platform/UrlSession.h"
 #include "zarvo/tracking/ZMTrackingNetworkOperation.h"
 #include "zarvo/tracking/ZMTrackingUrlCreator.h"
 

@@ -2,9 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "zarvo/platform/ManualScheduler.h"
-#include "zarvo/platform/RunLoop.h"
-#include "zarvo/tracking/ZMTrackingSession.h"
-#include "zarvo/tracking/ZMTrackingSessionsRestoreManager.h"
 
 #include "TrackingTestSupport.h"
 #include "support/SampleOriginTest.h"

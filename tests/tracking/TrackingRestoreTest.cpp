@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <signal.h>
@@ -6,11 +5,6 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
-
-#include "zarvo/platform/RunLoop.h"
-#include "zarvo/platform/Uuid.h"
-#include "zarvo/tracking/ZMTrackingSession.h"
-#include "zarvo/tracking/ZMTrackingSessionsRestoreManager.h"
 
 #include "TrackingTestSupport.h"
 #include "support/TempHome.h"
