@@ -48,18 +48,16 @@ TEST(MainHLSInfoSplit, AbsoluteMasterSortsLinesAndCarriesTheQuery) {
     EXPECT_EQ(info.media[0].originalLine, info.mediaLines[0]);
     EXPECT_EQ(info.media[0].playlistUrl.absoluteString(),
               "https://cdn.example/a/pl.m3u8?token=abc");
-    ASSERT_EQ(info.streams.size(), 2u);
-    EXPECT_EQ(info.streams[0].index, 0);
-    EXPECT_EQ(info.streams[0].bandwidth, 800000);
-    EXPECT_EQ(info.streams[0].resolution, "640x360");
-    EXPECT_EQ(info.streams[0].width, 640);
-    EXPECT_EQ(info.streams[0].height, 360);
-    EXPECT_EQ(info.streams[0].playlistUrl.absoluteString(),
-              "https://cdn.example/v/low.m3u8?token=abc");
-    EXPECT_EQ(info.streams[1].index, 1);
-    EXPECT_EQ(info.streams[1].bandwidth, 2400000);
-    EXPECT_EQ(info.streams[1].playlistUrl.absoluteString(),
-              "https://cdn.example/v/high.m3u8?sig=1&token=abc");
+    std::vector<std::string> streams;
+    for (const auto& stream : info.streams) {
+        streams.push_back(std::to_string(stream.index) + " " + std::to_string(stream.bandwidth) +
+                          " " + stream.resolution + " " + std::to_string(stream.width) + "x" +
+                          std::to_string(stream.height) + " " +
+                          stream.playlistUrl.absoluteString());
+    }
+    EXPECT_EQ(streams, (Lines{"0 800000 640x360 640x360 https://cdn.example/v/low.m3u8?token=abc",
+                              "1 2400000 1280x720 1280x720 "
+                              "https://cdn.example/v/high.m3u8?sig=1&token=abc"}));
     EXPECT_EQ(info.currentVideoRepresentationIndex, -1);
     EXPECT_TRUE(info.subtitlesLines.empty());
 }

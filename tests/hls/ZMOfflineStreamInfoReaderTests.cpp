@@ -56,16 +56,12 @@ protected:
     test::TestHttpServer server_;
 };
 
-TEST(StreamInfoBeforeLoading, EverythingIsEmpty) {
-    auto reader = ZMOfflineStreamInfoReader::make(*Url::parse("http://127.0.0.1:1/master.m3u8"));
-    EXPECT_TRUE(reader->availableDownloadQualities().empty());
+TEST_F(StreamInfo, QualitiesWithSizeEstimates) {
+    auto reader = ZMOfflineStreamInfoReader::make(*Url::parse(server_.url("/vod/master.m3u8")));
+    EXPECT_TRUE(reader->availableDownloadQualities().empty()) << "nothing before loading";
     EXPECT_FALSE(reader->hasPolishVersion());
     EXPECT_EQ(reader->mediaLines(), std::nullopt);
     EXPECT_EQ(reader->estimatedOfflineSize(1000).size, 0.0);
-}
-
-TEST_F(StreamInfo, QualitiesWithSizeEstimates) {
-    auto reader = ZMOfflineStreamInfoReader::make(*Url::parse(server_.url("/vod/master.m3u8")));
     ASSERT_TRUE(loadAndWait(reader));
     EXPECT_TRUE(reader->hasPolishVersion());
     ASSERT_EQ(reader->hlsMasterPlaylist()->getPlaylistCount(), 2);
@@ -89,6 +85,11 @@ TEST_F(StreamInfo, QualitiesWithSizeEstimates) {
                   nlohmann::json(qualities[1].size).dump() + R"(,"sizeWithBasicAudio":)" +
                   nlohmann::json(qualities[1].sizeWithBasicAudio).dump() + R"(,"width":640})");
     EXPECT_EQ(json.get<ZMDownloadQuality>(), qualities[1]);
+
+    // A failed reload keeps the earlier results.
+    server_.on("/vod/master.m3u8", test::TestHttpServer::Response::text("", 503));
+    EXPECT_FALSE(loadAndWait(reader));
+    EXPECT_EQ(reader->availableDownloadQualities().size(), 2u);
 }
 
 TEST_F(StreamInfo, PolishNeedsTwoRenditionLines) {
@@ -96,14 +97,6 @@ TEST_F(StreamInfo, PolishNeedsTwoRenditionLines) {
     ASSERT_TRUE(loadAndWait(reader));
     EXPECT_FALSE(reader->hasPolishVersion());
     EXPECT_EQ(reader->estimatedOfflineSize(8).size, 0.0) << "no media playlist: no duration";
-}
-
-TEST_F(StreamInfo, FailedLoadKeepsEarlierResults) {
-    auto reader = ZMOfflineStreamInfoReader::make(*Url::parse(server_.url("/vod/master.m3u8")));
-    ASSERT_TRUE(loadAndWait(reader));
-    server_.on("/vod/master.m3u8", test::TestHttpServer::Response::text("", 503));
-    EXPECT_FALSE(loadAndWait(reader));
-    EXPECT_EQ(reader->availableDownloadQualities().size(), 2u);
 }
 
 }  // namespace
