@@ -21,32 +21,21 @@ constexpr const char* backupKey = FPDownloadsStore::UnreadableDownloadsJsonKey;
 // User defaults over a real database whose writes fail on demand, like on a full disk.
 class FailingUserDefaults : public UserDefaults {
 public:
+    using S = std::string;
     explicit FailingUserDefaults(std::shared_ptr<UserDefaults> real) : real_(std::move(real)) {}
-    bool failWrites = false;
+    bool fail = false;
 
-    std::optional<std::string> string(const std::string& k) const override {
-        return real_->string(k);
-    }
-    std::optional<Data> data(const std::string& k) const override { return real_->data(k); }
-    long long integer(const std::string& k) const override { return real_->integer(k); }
-    bool boolean(const std::string& k) const override { return real_->boolean(k); }
-    bool hasValue(const std::string& k) const override { return real_->hasValue(k); }
-    std::vector<std::string> keys() const override { return real_->keys(); }
-    bool setString(const std::string& k, const std::string& v) override {
-        return !failWrites && real_->setString(k, v);
-    }
-    bool setData(const std::string& k, const Data& v) override {
-        return !failWrites && real_->setData(k, v);
-    }
-    bool setInteger(const std::string& k, long long v) override {
-        return !failWrites && real_->setInteger(k, v);
-    }
-    bool setBoolean(const std::string& k, bool v) override {
-        return !failWrites && real_->setBoolean(k, v);
-    }
-    bool removeObject(const std::string& k) override {
-        return !failWrites && real_->removeObject(k);
-    }
+    std::optional<S> string(const S& k) const override { return real_->string(k); }
+    std::optional<Data> data(const S& k) const override { return real_->data(k); }
+    long long integer(const S& k) const override { return real_->integer(k); }
+    bool boolean(const S& k) const override { return real_->boolean(k); }
+    bool hasValue(const S& k) const override { return real_->hasValue(k); }
+    std::vector<S> keys() const override { return real_->keys(); }
+    bool setString(const S& k, const S& v) override { return !fail && real_->setString(k, v); }
+    bool setData(const S& k, const Data& v) override { return !fail && real_->setData(k, v); }
+    bool setInteger(const S& k, long long v) override { return !fail && real_->setInteger(k, v); }
+    bool setBoolean(const S& k, bool v) override { return !fail && real_->setBoolean(k, v); }
+    bool removeObject(const S& k) override { return !fail && real_->removeObject(k); }
     bool synchronize() override { return real_->synchronize(); }
 
 private:
@@ -213,15 +202,13 @@ TEST_F(FPDownloadsStoreTest, AnUnreadableListIsKeptOnceBeforeItIsReplaced) {
     UserDefaults::standard()->setString(backupKey, "older");
     store->update(download);
     EXPECT_EQ(stored(backupKey), "older");
-}
 
-TEST_F(FPDownloadsStoreTest, UnreadableValuesAreKeptEvenWithoutReadingOrOfAnotherType) {
+    // Also without reading first, and for a value of another type.
     UserDefaults::standard()->setString(key, "{not json");
     testing::internal::CaptureStdout();
     FPDownloadsStore unlisted;
     create(unlisted, "new");
     EXPECT_EQ(stored(backupKey), "{not json");
-
     UserDefaults::standard()->setData(key, std::string("\x01\x02", 2));
     create(*listedStore(), "again");
     testing::internal::GetCapturedStdout();
@@ -235,12 +222,12 @@ TEST_F(FPDownloadsStoreTest, FailedWritesAndEncodingsNeverLoseTheStoredValue) {
     FPDownloadsStore store(defaults);
     EXPECT_TRUE(store.getAllDownloads().empty());
 
-    defaults->failWrites = true;
+    defaults->fail = true;
     auto download = create(store, "a");
     EXPECT_EQ(defaults->string(key), "garbage");
     EXPECT_EQ(store.findFirstWithId(download->id()), download);
 
-    defaults->failWrites = false;
+    defaults->fail = false;
     testing::internal::CaptureStdout();
     store.update(download);
     testing::internal::GetCapturedStdout();
