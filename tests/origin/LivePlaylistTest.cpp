@@ -70,9 +70,10 @@ protected:
     LivePlaylist live{schedule(), {2.0, 2.0, 2.0}};
 };
 
-TEST_F(LivePlaylistTest, TheWindowSlidesWithTheClock) {
-    // 21 s after the epoch: segments 0..9 have ended; the window holds 5..9.
-    auto at21 = parse(live.live(rendition, epoch.addingTimeInterval(21)));
+TEST_F(LivePlaylistTest, TheWindowSlidesWithTheClockAndMarksLoops) {
+    // 21 s after the epoch: segments 0..9 have ended; the window holds 5..9, loops start at 6, 9.
+    const std::string text = live.live(rendition, epoch.addingTimeInterval(21));
+    auto at21 = parse(text);
     EXPECT_EQ(at21.mediaSequence, 5);
     EXPECT_EQ(at21.uris,
               (std::vector<std::string>{"seg2.ts", "seg0.ts", "all.ts", "seg2.ts", "seg0.ts"}));
@@ -80,30 +81,22 @@ TEST_F(LivePlaylistTest, TheWindowSlidesWithTheClock) {
     ASSERT_EQ(at21.dates.size(), 5u);
     EXPECT_EQ(at21.dates.front(), epoch.addingTimeInterval(10).iso8601());
     EXPECT_EQ(at21.dates.back(), epoch.addingTimeInterval(18).iso8601());
+    EXPECT_EQ(at21.discontinuities, 2);
+    EXPECT_EQ(at21.discontinuitySequence, 1);
+    EXPECT_NE(text.find("#EXT-X-BYTERANGE:100@0\nall.ts"), std::string::npos);
 
     // Exactly at a segment's end it is published; a moment before, not yet.
     EXPECT_EQ(parse(live.live(rendition, epoch.addingTimeInterval(22))).mediaSequence, 6);
     EXPECT_EQ(parse(live.live(rendition, epoch.addingTimeInterval(21.999))).mediaSequence, 5);
-}
-
-TEST_F(LivePlaylistTest, LoopsAreMarkedAsDiscontinuities) {
-    auto text = live.live(rendition, epoch.addingTimeInterval(21));
-    auto parsed = parse(text);
-    // Segments 5..9: loops start at 6 and 9.
-    EXPECT_EQ(parsed.discontinuities, 2);
-    EXPECT_EQ(parsed.discontinuitySequence, 1);
-    EXPECT_NE(text.find("#EXT-X-BYTERANGE:100@0\nall.ts"), std::string::npos);
     // A window starting on a loop boundary counts that boundary as already passed.
     auto boundary = parse(live.live(rendition, epoch.addingTimeInterval(29)));
     EXPECT_EQ(boundary.mediaSequence, 9);
     EXPECT_EQ(boundary.discontinuitySequence, 3);
     EXPECT_EQ(boundary.discontinuities, 1);
-}
-
-TEST_F(LivePlaylistTest, BeforeTheEpochTheFirstSegmentIsOffered) {
-    auto parsed = parse(live.live(rendition, epoch.addingTimeInterval(-100)));
-    EXPECT_EQ(parsed.mediaSequence, 0);
-    EXPECT_EQ(parsed.uris.size(), 1u);
+    // Before the epoch the first segment is offered.
+    auto early = parse(live.live(rendition, epoch.addingTimeInterval(-100)));
+    EXPECT_EQ(early.mediaSequence, 0);
+    EXPECT_EQ(early.uris.size(), 1u);
 }
 
 TEST_F(LivePlaylistTest, DvrServesFromTheRequestedPointToTheLiveEdge) {
@@ -135,6 +128,18 @@ TEST_F(LivePlaylistTest, AdvertisingCuesAppearAsDateRangesEveryInterval) {
     EXPECT_NE(tag.find("START-DATE=\"" + epoch.addingTimeInterval(30).iso8601() + "\""),
               std::string::npos);
     EXPECT_NE(tag.find("DURATION=10.000"), std::string::npos);
+
+    auto indexes = [](double from, double to) {
+        std::vector<long long> found;
+        for (const auto& cue : AdCue::overlapping(epoch, 30, 10, epoch.addingTimeInterval(from),
+                                                  epoch.addingTimeInterval(to))) {
+            found.push_back(cue.index);
+        }
+        return found;
+    };
+    EXPECT_EQ(indexes(5, 65), (std::vector<long long>{0, 1, 2}));
+    EXPECT_EQ(indexes(10, 30), (std::vector<long long>{}));
+    EXPECT_EQ(indexes(-50, 1), (std::vector<long long>{0}));
 }
 
 TEST(AdCue, TheClientAttributeDecodesToTheVastEvent) {
@@ -162,22 +167,6 @@ TEST(AdCue, TheClientAttributeDecodesToTheVastEvent) {
     EXPECT_EQ(event.at("duration"), "15");
     EXPECT_EQ(event.at("id"), "zm-cue-4");
     EXPECT_EQ(event.at("break-id"), "zm-break-4");
-}
-
-TEST(AdCue, OverlappingFindsBreaksTouchingTheSpan) {
-    auto indexes = [](Date from, Date to) {
-        std::vector<long long> found;
-        for (const auto& cue : AdCue::overlapping(epoch, 30, 10, from, to)) {
-            found.push_back(cue.index);
-        }
-        return found;
-    };
-    EXPECT_EQ(indexes(epoch.addingTimeInterval(5), epoch.addingTimeInterval(65)),
-              (std::vector<long long>{0, 1, 2}));
-    EXPECT_EQ(indexes(epoch.addingTimeInterval(10), epoch.addingTimeInterval(30)),
-              (std::vector<long long>{}));
-    EXPECT_EQ(indexes(epoch.addingTimeInterval(-50), epoch.addingTimeInterval(1)),
-              (std::vector<long long>{0}));
 }
 
 }  // namespace

@@ -76,15 +76,12 @@ TEST_F(SampleOriginTest, VodMasterListsVariantsAndRenditionsWithRelativeUris) {
           "RESOLUTION=640x360"}) {
         EXPECT_NE(master.find(expected), std::string::npos) << expected;
     }
-    // Bandwidths grow with the resolution.
-    std::vector<long long> bandwidths;
-    const std::regex bandwidth("BANDWIDTH=(\\d+)\n");
-    for (std::sregex_iterator it(master.begin(), master.end(), bandwidth), end; it != end; ++it) {
-        bandwidths.push_back(std::stoll((*it)[1]));
-    }
-    ASSERT_EQ(bandwidths.size(), 3u);
-    EXPECT_LT(bandwidths[0], bandwidths[1]);
-    EXPECT_LT(bandwidths[1], bandwidths[2]);
+    std::smatch b;
+    ASSERT_TRUE(std::regex_search(
+        master, b,
+        std::regex("BANDWIDTH=(\\d+)\n[\\s\\S]*BANDWIDTH=(\\d+)\n[\\s\\S]*BANDWIDTH=(\\d+)\n")));
+    EXPECT_LT(std::stoll(b[1]), std::stoll(b[2]));
+    EXPECT_LT(std::stoll(b[2]), std::stoll(b[3]));
 }
 
 TEST_F(SampleOriginTest, MediaPlaylistsAndSegmentsAreServedWithRanges) {
@@ -255,7 +252,7 @@ TEST_F(SampleOriginTest, DvrPlaylistsHonourTheTimeshiftParameters) {
     EXPECT_EQ(uriLines(whole->body).size(), 300u);
 }
 
-TEST_F(SampleOriginTest, AStatusFaultIsAppliedThenCleared) {
+TEST_F(SampleOriginTest, FaultsAreAppliedThenCleared) {
     auto cli = client();
     origin_->faults().add(*Fault::parseStatus("/vod/v2/:503:2"));
     EXPECT_EQ(cli.Get("/vod/master.m3u8")->status, 200);
@@ -268,50 +265,30 @@ TEST_F(SampleOriginTest, AStatusFaultIsAppliedThenCleared) {
     EXPECT_EQ(cli.Post("/fps/license", "", "text/plain")->status, 500);
     origin_->faults().clear();
     EXPECT_EQ(cli.Post("/fps/license", "", "text/plain")->status, 400);
-}
 
-TEST_F(SampleOriginTest, TruncatedAndDroppedAnswersFailTheTransfer) {
-    auto cli = client();
-    Fault truncated;
-    truncated.pathPrefix = "/vod/v0/";
+    // A truncated or dropped answer fails the transfer; a slow one arrives complete.
+    auto once = [](const char* prefix) {
+        Fault fault;
+        fault.pathPrefix = prefix;
+        fault.count = 1;
+        return fault;
+    };
+    Fault truncated = once("/vod/v0/"), dropped = once("/vod/master"), slow = once("/vod/subs/");
     truncated.truncateAfterBytes = 1000;
-    truncated.count = 1;
-    origin_->faults().add(truncated);
-    auto cut = cli.Get("/vod/v0/seg0.ts");
-    EXPECT_FALSE(cut && cut->status == 200 && cut->body.size() > 1000);
-
-    Fault dropped;
-    dropped.pathPrefix = "/vod/master";
     dropped.dropConnection = true;
-    dropped.count = 1;
-    origin_->faults().add(dropped);
-    auto none = client().Get("/vod/master.m3u8");
-    EXPECT_FALSE(none);
-    EXPECT_EQ(client().Get("/vod/master.m3u8")->status, 200);
-}
-
-TEST_F(SampleOriginTest, SlowAnswersArriveComplete) {
-    Fault slow;
-    slow.pathPrefix = "/vod/subs/";
     slow.bytesPerSecond = 20000;
     slow.delaySeconds = 0.05;
-    slow.count = 1;
-    origin_->faults().add(slow);
-    auto cli = client();
-    auto paced = cli.Get("/vod/subs/subs.vtt");
+    for (const Fault& fault : {truncated, dropped, slow}) {
+        origin_->faults().add(fault);
+    }
+    auto cut = client().Get("/vod/v0/seg0.ts");
+    EXPECT_FALSE(cut && cut->status == 200 && cut->body.size() > 1000);
+    EXPECT_FALSE(client().Get("/vod/master.m3u8"));
+    EXPECT_EQ(client().Get("/vod/master.m3u8")->status, 200);
+    auto paced = client().Get("/vod/subs/subs.vtt");
     ASSERT_TRUE(paced);
     EXPECT_EQ(paced->status, 200);
-    EXPECT_EQ(paced->body, cli.Get("/vod/subs/subs.vtt")->body);
-}
-
-TEST(SampleOriginStart, RefusesHostsOutsideLoopback) {
-    OriginOptions options;
-    options.host = "0.0.0.0";
-    SampleOrigin origin(options);
-    auto error = origin.start();
-    ASSERT_TRUE(error);
-    EXPECT_NE(error->localizedDescription().find("loopback"), std::string::npos);
-    EXPECT_FALSE(origin.isRunning());
+    EXPECT_EQ(paced->body, client().Get("/vod/subs/subs.vtt")->body);
 }
 
 }  // namespace

@@ -18,17 +18,17 @@ std::optional<long long> parseNumber(std::string_view text) {
 }
 
 // Splits at the last colons so that the prefix itself may hold ":".
-std::vector<std::string_view> splitFields(std::string_view spec, std::size_t maxNumbers) {
+std::vector<std::string_view> splitFields(std::string_view text, std::size_t maxNumbers) {
     std::vector<std::string_view> numbers;
     while (numbers.size() < maxNumbers) {
-        const std::size_t colon = spec.rfind(':');
-        if (colon == std::string_view::npos || !parseNumber(spec.substr(colon + 1))) {
+        const std::size_t colon = text.rfind(':');
+        if (colon == std::string_view::npos || !parseNumber(text.substr(colon + 1))) {
             break;
         }
-        numbers.insert(numbers.begin(), spec.substr(colon + 1));
-        spec = spec.substr(0, colon);
+        numbers.insert(numbers.begin(), text.substr(colon + 1));
+        text = text.substr(0, colon);
     }
-    numbers.insert(numbers.begin(), spec);
+    numbers.insert(numbers.begin(), text);
     return numbers;
 }
 
@@ -38,8 +38,8 @@ bool validPrefix(std::string_view prefix) {
 
 }  // namespace
 
-std::optional<Fault> Fault::parseStatus(std::string_view spec) {
-    const auto fields = splitFields(spec, 2);
+std::optional<Fault> Fault::parseStatus(std::string_view text) {
+    const auto fields = splitFields(text, 2);
     if (fields.size() < 2 || !validPrefix(fields[0])) {
         return std::nullopt;
     }
@@ -56,8 +56,8 @@ std::optional<Fault> Fault::parseStatus(std::string_view spec) {
     return fault;
 }
 
-std::optional<Fault> Fault::parseDelay(std::string_view spec) {
-    const auto fields = splitFields(spec, 1);
+std::optional<Fault> Fault::parseDelay(std::string_view text) {
+    const auto fields = splitFields(text, 1);
     if (fields.size() != 2 || !validPrefix(fields[0])) {
         return std::nullopt;
     }
