@@ -30,12 +30,13 @@ TEST(ContentKeyRequest, RoundTripsThroughItsWireForm) {
 
 TEST(ContentKeyRequest, RefusesToBeMadeFromABadCertificateOrIdentifier) {
     using Code = ContentKeyRequest::ErrorCode;
-    EXPECT_EQ(errorCode(ContentKeyRequest::make("not a certificate", "id", false)),
-              static_cast<long>(Code::invalidCertificate));
-    EXPECT_EQ(errorCode(ContentKeyRequest::make("", "id", false)),
-              static_cast<long>(Code::invalidCertificate));
-    EXPECT_EQ(errorCode(ContentKeyRequest::make(certificate, "", false)),
-              static_cast<long>(Code::invalidContentId));
+    for (const auto& [cert, id, code] :
+         {std::tuple{Data("not a certificate"), "id", Code::invalidCertificate},
+          {Data(), "id", Code::invalidCertificate},
+          {certificate, "", Code::invalidContentId}}) {
+        EXPECT_EQ(errorCode(ContentKeyRequest::make(cert, id, false)), static_cast<long>(code))
+            << id;
+    }
     // A certificate of another format version, or a persistent key, is no certificate.
     EXPECT_EQ(ContentKeyRequest::identifierOfCertificate(Data("ZMFC\x02id", 7)), std::nullopt);
     EXPECT_EQ(ContentKeyRequest::identifierOfCertificate(Data("ZMPK\x01id", 7)), std::nullopt);
