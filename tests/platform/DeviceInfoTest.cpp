@@ -69,7 +69,7 @@ TEST(DeviceInfoTest, DescribesThisMachine) {
     EXPECT_FALSE(DeviceInfo::systemVersion().empty());
 }
 
-TEST(DeviceInfoTest, VendorIdentifierIsMadeOnceAndKeptInTheHomesDefaults) {
+TEST(DeviceInfoTest, VendorIdentifierIsKeptInTheHomesDefaults) {
     test::TempHome home;
     const std::string first = DeviceInfo::identifierForVendor();
     EXPECT_TRUE(Uuid::isValid(first)) << first;
@@ -83,10 +83,8 @@ TEST(DeviceInfoTest, VendorIdentifierIsMadeOnceAndKeptInTheHomesDefaults) {
 
     AppDirectories::setHome(home.path());
     EXPECT_EQ(DeviceInfo::identifierForVendor(), first);
-}
 
-TEST(DeviceInfoTest, VendorIdentifierKeepsAStoredOneAndReplacesGarbage) {
-    test::TempHome home;
+    // A stored valid one is kept; garbage is replaced.
     auto defaults = UserDefaults::standard();
     const std::string stored = "e621e1f8-c36c-495a-93fc-0c247a3e6e5f";
     ASSERT_TRUE(defaults->setString("ZMIdentifierForVendor", stored));

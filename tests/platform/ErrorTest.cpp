@@ -27,9 +27,11 @@ TEST(ErrorTest, DescribesDomainCodeMessageAndInnerError) {
 TEST(ErrorTest, EqualityComparesEveryPartIncludingTheInnerError) {
     const auto base = Error::withDescription("D", 1, "text");
     EXPECT_EQ(base, Error::withDescription("D", 1, "text"));
-    EXPECT_NE(base, Error::withDescription("E", 1, "text"));
-    EXPECT_NE(base, Error::withDescription("D", 2, "text"));
-    EXPECT_NE(base, Error::withDescription("D", 1, "other"));
+    for (const auto& other :
+         {Error::withDescription("E", 1, "text"), Error::withDescription("D", 2, "text"),
+          Error::withDescription("D", 1, "other")}) {
+        EXPECT_NE(base, other);
+    }
     const Error withInner("D", 1, base.userInfo(), Error("I", 1));
     EXPECT_NE(base, withInner);
     EXPECT_NE(withInner, base);

@@ -48,17 +48,14 @@ TEST(UuidTest, ParsesEitherCaseAndRejectsMalformedText) {
 }
 
 TEST(Base64Test, EncodesTheStandardVectors) {
-    EXPECT_EQ(Base64::encode(""), "");
-    EXPECT_EQ(Base64::encode("f"), "Zg==");
-    EXPECT_EQ(Base64::encode("fo"), "Zm8=");
-    EXPECT_EQ(Base64::encode("foo"), "Zm9v");
-    EXPECT_EQ(Base64::encode("foob"), "Zm9vYg==");
-    EXPECT_EQ(Base64::encode("fooba"), "Zm9vYmE=");
-    EXPECT_EQ(Base64::encode("foobar"), "Zm9vYmFy");
+    const char* expected[] = {"", "Zg==", "Zm8=", "Zm9v", "Zm9vYg==", "Zm9vYmE=", "Zm9vYmFy"};
+    for (std::size_t n = 0; n < 7; ++n) {
+        EXPECT_EQ(Base64::encode(std::string("foobar").substr(0, n)), expected[n]);
+    }
     EXPECT_EQ(Base64::encode(std::string("\xfb\xff\xbf", 3)), "+/+/");
 }
 
-TEST(Base64Test, DecodesWhatItEncodes) {
+TEST(Base64Test, DecodesWhatItEncodesAndNothingElse) {
     std::string bytes;
     for (int i = 0; i < 256; ++i) {
         bytes.push_back(static_cast<char>(i));
@@ -69,9 +66,6 @@ TEST(Base64Test, DecodesWhatItEncodes) {
     }
     EXPECT_EQ(Base64::decode("Zm9vYmE="), "fooba");
     EXPECT_EQ(Base64::decode("+/+/"), std::string("\xfb\xff\xbf", 3));
-}
-
-TEST(Base64Test, RejectsTextOutsideTheAlphabetOrOfAWrongLength) {
     for (const char* text : {"Zg", "Zg=", "Zm9vY", "Zm9v YmFy", "Zm9v\nYmFy",
                              "Zg==Zg==", "Z===", "====", "Zm-_", "Zm9v!mFy", "=Zm9"}) {
         EXPECT_EQ(Base64::decode(text), std::nullopt) << text;
@@ -112,9 +106,9 @@ TEST(JsonTest, TypedReadsGiveNothingForAbsentOrMistypedMembers) {
     EXPECT_EQ(json::integer(object, "i"), 42);
     EXPECT_EQ(json::integer(object, "neg"), -3);
     EXPECT_EQ(json::integer(object, "whole"), 3);
-    EXPECT_EQ(json::integer(object, "f"), std::nullopt);
-    EXPECT_EQ(json::integer(object, "s"), std::nullopt);
-    EXPECT_EQ(json::integer(object, "big"), std::nullopt);
+    for (const char* key : {"f", "s", "big"}) {
+        EXPECT_EQ(json::integer(object, key), std::nullopt) << key;
+    }
 
     EXPECT_EQ(json::number(object, "f"), 2.5);
     EXPECT_EQ(json::number(object, "i"), 42.0);
@@ -130,12 +124,14 @@ TEST(JsonTest, TypedReadsGiveNothingForAbsentOrMistypedMembers) {
 }
 
 TEST(LocaleTest, LanguageCodeOfIdentifiers) {
-    EXPECT_EQ(Locale::languageCode("pl"), "pl");
-    EXPECT_EQ(Locale::languageCode("en-US"), "en");
-    EXPECT_EQ(Locale::languageCode("pl_PL"), "pl");
-    EXPECT_EQ(Locale::languageCode("pl_PL.UTF-8"), "pl");
-    EXPECT_EQ(Locale::languageCode("zh-Hant-TW"), "zh");
-    EXPECT_EQ(Locale::languageCode("EN_us"), "en");
+    for (auto [id, code] : {std::pair{"pl", "pl"},
+                            {"en-US", "en"},
+                            {"pl_PL", "pl"},
+                            {"pl_PL.UTF-8", "pl"},
+                            {"zh-Hant-TW", "zh"},
+                            {"EN_us", "en"}}) {
+        EXPECT_EQ(Locale::languageCode(id), code) << id;
+    }
     EXPECT_EQ(Locale::languageCode(""), std::nullopt);
     EXPECT_EQ(Locale::languageCode("-US"), std::nullopt);
 }
@@ -159,7 +155,6 @@ public:
             }
         }
     }
-    void set(const char* name, const char* value) { setenv(name, value, 1); }
 
 private:
     std::vector<const char*> names_{"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"};
@@ -170,13 +165,12 @@ TEST(LocaleTest, PreferredLanguagesFollowTheEnvironmentInOrder) {
     ScopedEnvironment environment;
     EXPECT_TRUE(Locale::preferredLanguages().empty());
 
-    environment.set("LANG", "C.UTF-8");
+    setenv("LANG", "C.UTF-8", 1);
     EXPECT_TRUE(Locale::preferredLanguages().empty());
-
-    environment.set("LANGUAGE", "pl_PL:en::de");
-    environment.set("LC_ALL", "POSIX");
-    environment.set("LC_MESSAGES", "fr_FR.UTF-8@euro");
-    environment.set("LANG", "pl_PL.UTF-8");
+    setenv("LANGUAGE", "pl_PL:en::de", 1);
+    setenv("LC_ALL", "POSIX", 1);
+    setenv("LC_MESSAGES", "fr_FR.UTF-8@euro", 1);
+    setenv("LANG", "pl_PL.UTF-8", 1);
     EXPECT_EQ(Locale::preferredLanguages(),
               (std::vector<std::string>{"pl-PL", "en", "de", "fr-FR"}));
 }

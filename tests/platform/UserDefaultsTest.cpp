@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
+#include <tuple>
 #include <unistd.h>
 #include <vector>
 
@@ -73,37 +74,32 @@ TEST_F(UserDefaultsTest, ReadsConvertBetweenKinds) {
     store->setBoolean("yes", true);
     store->setBoolean("no", false);
     store->setData("data", "bytes");
-    store->setString("numeric", " 17 ");
-    store->setString("decimal", "-3.9");
-    store->setString("words", "twelve");
-    store->setString("YES", "YES");
-    store->setString("true", "true");
-    store->setString("one", "1");
-    store->setString("zero", "0");
+    for (const char* text : {" 17 ", "-3.9", "twelve", "YES", "true", "1", "0"}) {
+        store->setString(text, text);
+    }
 
     EXPECT_EQ(store->string("integer"), "42");
     EXPECT_EQ(store->string("yes"), "1");
     EXPECT_EQ(store->string("no"), "0");
     EXPECT_EQ(store->string("data"), std::nullopt);
-    EXPECT_EQ(store->data("words"), "twelve");
+    EXPECT_EQ(store->data("twelve"), "twelve");
     EXPECT_EQ(store->data("integer"), std::nullopt);
 
-    EXPECT_EQ(store->integer("numeric"), 17);
-    EXPECT_EQ(store->integer("decimal"), -3);
-    EXPECT_EQ(store->integer("words"), 0);
-    EXPECT_EQ(store->integer("data"), 0);
-    EXPECT_EQ(store->integer("yes"), 1);
-    EXPECT_EQ(store->integer("absent"), 0);
-
-    EXPECT_TRUE(store->boolean("integer"));
-    EXPECT_TRUE(store->boolean("YES"));
-    EXPECT_TRUE(store->boolean("true"));
-    EXPECT_TRUE(store->boolean("one"));
-    EXPECT_FALSE(store->boolean("zero"));
-    EXPECT_FALSE(store->boolean("words"));
-    EXPECT_FALSE(store->boolean("no"));
-    EXPECT_FALSE(store->boolean("data"));
-    EXPECT_FALSE(store->boolean("absent"));
+    for (auto [key, integer, boolean] : {std::tuple{" 17 ", 17, true},
+                                         {"-3.9", -3, true},
+                                         {"twelve", 0, false},
+                                         {"data", 0, false},
+                                         {"yes", 1, true},
+                                         {"no", 0, false},
+                                         {"absent", 0, false},
+                                         {"integer", 42, true},
+                                         {"YES", 0, true},
+                                         {"true", 0, true},
+                                         {"1", 1, true},
+                                         {"0", 0, false}}) {
+        EXPECT_EQ(store->integer(key), integer) << key;
+        EXPECT_EQ(store->boolean(key), boolean) << key;
+    }
     EXPECT_EQ(store->string("absent"), std::nullopt);
 }
 
@@ -188,24 +184,22 @@ TEST_F(UserDefaultsTest, ConcurrentWritersFromThreadsAndConnectionsLoseNothing) 
 
 TEST_F(UserDefaultsTest, TwoProcessesWritingAtOnceLoseNothing) {
     constexpr int kKeys = 200;
-    openStore();  // both processes find the database made
+    auto store = openStore();  // both processes find the database made
     const pid_t child = ::fork();
     if (child == 0) {
-        auto store = UserDefaults::open(databasePath());
-        bool ok = store != nullptr;
+        auto own = UserDefaults::open(databasePath());
+        bool ok = own != nullptr;
         for (int i = 0; ok && i < kKeys; ++i) {
-            ok = store->setInteger("child-" + std::to_string(i), i);
+            ok = own->setInteger("child-" + std::to_string(i), i);
         }
         ::_exit(ok ? 0 : 1);
     }
-    auto store = openStore();
     for (int i = 0; i < kKeys; ++i) {
         EXPECT_TRUE(store->setInteger("parent-" + std::to_string(i), i));
     }
     int status = 0;
     ::waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     EXPECT_EQ(store->keys().size(), static_cast<std::size_t>(2 * kKeys));
 }
 
