@@ -21,9 +21,9 @@ struct Fault {
     double fraction = 1.0;                          // share of matching requests affected
 
     // "PREFIX:STATUS[:COUNT]", e.g. "/vod/v2/:503:3".
-    static std::optional<Fault> parseStatus(std::string_view spec);
+    static std::optional<Fault> parseStatus(std::string_view text);
     // "PREFIX:MS", e.g. "/fps/license:1500".
-    static std::optional<Fault> parseDelay(std::string_view spec);
+    static std::optional<Fault> parseDelay(std::string_view text);
 };
 
 }  // namespace zarvo::origin
