@@ -1,5 +1,4 @@
-#include <condition_variable>
-#include <mutex>
+#include <future>
 #include <optional>
 #include <string>
 
@@ -75,10 +74,6 @@ TEST(MainHLSInfoSplit, RelativeUrisGetTheBase) {
               "URI=\"http://127.0.0.1:8080/vod/subs/en.m3u8\"");
     EXPECT_EQ(result.info->streamsLines.back(), "http://127.0.0.1:8080/vod/low.m3u8");
     EXPECT_EQ(result.info->headerLines, (Lines{"#EXTM3U", ""}));
-    EXPECT_EQ(result.info->media[0].playlistUrl.absoluteString(),
-              "http://127.0.0.1:8080/vod/subs/en.m3u8");
-    EXPECT_EQ(result.info->streams[0].playlistUrl.absoluteString(),
-              "http://127.0.0.1:8080/vod/low.m3u8");
 }
 
 TEST(MainHLSInfoSplit, FailuresNameTheirCause) {
@@ -141,17 +136,16 @@ struct LoadOutcome {
 };
 
 LoadOutcome loadAndWait(const Url& url) {
-    std::mutex mutex;
-    std::condition_variable done;
-    std::optional<LoadOutcome> outcome;
-    MainHLSInfo::load(url, [&](std::shared_ptr<MainHLSInfo> info, std::optional<Error> error) {
-        std::lock_guard lock(mutex);
-        outcome = LoadOutcome{std::move(info), std::move(error)};
-        done.notify_one();
+    auto done = std::make_shared<std::promise<LoadOutcome>>();
+    MainHLSInfo::load(url, [done](std::shared_ptr<MainHLSInfo> info, std::optional<Error> error) {
+        done->set_value(LoadOutcome{std::move(info), std::move(error)});
     });
-    std::unique_lock lock(mutex);
-    EXPECT_TRUE(done.wait_for(lock, std::chrono::seconds(30), [&] { return outcome.has_value(); }));
-    return outcome.value_or(LoadOutcome{});
+    auto outcome = done->get_future();
+    if (outcome.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+        ADD_FAILURE() << "the load never finished";
+        return LoadOutcome{};
+    }
+    return outcome.get();
 }
 
 TEST(MainHLSInfoLoad, DownloadsAndSplitsWithTheMasterQuery) {
@@ -182,13 +176,9 @@ TEST(ZMPlayerErrorDomain, ConstructorsFillCodeAndMessage) {
     Error fairPlay = ZMPlayerError::fairPlayInitialization(-42);
     EXPECT_EQ(fairPlay.code(), 10);
     EXPECT_EQ(fairPlay.localizedDescription(), "FairPlay initialization error with code -42");
-    Error download = ZMPlayerError::playlistDownload();
-    EXPECT_EQ(download.userInfo().size(), 1u);
-    EXPECT_EQ(download.innerError(), nullptr);
     Error wrapped = ZMPlayerError::playlistDownload(Error::withDescription("d", 1, "x"));
     ASSERT_NE(wrapped.innerError(), nullptr);
     EXPECT_EQ(wrapped.innerError()->domain(), "d");
-    EXPECT_EQ(ZMPlayerError::playlistParsing("No header.").code(), 13);
 }
 
 }  // namespace

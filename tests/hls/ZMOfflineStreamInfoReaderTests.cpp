@@ -1,5 +1,4 @@
-#include <condition_variable>
-#include <mutex>
+#include <future>
 #include <optional>
 
 #include <gtest/gtest.h>
@@ -12,17 +11,14 @@ namespace zarvo {
 namespace {
 
 bool loadAndWait(const std::shared_ptr<ZMOfflineStreamInfoReader>& reader) {
-    std::mutex mutex;
-    std::condition_variable done;
-    std::optional<bool> outcome;
-    reader->loadPlaylist([&](bool success) {
-        std::lock_guard lock(mutex);
-        outcome = success;
-        done.notify_one();
-    });
-    std::unique_lock lock(mutex);
-    EXPECT_TRUE(done.wait_for(lock, std::chrono::seconds(30), [&] { return outcome.has_value(); }));
-    return outcome.value_or(false);
+    auto done = std::make_shared<std::promise<bool>>();
+    reader->loadPlaylist([done](bool success) { done->set_value(success); });
+    auto outcome = done->get_future();
+    if (outcome.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+        ADD_FAILURE() << "the load never finished";
+        return false;
+    }
+    return outcome.get();
 }
 
 std::string mediaPlaylist(int segments, double seconds) {

@@ -90,7 +90,7 @@ TEST_F(FPDownloadsStoreTest, CreatedDownloadsArePersistedInOrder) {
     EXPECT_EQ(all[1]->toJson(), second->toJson());
 }
 
-TEST_F(FPDownloadsStoreTest, FindsReturnTheFirstMatchingCachedInstance) {
+TEST_F(FPDownloadsStoreTest, FindsReturnCachedInstancesAndUpdateSavesThemAll) {
     auto store = listedStore();
     EXPECT_EQ(store->findFirstWithId("A"), nullptr);
     EXPECT_EQ(store->findFirstWithState(ZMOfflineDownloadState::waiting), nullptr);
@@ -101,12 +101,8 @@ TEST_F(FPDownloadsStoreTest, FindsReturnTheFirstMatchingCachedInstance) {
     EXPECT_EQ(store->findFirstWithState(ZMOfflineDownloadState::waiting), first);
     second->setState(ZMOfflineDownloadState::downloading);
     EXPECT_EQ(store->findFirstWithState(ZMOfflineDownloadState::downloading), second);
-}
 
-TEST_F(FPDownloadsStoreTest, UpdateSavesEveryCachedDownload) {
-    auto store = listedStore();
-    auto first = create(*store, "a");
-    auto second = create(*store, "b");
+    // An update saves every cached download, not only the one named.
     first->setState(ZMOfflineDownloadState::paused);
     second->setProgress(0.5);
     second->setOfflineUrl("/elsewhere/Library/media/b.movpkg");
@@ -114,6 +110,7 @@ TEST_F(FPDownloadsStoreTest, UpdateSavesEveryCachedDownload) {
 
     auto all = FPDownloadsStore().getAllDownloads();
     EXPECT_EQ(all[0]->state(), ZMOfflineDownloadState::paused);
+    EXPECT_EQ(all[1]->state(), ZMOfflineDownloadState::downloading);
     EXPECT_EQ(all[1]->progress(), 0.5);
     EXPECT_EQ(all[1]->offlineUrl()->absoluteString(), "Library/media/b.movpkg");
 }

@@ -53,11 +53,6 @@ protected:
         }
         return names;
     }
-
-    static std::string localIdIn(const std::string& out) {
-        auto start = out.find("localId: ");
-        return start == std::string::npos ? "" : out.substr(start + 9, 36);
-    }
 };
 
 TEST_F(TrackCommandTest, FinishReportsTheSessionAndItsEventsAsGiven) {
@@ -78,7 +73,9 @@ TEST_F(TrackCommandTest, ALeftSessionIsSentByTheNextRestore) {
     auto left = track({"--event", "paused:1@7", "--event", "seeking:120@8", "--leave"});
     EXPECT_EQ(left.status, 0) << left.err;
     EXPECT_THAT(left.out, HasSubstr("state: readyToSendEvents"));
-    std::string id = localIdIn(left.out);
+    auto start = left.out.find("localId: ");
+    ASSERT_NE(start, std::string::npos);
+    std::string id = left.out.substr(start + 9, 36);
     EXPECT_EQ(storedFiles(), std::vector<std::string>{id});
     ASSERT_EQ(beaconPaths().size(), 1u);
 
