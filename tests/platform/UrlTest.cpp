@@ -241,6 +241,10 @@ TEST(UrlFile, FileUrlsEncodeAndDecodeThePath) {
     EXPECT_EQ(package.absoluteString(), "file:///home/user%20one/Library/media/a%20b.movpkg");
     EXPECT_EQ(package.decodedPath(), "/home/user one/Library/media/a b.movpkg");
     EXPECT_EQ(package.deletingLastPathComponent().decodedPath(), "/home/user one/Library/media");
+    // Equality and order follow the text.
+    EXPECT_EQ(url("http://h/a"), url("http://h/a"));
+    EXPECT_NE(url("http://h/a"), url("http://H/a"));
+    EXPECT_LT(url("http://h/a"), url("http://h/b"));
     Url relative = Url::fileUrl("some/file");
     EXPECT_TRUE(relative.decodedPath().starts_with("/"));
     EXPECT_TRUE(relative.decodedPath().ends_with("/some/file"));
@@ -287,12 +291,6 @@ TEST(UrlPathEditing, AppendingPathComponent) {
     EXPECT_FALSE(colon.isAbsolute());
     EXPECT_EQ(colon.lastPathComponent(), "c:d");
     EXPECT_EQ(colon.query(), "q");
-}
-
-TEST(UrlCompare, EqualityAndOrderFollowTheText) {
-    EXPECT_EQ(url("http://h/a"), url("http://h/a"));
-    EXPECT_NE(url("http://h/a"), url("http://H/a"));
-    EXPECT_LT(url("http://h/a"), url("http://h/b"));
 }
 
 }  // namespace
