@@ -116,29 +116,25 @@ TEST_F(FileReaders, UndecodableLineEndsReadingMissingFileAndClosedReaderAreFatal
     EXPECT_THROW(reader.readLine(), FatalErrorException);
 }
 
-TEST(URLBufferedReader, ReadsTheBodyWhateverTheStatus) {
+TEST_F(FileReaders, UrlReaderReadsTheBodyWhateverTheStatusAndFileUrls) {
     test::TestHttpServer server;
     server.on("/ok.m3u8", test::TestHttpServer::Response::text("#EXTM3U\r\nx"));
     server.on("/missing.m3u8", test::TestHttpServer::Response::text("gone", 404));
     server.on("/binary", test::TestHttpServer::Response::text("\xff\xfe"));
     server.on("/dropped", test::TestHttpServer::Response::dropped());
 
-    const std::pair<std::string, Lines> cases[] = {{server.url("/ok.m3u8"), {"#EXTM3U", "", "x"}},
-                                                   {server.url("/missing.m3u8"), {"gone"}},
-                                                   {server.url("/binary"), {""}},
-                                                   {server.url("/dropped"), {""}},
-                                                   {"http://127.0.0.1:1/none.m3u8", {""}}};
+    const std::pair<std::string, Lines> cases[] = {
+        {server.url("/ok.m3u8"), {"#EXTM3U", "", "x"}},
+        {server.url("/missing.m3u8"), {"gone"}},
+        {server.url("/binary"), {""}},
+        {server.url("/dropped"), {""}},
+        {"http://127.0.0.1:1/none.m3u8", {""}},
+        {Url::fileUrl(write("g.m3u8", "a\nb")).absoluteString(), {"a", "b"}},
+        {Url::fileUrl((home_.path() / "none.m3u8").string()).absoluteString(), {""}}};
     for (const auto& [url, expected] : cases) {
         URLBufferedReader reader(*Url::parse(url));
         EXPECT_EQ(allLines(reader), expected) << url;
     }
-}
-
-TEST_F(FileReaders, UrlReaderReadsFileUrls) {
-    URLBufferedReader file(Url::fileUrl(write("g.m3u8", "a\nb")));
-    EXPECT_EQ(allLines(file), (Lines{"a", "b"}));
-    URLBufferedReader missing(Url::fileUrl((home_.path() / "none.m3u8").string()));
-    EXPECT_EQ(allLines(missing), (Lines{""}));
 }
 
 }  // namespace
