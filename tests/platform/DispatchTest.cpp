@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "zarvo/platform/BriefSpin.h"
 #include "zarvo/platform/DispatchQueue.h"
 #include "zarvo/platform/DispatchSemaphore.h"
 #include "zarvo/platform/FatalError.h"
@@ -184,6 +185,25 @@ TEST(AsyncAfterTest, RunsWhenTheSchedulerReachesTheDelay) {
     scheduler->advance(1s);
     RunLoop::main().runUntilIdle();
     EXPECT_EQ(fired, (std::vector<std::string>{"one second", "two minutes"}));
+}
+
+TEST(BriefSpinTest, ReturnsOnReadinessAndSkipsWaitsAfterAnEmptyOne) {
+    int checks = 0;
+    EXPECT_TRUE(BriefSpin(std::chrono::seconds(30)).wait([&] { return ++checks >= 3; }));
+    EXPECT_EQ(checks, 3);
+
+    BriefSpin spin(std::chrono::microseconds(1));
+
+    // An empty wait: the work is sparse, so the next waits only look once.
+    EXPECT_FALSE(spin.wait([] { return false; }));
+    for (int i = 0; i < 15; ++i) {
+        checks = 0;
+        EXPECT_FALSE(spin.wait([&] { return ++checks > 1; }));
+        EXPECT_EQ(checks, 1);
+    }
+    checks = 0;
+    EXPECT_TRUE(spin.wait([&] { return ++checks > 1; }));
+    EXPECT_EQ(checks, 2);
 }
 
 TEST(DispatchSemaphoreTest, CountsSignalsAndWakesWaiters) {

@@ -62,7 +62,7 @@ void CurlNetworkThread::post(Command command) {
     {
         std::lock_guard lock(mutex_);
         inbox_.push_back(std::move(command));
-        wake = !wakePending_;
+        wake = !wakePending_ && !spinning_;
         wakePending_ = true;
     }
     if (wake) {
@@ -90,11 +90,40 @@ void CurlNetworkThread::run() {
         takeCommands();
         int stillRunning = 0;
         curl_multi_perform(multi_.get(), &stillRunning);
-        collectFinished();
+        bool finished = collectFinished();
         failIdleTransfers();
+        if (finished && running_.empty() && awaitCommandsBriefly()) {
+            continue;
+        }
+        if (!running_.empty() && awaitSocketsBriefly()) {
+            continue;
+        }
         curl_multi_poll(multi_.get(), nullptr, 0, nextWaitMilliseconds(), nullptr);
     }
     abandonAll();
+}
+
+bool CurlNetworkThread::awaitSocketsBriefly() {
+    return socketSpin_.wait([this] {
+        int ready = 0;
+        curl_multi_poll(multi_.get(), nullptr, 0, 0, &ready);
+        return ready > 0 || wakePending_.load();
+    });
+}
+
+bool CurlNetworkThread::awaitCommandsBriefly() {
+    {
+        std::lock_guard lock(mutex_);
+        if (wakePending_ || stopping_) {
+            return true;
+        }
+        spinning_ = true;
+    }
+    commandSpin_.wait([this] { return wakePending_.load(); });
+    // A command posted while spinning_ was set sent no wake-up, so look once more under the lock.
+    std::lock_guard lock(mutex_);
+    spinning_ = false;
+    return wakePending_ || stopping_;
 }
 
 void CurlNetworkThread::takeCommands() {
@@ -177,7 +206,8 @@ std::shared_ptr<CurlTransfer> CurlNetworkThread::release(CURL* easy) {
     return transfer;
 }
 
-void CurlNetworkThread::collectFinished() {
+bool CurlNetworkThread::collectFinished() {
+    bool any = false;
     int queued = 0;
     while (CURLMsg* message = curl_multi_info_read(multi_.get(), &queued)) {
         if (message->msg != CURLMSG_DONE) {
@@ -186,8 +216,10 @@ void CurlNetworkThread::collectFinished() {
         CURLcode result = message->data.result;
         if (auto transfer = release(message->easy_handle)) {
             transfer->complete(result);
+            any = true;
         }
     }
+    return any;
 }
 
 void CurlNetworkThread::failIdleTransfers() {

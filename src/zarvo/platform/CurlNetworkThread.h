@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -8,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "zarvo/platform/BriefSpin.h"
 #include "zarvo/platform/CurlHandles.h"
 #include "zarvo/platform/CurlTransfer.h"
 
@@ -45,13 +47,22 @@ private:
 
     void post(Command command);
     void run();
+    // After a transfer ends with nothing else running, the next request often follows at once
+    // (a completion that chains one, a caller waiting for the answer): a short wait for it
+    // here is cheaper than being woken from poll. post() sends no wake-up meanwhile. True
+    // when commands arrived.
+    bool awaitCommandsBriefly();
+    // A nearby server answers within tens of microseconds: checking the sockets for that long
+    // before sleeping in poll saves the wake-up. True when a socket or a command is ready.
+    bool awaitSocketsBriefly();
     void takeCommands();
     void admit(std::shared_ptr<CurlTransfer> transfer);
     void begin(std::shared_ptr<CurlTransfer> transfer);
     void remove(const std::shared_ptr<CurlTransfer>& transfer);
     // Takes a running transfer off the multi handle and frees its slot for a waiting one.
     std::shared_ptr<CurlTransfer> release(CURL* easy);
-    void collectFinished();
+    // Hands finished transfers to their owners; true when there were any.
+    bool collectFinished();
     void failIdleTransfers();
     int nextWaitMilliseconds();
     void abandonAll();
@@ -59,10 +70,14 @@ private:
     CurlMulti multi_;
     std::mutex mutex_;
     std::vector<Command> inbox_;
-    bool wakePending_ = false;
+    // Written under the mutex; also read without it while waiting briefly for commands.
+    std::atomic<bool> wakePending_{false};
+    bool spinning_ = false;
     bool stopping_ = false;
 
     // Touched only by the network thread.
+    BriefSpin commandSpin_{std::chrono::microseconds(50)};
+    BriefSpin socketSpin_{std::chrono::microseconds(100)};
     std::unordered_map<CURL*, std::shared_ptr<CurlTransfer>> running_;
     std::unordered_map<std::string, HostSlots> hosts_;
 

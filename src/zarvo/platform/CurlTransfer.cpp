@@ -129,8 +129,7 @@ std::variant<std::shared_ptr<CurlTransfer>, Error> CurlTransfer::make(
     if (!host || host->empty()) {
         return makeUrlError(UrlError::badUrl, text, "The URL has no host.");
     }
-    auto transfer = std::make_shared<CurlTransfer>(Token{});
-    transfer->url_ = text;
+    auto transfer = std::make_shared<CurlTransfer>(Token{}, request.url);
     transfer->finish_ = std::move(finish);
     int port = request.url.port().value_or(scheme == "https" ? 443 : 80);
     transfer->hostKey_ =
@@ -156,7 +155,7 @@ bool CurlTransfer::configure(const UrlRequest& request,
         ok = ok && curl_easy_setopt(h, option, value) == CURLE_OK;
     };
 
-    set(CURLOPT_URL, url_.c_str());
+    set(CURLOPT_URL, url_.absoluteString().c_str());
     set(CURLOPT_PRIVATE, static_cast<void*>(this));
     set(CURLOPT_ERRORBUFFER, errorBuffer_.data());
     set(CURLOPT_NOSIGNAL, 1L);
@@ -172,9 +171,6 @@ bool CurlTransfer::configure(const UrlRequest& request,
     set(CURLOPT_HEADERDATA, static_cast<void*>(this));
     set(CURLOPT_WRITEFUNCTION, &CurlTransfer::onBody);
     set(CURLOPT_WRITEDATA, static_cast<void*>(this));
-    set(CURLOPT_XFERINFOFUNCTION, &CurlTransfer::onProgress);
-    set(CURLOPT_XFERINFODATA, static_cast<void*>(this));
-    set(CURLOPT_NOPROGRESS, 0L);
 
     double idleSeconds = idleTimeoutSeconds(request, configuration);
     idleTimeout_ =
@@ -200,6 +196,14 @@ bool CurlTransfer::configure(const UrlRequest& request,
             set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(requestBody_.size()));
             set(CURLOPT_POSTFIELDS, requestBody_.data());
         }
+    }
+
+    if (!requestBody_.empty()) {
+        // Headers and body chunks mark received bytes as progress; sent bytes need curl's
+        // progress callback, which costs time on every transfer, so only uploads take it.
+        set(CURLOPT_XFERINFOFUNCTION, &CurlTransfer::onProgress);
+        set(CURLOPT_XFERINFODATA, static_cast<void*>(this));
+        set(CURLOPT_NOPROGRESS, 0L);
     }
 
     // Header lines: the request's own, then the session's for names the request left unset.
@@ -301,18 +305,18 @@ CurlTransfer::Outcome CurlTransfer::responseOutcome() {
     curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &status);
     if (status <= 0) {
         return {std::nullopt, std::nullopt,
-                makeUrlError(UrlError::badServerResponse, url_, "No HTTP status arrived.")};
+                makeUrlError(UrlError::badServerResponse, url_.absoluteString(),
+                             "No HTTP status arrived.")};
     }
     const char* effective = nullptr;
     curl_easy_getinfo(h, CURLINFO_EFFECTIVE_URL, &effective);
-    std::optional<Url> finalUrl = effective != nullptr ? Url::parse(effective) : std::nullopt;
-    if (!finalUrl) {
-        finalUrl = Url::parse(url_);
+    // Without a redirect the final URL is the request's own, already parsed.
+    std::optional<Url> finalUrl;
+    if (effective != nullptr && url_.absoluteString() != effective) {
+        finalUrl = Url::parse(effective);
     }
-    if (!finalUrl) {
-        return {std::nullopt, std::nullopt, makeUrlError(UrlError::badUrl, url_)};
-    }
-    HttpUrlResponse response{*finalUrl, static_cast<int>(status), std::move(responseHeaders_), -1};
+    HttpUrlResponse response{finalUrl.value_or(url_), static_cast<int>(status),
+                             std::move(responseHeaders_), -1};
     // A Content-Length counts encoded bytes; the body is handed over decoded.
     auto encoding = response.value("Content-Encoding");
     bool encoded = encoding && !encoding->empty() && !headerNamesEqual(*encoding, "identity");
@@ -347,7 +351,7 @@ void CurlTransfer::complete(CURLcode code) {
 }
 
 void CurlTransfer::fail(UrlError code, const std::string& detail) {
-    deliver({std::nullopt, std::nullopt, makeUrlError(code, url_, detail)});
+    deliver({std::nullopt, std::nullopt, makeUrlError(code, url_.absoluteString(), detail)});
 }
 
 void CurlTransfer::deliver(Outcome outcome) {

@@ -66,7 +66,7 @@ private:
     };
 
 public:
-    explicit CurlTransfer(Token) {}
+    CurlTransfer(Token, Url url) : url_(std::move(url)) {}
 
 private:
     bool configure(const UrlRequest& request, const UrlSessionConfiguration& configuration);
@@ -80,7 +80,7 @@ private:
 
     CurlEasy easy_;
     CurlSlist headerList_;
-    std::string url_;
+    const Url url_;
     std::string hostKey_;
     std::string requestBody_;
     int maxConnectionsPerHost_ = 6;

@@ -110,9 +110,11 @@ public:
     }
 
     void submit(std::function<void()> task) {
-        std::lock_guard lock(mutex_);
+        std::unique_lock lock(mutex_);
         tasks_.push_back(std::move(task));
         if (tasks_.size() <= idle_) {
+            // Notified after unlocking, so the woken worker does not block on the lock at once.
+            lock.unlock();
             wakeup_.notify_one();
             return;
         }
