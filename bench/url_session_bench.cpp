@@ -13,6 +13,7 @@
 #include <curl/curl.h>
 
 #include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/RunLoop.h"
 #include "zarvo/platform/UrlSession.h"
 
 #include "support/TestHttpServer.h"
@@ -109,6 +110,25 @@ bool chainedSessionLoop(zarvo::UrlSession& session, const zarvo::Url& url, int c
     return ok.load();
 }
 
+// Runs `count` GETs one after another from the main thread, as a host application does: the
+// session delivers on the main queue and the caller runs the main run loop until each answer.
+bool mainQueueSessionLoop(zarvo::UrlSession& session, const zarvo::Url& url, int count) {
+    bool ok = true;
+    for (int i = 0; i < count; ++i) {
+        bool done = false;
+        session
+            .dataTask(url,
+                      [&](auto data, auto response, auto error) {
+                          ok = ok && !error && response && response->statusCode == 200 &&
+                               data->size() == 256;
+                          done = true;
+                      })
+            ->resume();
+        ok = zarvo::RunLoop::main().runUntil([&] { return done; }) && ok;
+    }
+    return ok;
+}
+
 size_t appendBody(char* data, size_t size, size_t count, void* body) {
     static_cast<std::string*>(body)->append(data, size * count);
     return size * count;
@@ -141,8 +161,10 @@ double secondsSince(Clock::time_point start) {
 // Runs both loops in turn, alternating which goes first, and reports both rates and the
 // session's share of the easy loop's rate.
 template <typename SessionLoop>
-void compareWithEasyLoop(benchmark::State& state, SessionLoop sessionLoop) {
-    auto session = zarvo::UrlSession::make(zarvo::UrlSessionConfiguration::defaultConfiguration());
+void compareWithEasyLoop(benchmark::State& state, SessionLoop sessionLoop,
+                         std::shared_ptr<zarvo::DispatchQueue> delegateQueue = nullptr) {
+    auto session = zarvo::UrlSession::make(zarvo::UrlSessionConfiguration::defaultConfiguration(),
+                                           std::move(delegateQueue));
     auto url = *zarvo::Url::parse(server().url("/small"));
     std::unique_ptr<CURL, EasyDeleter> easy(curl_easy_init());
     curl_easy_setopt(easy.get(), CURLOPT_URL, url.absoluteString().c_str());
@@ -188,6 +210,15 @@ void BM_SequentialGets_ChainedSessionVersusEasyLoop(benchmark::State& state) {
     compareWithEasyLoop(state, chainedSessionLoop);
 }
 BENCHMARK(BM_SequentialGets_ChainedSessionVersusEasyLoop)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(4);
+
+// Each GET started from the main thread, its answer delivered on the main queue.
+void BM_SequentialGets_MainQueueSessionVersusEasyLoop(benchmark::State& state) {
+    compareWithEasyLoop(state, mainQueueSessionLoop, zarvo::DispatchQueue::main());
+}
+BENCHMARK(BM_SequentialGets_MainQueueSessionVersusEasyLoop)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
     ->Iterations(4);
