@@ -15,6 +15,7 @@
 
 #include "zarvo/platform/DispatchQueue.h"
 #include "zarvo/platform/DispatchSemaphore.h"
+#include "zarvo/platform/ManualScheduler.h"
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/platform/UrlError.h"
 #include "zarvo/platform/UrlSession.h"
@@ -36,8 +37,8 @@ struct Outcome {
     bool ranOnDelegateQueue = false;
 };
 
-// Runs a task and waits (with a safety time-out) for its completion.
-Outcome fetch(UrlSession& session, UrlRequest request) {
+// Starts a task; the future gets its outcome.
+std::future<Outcome> start(UrlSession& session, UrlRequest request) {
     auto promise = std::make_shared<std::promise<Outcome>>();
     auto future = promise->get_future();
     auto queue = session.delegateQueue();
@@ -48,6 +49,12 @@ Outcome fetch(UrlSession& session, UrlRequest request) {
                                           queue->isCurrent()});
                   })
         ->resume();
+    return future;
+}
+
+// Runs a task and waits (with a safety time-out) for its completion.
+Outcome fetch(UrlSession& session, UrlRequest request) {
+    auto future = start(session, std::move(request));
     if (future.wait_for(safetyTimeout) != std::future_status::ready) {
         ADD_FAILURE() << "the task did not complete";
         return {};
@@ -195,14 +202,24 @@ TEST_F(UrlSessionTest, ReloadIgnoringCacheAsksCachesNotToAnswer) {
 
 TEST_F(UrlSessionTest, DroppedConnectionAndTimeOutAreDistinctErrors) {
     server.on("/drop", TestHttpServer::Response::dropped());
-    auto slow = TestHttpServer::Response::text("late");
-    slow.delaySeconds = 60;
-    server.on("/slow", slow);
-    UrlRequest impatient = request("/slow");
-    impatient.timeoutInterval = 0.3;
+    std::promise<void> arrived;
+    server.on("/slow", [&](const TestHttpServer::Request&) {
+        arrived.set_value();
+        auto slow = TestHttpServer::Response::text("late");
+        slow.delaySeconds = 600;
+        return slow;
+    });
 
     Outcome dropped = fetch(*session, request("/drop"));
-    Outcome timedOut = fetch(*session, impatient);
+    // The default time-out: 60 s without a byte, on the scheduler's clock.
+    auto clock = ManualScheduler::create();
+    ScopedStandardScheduler useClock(clock);
+    auto pending = start(*session, request("/slow"));
+    ASSERT_EQ(arrived.get_future().wait_for(safetyTimeout), std::future_status::ready);
+    clock->advance(59s);
+    clock->advance(1s);
+    ASSERT_EQ(pending.wait_for(safetyTimeout), std::future_status::ready);
+    Outcome timedOut = pending.get();
 
     ASSERT_TRUE(dropped.error);
     EXPECT_TRUE(isUrlError(*dropped.error, UrlError::networkConnectionLost))

@@ -1,8 +1,11 @@
 #include "zarvo/platform/CurlNetworkThread.h"
 
 #include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <pthread.h>
+
+#include "zarvo/platform/DispatchQueue.h"
 
 namespace zarvo {
 namespace {
@@ -48,12 +51,12 @@ void CurlNetworkThread::start(std::shared_ptr<CurlTransfer> transfer) {
         transfer->fail(UrlError::unknown, "The network thread could not be set up.");
         return;
     }
-    post({false, std::move(transfer)});
+    post({Command::Kind::start, std::move(transfer)});
 }
 
 void CurlNetworkThread::cancel(std::shared_ptr<CurlTransfer> transfer) {
     if (multi_) {
-        post({true, std::move(transfer)});
+        post({Command::Kind::cancel, std::move(transfer)});
     }
 }
 
@@ -134,10 +137,21 @@ void CurlNetworkThread::takeCommands() {
         wakePending_ = false;
     }
     for (auto& command : commands) {
-        if (command.cancel) {
-            remove(command.transfer);
-        } else {
-            admit(std::move(command.transfer));
+        switch (command.kind) {
+            case Command::Kind::start:
+                admit(std::move(command.transfer));
+                break;
+            case Command::Kind::cancel:
+                remove(command.transfer);
+                break;
+            case Command::Kind::checkTime:
+                // Bytes that moved meanwhile put the deadline later; an expired transfer
+                // fails in failIdleTransfers.
+                if (running_.count(command.transfer->easy()) != 0 &&
+                    !command.transfer->isIdleTooLong()) {
+                    watchIdleDeadline(command.transfer);
+                }
+                break;
         }
     }
 }
@@ -153,7 +167,7 @@ void CurlNetworkThread::admit(std::shared_ptr<CurlTransfer> transfer) {
 
 void CurlNetworkThread::begin(std::shared_ptr<CurlTransfer> transfer) {
     CURL* easy = transfer->easy();
-    transfer->markStarted(CurlTransfer::Clock::now());
+    transfer->markStarted();
     HostSlots& slots = hosts_[transfer->hostKey()];
     if (curl_multi_add_handle(multi_.get(), easy) != CURLM_OK) {
         if (slots.running == 0 && slots.waiting.empty()) {
@@ -163,7 +177,25 @@ void CurlNetworkThread::begin(std::shared_ptr<CurlTransfer> transfer) {
         return;
     }
     slots.running += 1;
+    watchIdleDeadline(transfer);
     running_.emplace(easy, std::move(transfer));
+}
+
+void CurlNetworkThread::watchIdleDeadline(const std::shared_ptr<CurlTransfer>& transfer) {
+    const auto& scheduler = transfer->scheduler();
+    if (scheduler == Scheduler::system()) {
+        return;
+    }
+    auto delay = Scheduler::Duration(transfer->idleDeadline() - scheduler->uptime());
+    transfer->setIdleWatch(
+        scheduler->schedule(delay, DispatchQueue::global(),
+                            [network = weak_from_this(), weakTransfer = std::weak_ptr(transfer)] {
+                                auto self = network.lock();
+                                auto transfer = weakTransfer.lock();
+                                if (self && transfer) {
+                                    self->post({Command::Kind::checkTime, std::move(transfer)});
+                                }
+                            }));
 }
 
 void CurlNetworkThread::remove(const std::shared_ptr<CurlTransfer>& transfer) {
@@ -190,6 +222,7 @@ std::shared_ptr<CurlTransfer> CurlNetworkThread::release(CURL* easy) {
     std::shared_ptr<CurlTransfer> transfer = std::move(found->second);
     running_.erase(found);
     curl_multi_remove_handle(multi_.get(), easy);
+    transfer->cancelIdleWatch();
 
     auto slots = hosts_.find(transfer->hostKey());
     if (slots != hosts_.end()) {
@@ -223,10 +256,9 @@ bool CurlNetworkThread::collectFinished() {
 }
 
 void CurlNetworkThread::failIdleTransfers() {
-    auto now = CurlTransfer::Clock::now();
     std::vector<CURL*> idle;
     for (const auto& [easy, transfer] : running_) {
-        if (transfer->idleDeadline() <= now) {
+        if (transfer->isIdleTooLong()) {
             idle.push_back(easy);
         }
     }
@@ -242,11 +274,10 @@ int CurlNetworkThread::nextWaitMilliseconds() {
     curl_multi_timeout(multi_.get(), &curlWait);
     long wait =
         curlWait >= 0 ? std::min<long>(curlWait, longestWaitMilliseconds) : longestWaitMilliseconds;
-    auto now = CurlTransfer::Clock::now();
-    for (const auto& entry : running_) {
-        auto untilIdle =
-            std::chrono::ceil<std::chrono::milliseconds>(entry.second->idleDeadline() - now);
-        wait = std::min<long>(wait, std::max<long>(0, untilIdle.count()));
+    for (const auto& [easy, transfer] : running_) {
+        double untilIdle = transfer->idleDeadline() - transfer->scheduler()->uptime();
+        auto milliseconds = static_cast<long>(std::ceil(std::clamp(untilIdle, 0.0, 3600.0) * 1000));
+        wait = std::min(wait, milliseconds);
     }
     return static_cast<int>(wait);
 }
@@ -254,6 +285,7 @@ int CurlNetworkThread::nextWaitMilliseconds() {
 void CurlNetworkThread::abandonAll() {
     for (auto& [easy, transfer] : running_) {
         curl_multi_remove_handle(multi_.get(), easy);
+        transfer->cancelIdleWatch();
     }
     running_.clear();
     hosts_.clear();

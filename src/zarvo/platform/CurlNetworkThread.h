@@ -19,8 +19,9 @@ namespace zarvo {
 // Transfers arrive from any thread through an inbox and curl_multi_wakeup; the multi
 // handle's connection cache gives keep-alive reuse across transfers. Each connection group
 // (a session) runs at most its per-host limit of transfers to one origin at a time; the rest
-// wait in order. A transfer with no bytes moving for its time-out fails as timed out.
-class CurlNetworkThread {
+// wait in order. A transfer with no bytes moving for its time-out, on its scheduler's clock,
+// fails as timed out.
+class CurlNetworkThread : public std::enable_shared_from_this<CurlNetworkThread> {
 public:
     static std::shared_ptr<CurlNetworkThread> shared();
 
@@ -37,7 +38,7 @@ public:
 
 private:
     struct Command {
-        bool cancel = false;
+        enum class Kind { start, cancel, checkTime } kind;
         std::shared_ptr<CurlTransfer> transfer;
     };
     struct HostSlots {
@@ -64,6 +65,9 @@ private:
     // Hands finished transfers to their owners; true when there were any.
     bool collectFinished();
     void failIdleTransfers();
+    // Real time is watched by poll's time-out. A test scheduler's time moves on its own, so
+    // work scheduled on it at the transfer's idle deadline wakes this thread to look.
+    void watchIdleDeadline(const std::shared_ptr<CurlTransfer>& transfer);
     int nextWaitMilliseconds();
     void abandonAll();
 

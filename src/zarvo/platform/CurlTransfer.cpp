@@ -129,7 +129,7 @@ std::variant<std::shared_ptr<CurlTransfer>, Error> CurlTransfer::make(
     if (!host || host->empty()) {
         return makeUrlError(UrlError::badUrl, text, "The URL has no host.");
     }
-    auto transfer = std::make_shared<CurlTransfer>(Token{}, request.url);
+    auto transfer = std::make_shared<CurlTransfer>(Token{}, request.url, Scheduler::standard());
     transfer->finish_ = std::move(finish);
     int port = request.url.port().value_or(scheme == "https" ? 443 : 80);
     transfer->hostKey_ =
@@ -172,10 +172,9 @@ bool CurlTransfer::configure(const UrlRequest& request,
     set(CURLOPT_WRITEFUNCTION, &CurlTransfer::onBody);
     set(CURLOPT_WRITEDATA, static_cast<void*>(this));
 
-    double idleSeconds = idleTimeoutSeconds(request, configuration);
-    idleTimeout_ =
-        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(idleSeconds));
-    set(CURLOPT_CONNECTTIMEOUT_MS, millisecondsFor(idleSeconds));
+    idleTimeoutSeconds_ = idleTimeoutSeconds(request, configuration);
+    // curl's own connect time-out runs on real time, as a backstop to the scheduler's.
+    set(CURLOPT_CONNECTTIMEOUT_MS, millisecondsFor(idleTimeoutSeconds_));
     double resourceSeconds = configuration.timeoutIntervalForResource;
     if (std::isfinite(resourceSeconds) && resourceSeconds > 0) {
         set(CURLOPT_TIMEOUT_MS, millisecondsFor(resourceSeconds));
@@ -254,7 +253,7 @@ bool CurlTransfer::configure(const UrlRequest& request,
 size_t CurlTransfer::onHeader(char* data, size_t size, size_t count, void* self) {
     auto* transfer = static_cast<CurlTransfer*>(self);
     size_t length = size * count;
-    transfer->lastProgress_ = Clock::now();
+    transfer->markProgress();
     std::string_view line(data, length);
     if (line.starts_with("HTTP/")) {
         // A new response (a redirect's target, or the answer after "100 Continue"): only the
@@ -283,7 +282,7 @@ size_t CurlTransfer::onHeader(char* data, size_t size, size_t count, void* self)
 size_t CurlTransfer::onBody(char* data, size_t size, size_t count, void* self) {
     auto* transfer = static_cast<CurlTransfer*>(self);
     size_t length = size * count;
-    transfer->lastProgress_ = Clock::now();
+    transfer->markProgress();
     transfer->body_.append(data, length);
     return length;
 }
@@ -294,7 +293,7 @@ int CurlTransfer::onProgress(void* self, curl_off_t, curl_off_t downloaded, curl
     if (downloaded != transfer->lastDownloaded_ || uploaded != transfer->lastUploaded_) {
         transfer->lastDownloaded_ = downloaded;
         transfer->lastUploaded_ = uploaded;
-        transfer->lastProgress_ = Clock::now();
+        transfer->markProgress();
     }
     return 0;
 }

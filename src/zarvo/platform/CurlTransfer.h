@@ -1,10 +1,10 @@
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -14,6 +14,7 @@
 #include "zarvo/platform/Data.h"
 #include "zarvo/platform/Error.h"
 #include "zarvo/platform/HttpUrlResponse.h"
+#include "zarvo/platform/Scheduler.h"
 #include "zarvo/platform/UrlError.h"
 #include "zarvo/platform/UrlRequest.h"
 #include "zarvo/platform/UrlSessionConfiguration.h"
@@ -25,8 +26,6 @@ namespace zarvo {
 // thread; after start it is touched only by the network thread.
 class CurlTransfer {
 public:
-    using Clock = std::chrono::steady_clock;
-
     // What a transfer ends with: a response (any status) with its body, or an error.
     struct Outcome {
         std::optional<Data> data;
@@ -51,10 +50,22 @@ public:
     const std::string& hostKey() const { return hostKey_; }
     int maxConnectionsPerHost() const { return maxConnectionsPerHost_; }
 
+    // The scheduler that times the transfer: Scheduler::standard() when it was made.
+    const std::shared_ptr<Scheduler>& scheduler() const { return scheduler_; }
     // Called when curl takes the transfer up: the idle clock starts here.
-    void markStarted(Clock::time_point now) { lastProgress_ = now; }
-    // When the transfer fails as timed out unless some bytes move before.
-    Clock::time_point idleDeadline() const { return lastProgress_ + idleTimeout_; }
+    void markStarted() { markProgress(); }
+    // The scheduler uptime at which the transfer fails as timed out unless some bytes move
+    // before.
+    double idleDeadline() const { return lastProgress_ + idleTimeoutSeconds_; }
+    bool isIdleTooLong() const { return scheduler_->uptime() >= idleDeadline(); }
+    // Work scheduled to look at the deadline; replaced by the next, cancelled when the
+    // transfer stops running.
+    void setIdleWatch(std::shared_ptr<ScheduledWork> watch) { idleWatch_ = std::move(watch); }
+    void cancelIdleWatch() {
+        if (auto watch = std::exchange(idleWatch_, nullptr)) {
+            watch->cancel();
+        }
+    }
 
     // Ends the transfer with curl's result, or with an error of our own (a time-out).
     void complete(CURLcode code);
@@ -66,11 +77,13 @@ private:
     };
 
 public:
-    CurlTransfer(Token, Url url) : url_(std::move(url)) {}
+    CurlTransfer(Token, Url url, std::shared_ptr<Scheduler> scheduler)
+        : url_(std::move(url)), scheduler_(std::move(scheduler)) {}
 
 private:
     bool configure(const UrlRequest& request, const UrlSessionConfiguration& configuration);
     void deliver(Outcome outcome);
+    void markProgress() { lastProgress_ = scheduler_->uptime(); }
     Outcome responseOutcome();
 
     static size_t onHeader(char* data, size_t size, size_t count, void* self);
@@ -81,11 +94,13 @@ private:
     CurlEasy easy_;
     CurlSlist headerList_;
     const Url url_;
+    const std::shared_ptr<Scheduler> scheduler_;
     std::string hostKey_;
     std::string requestBody_;
     int maxConnectionsPerHost_ = 6;
-    Clock::duration idleTimeout_{};
-    Clock::time_point lastProgress_{};
+    double idleTimeoutSeconds_ = 0;
+    double lastProgress_ = 0;
+    std::shared_ptr<ScheduledWork> idleWatch_;
     curl_off_t lastDownloaded_ = 0;
     curl_off_t lastUploaded_ = 0;
     bool sawStatusLine_ = false;
