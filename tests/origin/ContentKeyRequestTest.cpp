@@ -28,7 +28,7 @@ TEST(ContentKeyRequest, RoundTripsThroughItsWireForm) {
     EXPECT_EQ(std::get<ContentKeyRequest>(decoded), request);
 }
 
-TEST(ContentKeyRequest, RefusesToBeMadeFromABadCertificateOrIdentifier) {
+TEST(ContentKeyRequest, MakeAndDecodeNameWhatIsWrong) {
     using Code = ContentKeyRequest::ErrorCode;
     for (const auto& [cert, id, code] :
          {std::tuple{Data("not a certificate"), "id", Code::invalidCertificate},
@@ -40,14 +40,8 @@ TEST(ContentKeyRequest, RefusesToBeMadeFromABadCertificateOrIdentifier) {
     // A certificate of another format version, or a persistent key, is no certificate.
     EXPECT_EQ(ContentKeyRequest::identifierOfCertificate(Data("ZMFC\x02id", 7)), std::nullopt);
     EXPECT_EQ(ContentKeyRequest::identifierOfCertificate(Data("ZMPK\x01id", 7)), std::nullopt);
-}
 
-TEST(ContentKeyRequest, DecodeNamesWhatIsWrong) {
-    using Code = ContentKeyRequest::ErrorCode;
-    const struct {
-        const char* body;
-        Code code;
-    } cases[] = {
+    const std::pair<const char*, Code> cases[] = {
         {"", Code::malformedRequest},
         {"zm-sample-1", Code::malformedRequest},
         {"[1,2]", Code::malformedRequest},
@@ -61,12 +55,12 @@ TEST(ContentKeyRequest, DecodeNamesWhatIsWrong) {
         {R"({"version":1,"contentId":"","persistent":false,"certificate":"c"})",
          Code::invalidContentId},
     };
-    for (const auto& c : cases) {
-        auto result = ContentKeyRequest::decode(c.body);
-        ASSERT_TRUE(std::holds_alternative<Error>(result)) << c.body;
+    for (const auto& [body, code] : cases) {
+        auto result = ContentKeyRequest::decode(body);
+        ASSERT_TRUE(std::holds_alternative<Error>(result)) << body;
         const auto& error = std::get<Error>(result);
         EXPECT_EQ(error.domain(), ContentKeyRequest::errorDomain);
-        EXPECT_EQ(error.code(), static_cast<long>(c.code)) << c.body;
+        EXPECT_EQ(error.code(), static_cast<long>(code)) << body;
         EXPECT_FALSE(error.localizedDescription().empty());
     }
     // Members it does not know are ignored.

@@ -28,7 +28,7 @@ TEST(Fault, ParsesStatusAndDelayArgumentsAndRejectsMalformedOnes) {
     }
 }
 
-TEST(FaultInjector, FirstMatchingFaultWinsUntilUsedUpRemovedOrCleared) {
+TEST(FaultInjector, FirstMatchingSelectedFaultWinsUntilUsedUpRemovedOrCleared) {
     FaultInjector faults;
     faults.add(*Fault::parseStatus("/vod/v0/:404"));
     faults.add(*Fault::parseStatus("/vod/:503:2"));
@@ -46,15 +46,10 @@ TEST(FaultInjector, FirstMatchingFaultWinsUntilUsedUpRemovedOrCleared) {
 
     faults.add(*Fault::parseStatus("/vod/:500:0"));
     EXPECT_FALSE(faults.take("/vod/master.m3u8"));
-}
+    faults.clear();
 
-TEST(FaultInjector, AFractionAffectsAboutThatShareOfRequests) {
-    FaultInjector faults;
-    Fault fault;
-    fault.pathPrefix = "/";
-    fault.dropConnection = true;
-    fault.fraction = 0.25;
-    faults.add(fault);
+    // A fraction affects about that share of requests.
+    faults.add({.pathPrefix = "/", .dropConnection = true, .fraction = 0.25});
     int hits = 0;
     for (int i = 0; i < 1000; ++i) {
         hits += faults.take("/vod/master.m3u8") ? 1 : 0;

@@ -18,16 +18,6 @@ const char* const vodPlaylist =
 
 const Date epoch = Date(1'767'225'600.0);
 
-LivePlaylist::Schedule schedule() {
-    LivePlaylist::Schedule s;
-    s.epoch = epoch;
-    s.windowSegments = 5;
-    s.dvrDepthSeconds = 60;
-    s.adInterval = 30;
-    s.adDuration = 10;
-    return s;
-}
-
 struct Parsed {
     long long mediaSequence = -1;
     long long discontinuitySequence = -1;
@@ -67,7 +57,8 @@ Parsed parse(const std::string& text) {
 class LivePlaylistTest : public ::testing::Test {
 protected:
     SegmentList rendition = *SegmentList::parse(vodPlaylist);
-    LivePlaylist live{schedule(), {2.0, 2.0, 2.0}};
+    // The default 5-segment window and 10 s breaks every 30 s, with 60 s of DVR depth.
+    LivePlaylist live{{.epoch = epoch, .dvrDepthSeconds = 60}, {2.0, 2.0, 2.0}};
 };
 
 TEST_F(LivePlaylistTest, TheWindowSlidesWithTheClockAndMarksLoops) {

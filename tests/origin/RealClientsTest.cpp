@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include "origin/SampleOrigin.h"
+#include "support/SampleOriginTest.h"
 
 namespace zarvo::origin {
 namespace {
@@ -33,18 +33,10 @@ std::string run(const std::string& command) {
     }
 
 // Real players against an origin on the real wall clock.
-class RealClientsTest : public ::testing::Test {
+class RealClientsTest : public test::SampleOriginTest {
 protected:
-    static void SetUpTestSuite() {
-        origin_ = std::make_unique<SampleOrigin>();
-        if (auto error = origin_->start()) {
-            origin_.reset();
-            FAIL() << error->description();
-        }
-    }
-    static void TearDownTestSuite() { origin_.reset(); }
     void SetUp() override {
-        ASSERT_TRUE(origin_);
+        ASSERT_TRUE(origin_->isRunning());
         origin_->clearRequests();
     }
 
@@ -57,8 +49,6 @@ protected:
                    "' video-sink='fakesink sync=" + sync + "' audio-sink='fakesink sync=" + sync +
                    "'");
     }
-
-    static inline std::unique_ptr<SampleOrigin> origin_;
 };
 
 TEST_F(RealClientsTest, FfprobeListsTheVideoAndAudioStreams) {

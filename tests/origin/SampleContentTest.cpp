@@ -26,10 +26,9 @@ struct ScratchFolder {
 
 TEST(SampleContent, ParallelPreparationsMakeTheContentOnceAndShareIt) {
     ScratchFolder cache;
-    std::variant<SampleContent, Error> first = Error("", 0);
     std::variant<SampleContent, Error> second = Error("", 0);
     std::thread other([&] { second = SampleContent::prepare(cache.path); });
-    first = SampleContent::prepare(cache.path);
+    const auto first = SampleContent::prepare(cache.path);
     other.join();
     ASSERT_TRUE(std::holds_alternative<SampleContent>(first));
     ASSERT_TRUE(std::holds_alternative<SampleContent>(second));
