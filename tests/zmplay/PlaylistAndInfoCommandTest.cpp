@@ -24,7 +24,7 @@ protected:
     }
 };
 
-TEST_F(PlaylistAndInfoCommands, MasterPlaylistFromTheOrigin) {
+TEST_F(PlaylistAndInfoCommands, MasterAndMediaPlaylistsFromTheOrigin) {
     auto result = run({"playlist", origin_->url("/vod/master.m3u8"), "--json"});
     ASSERT_EQ(result.status, 0) << result.err;
     Json model = Json::parse(result.lastLine());
@@ -36,15 +36,11 @@ TEST_F(PlaylistAndInfoCommands, MasterPlaylistFromTheOrigin) {
     }
     auto summary = run({"playlist", origin_->url("/vod/master.m3u8"), "--summary"});
     EXPECT_EQ(summary.out, "playlists: " + std::to_string(model["playlists"].size()) + "\n");
-}
 
-TEST_F(PlaylistAndInfoCommands, MediaPlaylistFromTheOrigin) {
-    auto master =
-        Json::parse(run({"playlist", origin_->url("/vod/master.m3u8"), "--json"}).lastLine());
-    std::string path = master["playlists"][0]["path"];
-    auto result = run({"playlist", origin_->url("/vod/" + path), "--media", "--json"});
+    std::string path = model["playlists"][0]["path"];
+    result = run({"playlist", origin_->url("/vod/" + path), "--media", "--json"});
     ASSERT_EQ(result.status, 0) << result.err;
-    Json model = Json::parse(result.lastLine());
+    model = Json::parse(result.lastLine());
     ASSERT_FALSE(model["segments"].empty());
     EXPECT_TRUE(model["duration"].is_number());
     EXPECT_GT(model["targetDuration"].get<int>(), 0);

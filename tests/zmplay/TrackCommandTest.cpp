@@ -1,8 +1,8 @@
 // zmplay track against the sample origin's beacon collector.
+#include <algorithm>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include "zarvo/tracking/ZMTrackingSessionStorageUrls.h"
 
 #include "support/SampleOriginTest.h"
 #include "zmplay/ZmplayRun.h"
@@ -28,20 +28,15 @@ protected:
 
     std::vector<std::string> beaconPaths() const {
         std::vector<std::string> paths;
-        for (const auto& beacon : origin_->beacons().beacons()) {
-            paths.push_back(beacon.path);
-        }
+        std::ranges::transform(origin_->beacons().beacons(), std::back_inserter(paths),
+                               &origin::BeaconLog::Beacon::path);
         return paths;
     }
 
     std::string eventsOf(std::size_t index) const {
-        auto beacons = origin_->beacons().beacons();
-        for (const auto& item : beacons.at(index).query) {
-            if (item.name == "events") {
-                return item.value.value_or("");
-            }
-        }
-        return {};
+        const auto query = origin_->beacons().beacons().at(index).query;
+        const auto item = std::ranges::find(query, "events", &UrlQueryItem::name);
+        return item == query.end() ? "" : item->value.value_or("");
     }
 
     std::vector<std::string> storedFiles() const {
@@ -55,7 +50,7 @@ protected:
     }
 };
 
-TEST_F(TrackCommandTest, FinishReportsTheSessionAndItsEventsAsGiven) {
+TEST_F(TrackCommandTest, FinishReportsTheSessionAndItsEventsCancelOnlyTheSession) {
     auto result = track({"--event", "playing:10@5", "--event", "audioTrackChanged:pl,en;x@30"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(result.out, HasSubstr("state: sessionMarkedAsFinished\nlastError: none\n"));
@@ -66,6 +61,14 @@ TEST_F(TrackCommandTest, FinishReportsTheSessionAndItsEventsAsGiven) {
     ASSERT_GE(init.size(), 12u);
     EXPECT_EQ(init[0].name, "agent");
     EXPECT_EQ(init[9], (UrlQueryItem{"rendererType", "AVPLAYER"}));
+    EXPECT_TRUE(storedFiles().empty());
+
+    // Cancelling instead sends no events and leaves no file either.
+    origin_->beacons().clear();
+    auto cancelled = track({"--event", "playing:1@1", "--cancel"});
+    EXPECT_EQ(cancelled.status, 0) << cancelled.err;
+    EXPECT_THAT(cancelled.out, HasSubstr("state: sessionMarkedAsFinished"));
+    EXPECT_EQ(beaconPaths(), std::vector<std::string>{"/track/t/init.gif"});
     EXPECT_TRUE(storedFiles().empty());
 }
 
@@ -97,14 +100,6 @@ TEST_F(TrackCommandTest, AServerErrorFailsTheRunAndKeepsTheEventsStored) {
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.out, HasSubstr("lastError: serverError(503"));
     EXPECT_EQ(storedFiles().size(), 1u);
-}
-
-TEST_F(TrackCommandTest, CancelSendsNoEventsAndLeavesNoFile) {
-    auto result = track({"--event", "playing:1@1", "--cancel"});
-    EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_THAT(result.out, HasSubstr("state: sessionMarkedAsFinished"));
-    EXPECT_EQ(beaconPaths(), std::vector<std::string>{"/track/t/init.gif"});
-    EXPECT_TRUE(storedFiles().empty());
 }
 
 TEST_F(TrackCommandTest, BadArgumentsAreRefusedWithoutARequest) {
