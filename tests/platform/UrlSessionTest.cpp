@@ -68,6 +68,19 @@ Url urlOf(const std::string& text) {
     return url.value_or(Url::fileUrl("/"));
 }
 
+// A TCP socket bound to a free loopback port; `port` receives the port.
+int boundLoopbackSocket(int& port) {
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    EXPECT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), length), 0);
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    port = ntohs(address.sin_port);
+    return fd;
+}
+
 long errorCode(const Outcome& outcome) {
     return outcome.error ? outcome.error->code() : 0;
 }
@@ -101,9 +114,13 @@ TEST_F(UrlSessionTest, GetDeliversBodyStatusHeadersAndLengthOnTheDelegateQueue) 
     EXPECT_TRUE(outcome.ranOnDelegateQueue);
     ASSERT_EQ(server.requests().size(), 1u);
     EXPECT_EQ(server.requests()[0].rawQuery, "a=1");
+    EXPECT_FALSE(server.requests()[0].header("Cache-Control"));
 
-    // Error statuses are responses, not errors.
-    EXPECT_EQ(fetch(*session, request("/nowhere")).response->statusCode, 404);
+    // Error statuses are responses, not errors; reloads ask caches not to answer.
+    UrlRequest reload(urlOf(server.url("/nowhere")),
+                      UrlRequest::CachePolicy::reloadIgnoringLocalCacheData);
+    EXPECT_EQ(fetch(*session, reload).response->statusCode, 404);
+    EXPECT_EQ(server.requests().at(1).header("Cache-Control"), "no-cache");
     Outcome broken = fetch(*session, request("/broken"));
     ASSERT_FALSE(broken.error);
     EXPECT_EQ(broken.response->statusCode, 500);
@@ -186,20 +203,6 @@ TEST_F(UrlSessionTest, HeadAndCompressedBodiesReportTheirLengths) {
     EXPECT_EQ(compressed.response->expectedContentLength, -1);
 }
 
-TEST_F(UrlSessionTest, ReloadIgnoringCacheAsksCachesNotToAnswer) {
-    server.on("/a", TestHttpServer::Response::text("a"));
-    UrlRequest reload(urlOf(server.url("/a")),
-                      UrlRequest::CachePolicy::reloadIgnoringLocalCacheData);
-
-    fetch(*session, reload);
-    fetch(*session, request("/a"));
-
-    auto received = server.requests();
-    ASSERT_EQ(received.size(), 2u);
-    EXPECT_EQ(received[0].header("Cache-Control"), "no-cache");
-    EXPECT_FALSE(received[1].header("Cache-Control"));
-}
-
 TEST_F(UrlSessionTest, DroppedConnectionAndTimeOutAreDistinctErrors) {
     server.on("/drop", TestHttpServer::Response::dropped());
     std::promise<void> arrived;
@@ -234,14 +237,9 @@ TEST_F(UrlSessionTest, DroppedConnectionAndTimeOutAreDistinctErrors) {
 
 TEST_F(UrlSessionTest, RefusedAndTlsFailuresHaveTheirOwnCodes) {
     // A bound socket that does not listen refuses connections, and keeps its port taken.
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    socklen_t length = sizeof address;
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    std::string url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/x";
+    int port = 0;
+    int fd = boundLoopbackSocket(port);
+    std::string url = "http://127.0.0.1:" + std::to_string(port) + "/x";
 
     EXPECT_EQ(errorCode(fetch(*session, UrlRequest(urlOf(url)))), -1004);
     ::close(fd);
@@ -438,21 +436,13 @@ TEST_F(UrlSessionLifecycleTest, ManyConcurrentRequestsShareAFewConnections) {
 // or a reply in pieces with pauses between them.
 class RawReplyServer {
 public:
-    explicit RawReplyServer(std::string reply) : RawReplyServer(std::vector{std::move(reply)}, 0) {}
-    RawReplyServer(std::vector<std::string> pieces, double pauseSeconds)
+    explicit RawReplyServer(std::vector<std::string> pieces, double pauseSeconds = 0)
         : pieces_(std::move(pieces)), pause_(pauseSeconds) {
-        listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-            ::listen(listener_, 8) != 0 ||
-            ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        listener_ = boundLoopbackSocket(port_);
+        if (::listen(listener_, 8) != 0) {
             ADD_FAILURE() << "no loopback socket";
             return;
         }
-        port_ = ntohs(address.sin_port);
         thread_ = std::thread([this] { serve(); });
     }
     ~RawReplyServer() {
@@ -512,34 +502,26 @@ private:
 };
 
 TEST(UrlSessionBrokenServerTest, MalformedAndCutShortRepliesAreDistinctErrors) {
-    RawReplyServer garbage("SPEAKING SOMETHING ELSE\r\n\r\n");
-    RawReplyServer cutShort("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly part");
-    RawReplyServer badStatus("HTTP/1.1 2x0 OK\r\nContent-Length: 0\r\n\r\n");
-    RawReplyServer redirect(
-        "HTTP/1.1 302 Found\r\nLocation: ftp://127.0.0.1/x\r\nContent-Length: 0\r\n\r\n");
     auto session = UrlSession::make(UrlSessionConfiguration::defaultConfiguration());
-
-    Outcome malformed = fetch(*session, UrlRequest(urlOf(garbage.url())));
-    Outcome truncated = fetch(*session, UrlRequest(urlOf(cutShort.url())));
-    Outcome unreadable = fetch(*session, UrlRequest(urlOf(badStatus.url())));
-
-    EXPECT_EQ(errorCode(malformed), static_cast<long>(UrlError::badServerResponse))
-        << malformed.error->description();
-    EXPECT_EQ(errorCode(truncated), static_cast<long>(UrlError::networkConnectionLost))
-        << truncated.error->description();
-    EXPECT_EQ(errorCode(unreadable), static_cast<long>(UrlError::badServerResponse))
-        << unreadable.error->description();
-    EXPECT_EQ(errorCode(fetch(*session, UrlRequest(urlOf(redirect.url())))),
-              static_cast<long>(UrlError::unsupportedUrl));
+    for (auto [reply, expected] :
+         {std::pair{"SPEAKING SOMETHING ELSE\r\n\r\n", UrlError::badServerResponse},
+          {"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly part",
+           UrlError::networkConnectionLost},
+          {"HTTP/1.1 2x0 OK\r\nContent-Length: 0\r\n\r\n", UrlError::badServerResponse},
+          {"HTTP/1.1 302 Found\r\nLocation: ftp://127.0.0.1/x\r\nContent-Length: 0\r\n\r\n",
+           UrlError::unsupportedUrl}}) {
+        RawReplyServer server({reply});
+        Outcome outcome = fetch(*session, UrlRequest(urlOf(server.url())));
+        ASSERT_TRUE(outcome.error) << reply;
+        EXPECT_EQ(outcome.error->code(), static_cast<long>(expected))
+            << reply << ": " << outcome.error->description();
+    }
 }
 
 TEST(UrlSessionBrokenServerTest, ASlowButSteadyBodyDoesNotTimeOut) {
     // Six pieces 0.25 s apart: 1.25 s in all, never 0.8 s without a byte.
-    std::vector<std::string> pieces{"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n"};
-    for (const char* piece : {"a", "b", "c", "d", "e"}) {
-        pieces.emplace_back(piece);
-    }
-    RawReplyServer trickle(pieces, 0.25);
+    RawReplyServer trickle(
+        {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n", "a", "b", "c", "d", "e"}, 0.25);
     auto session = UrlSession::make(UrlSessionConfiguration::defaultConfiguration());
     UrlRequest request(urlOf(trickle.url()));
     request.timeoutInterval = 0.8;

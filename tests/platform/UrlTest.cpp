@@ -86,34 +86,14 @@ TEST(UrlParse, RelativeReferences) {
 }
 
 TEST(UrlParse, RejectsTextsThatAreNotUrlReferences) {
-    for (const char* text : {"",
-                             "http://h/a b",
-                             " http://h/",
-                             "http://h/\x01",
-                             "http://h/\n",
-                             "http://h/%zz",
-                             "http://h/%4",
-                             "http://h/%",
-                             "http://h:80x/",
-                             "http://h:99999/",
-                             "http://h:-1/",
-                             "://x",
-                             ":x",
-                             "1http://h/",
-                             "ht tp://h/",
-                             "a b:c",
-                             "http://[bad",
-                             "http://[::1",
-                             "http://[zz]/",
-                             "http://[::1]x/",
-                             "http://a@b@c/",
-                             "http://h/p#a#b",
-                             "http://h/<>",
-                             "http://h/\"q\"",
-                             "http://h/a{b}",
-                             "http://h/caf\xc3\xa9",
-                             "http://h/a\\b",
-                             "http://h/[x]"}) {
+    for (const char* text :
+         {"http://h/a b",         " http://h/",    "http://h/\x01",  "http://h/\n",
+          "http://h/%zz",         "http://h/%4",   "http://h/%",     "http://h:80x/",
+          "http://h:99999/",      "http://h:-1/",  "://x",           ":x",
+          "1http://h/",           "ht tp://h/",    "a b:c",          "http://[bad",
+          "http://[::1",          "http://[zz]/",  "http://[::1]x/", "http://a@b@c/",
+          "http://h/p#a#b",       "http://h/<>",   "http://h/\"q\"", "http://h/a{b}",
+          "http://h/caf\xc3\xa9", "http://h/a\\b", "http://h/[x]",   ""}) {
         EXPECT_EQ(Url::parse(text), std::nullopt) << "accepted: " << text;
     }
 }
