@@ -14,22 +14,18 @@ using DefaultsCommandTest = test::ZmplayTest<>;
 
 TEST_F(DefaultsCommandTest, WriteReadListAndDeleteKeys) {
     ASSERT_EQ(run({"defaults", "write", "Greeting", "hello world"}).status, 0);
-    auto read = run({"defaults", "read", "Greeting"});
-    EXPECT_EQ(read.status, 0);
-    EXPECT_EQ(read.out, "hello world\n");
+    EXPECT_EQ(run({"defaults", "read", "Greeting"}).exit(), (test::Exit{0, "hello world\n"}));
     EXPECT_EQ(UserDefaults::standard()->string("Greeting"), "hello world");
 
     UserDefaults::standard()->setInteger("a", 1);
     UserDefaults::standard()->setData("c", std::string("\x00\xff", 2));
-    auto all = run({"defaults", "read"});
-    EXPECT_EQ(all.status, 0);
-    EXPECT_EQ(all.out, "Greeting = hello world\na = 1\nc = <00ff>\n");
+    EXPECT_EQ(run({"defaults", "read"}).exit(),
+              (test::Exit{0, "Greeting = hello world\na = 1\nc = <00ff>\n"}));
 
     ASSERT_EQ(run({"defaults", "delete", "Greeting"}).status, 0);
     EXPECT_FALSE(UserDefaults::standard()->hasValue("Greeting"));
     auto missing = run({"defaults", "read", "Greeting"});
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_EQ(missing.out, "");
+    EXPECT_EQ(missing.exit(), (test::Exit{1, ""}));
     EXPECT_THAT(missing.err, HasSubstr("Greeting does not exist"));
     auto deleteMissing = run({"defaults", "delete", "Greeting"});
     EXPECT_EQ(deleteMissing.status, 1);

@@ -26,15 +26,13 @@ protected:
 
 TEST_F(DownloadsCommandTest, AnEmptyOrUnreadableListShowsNoDownloads) {
     auto listed = run({"downloads"});
-    EXPECT_EQ(listed.status, 0);
-    EXPECT_EQ(listed.out, "No downloads.\n");
+    EXPECT_EQ(listed.exit(), (test::Exit{0, "No downloads.\n"}));
     EXPECT_EQ(listed.err, "");
     EXPECT_EQ(run({"downloads", "--json"}).lastLine(), "[]");
 
     UserDefaults::standard()->setString(FPDownloadsStore::DownloadsJsonKey, "[{\"id\":1}]");
     auto unreadable = run({"downloads"});
-    EXPECT_EQ(unreadable.status, 0);
-    EXPECT_EQ(unreadable.out, "No downloads.\n");
+    EXPECT_EQ(unreadable.exit(), (test::Exit{0, "No downloads.\n"}));
     EXPECT_THAT(unreadable.err, HasSubstr("cannot be read"));
     EXPECT_EQ(UserDefaults::standard()->string(FPDownloadsStore::DownloadsJsonKey), "[{\"id\":1}]");
 }

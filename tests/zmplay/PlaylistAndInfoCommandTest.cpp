@@ -102,9 +102,8 @@ TEST_F(PlaylistAndInfoCommands, StreamInfoFromTheOrigin) {
     auto text = run({"info", origin_->url("/vod/master.m3u8")});
     EXPECT_THAT(text.out, HasSubstr("Polish version: yes"));
     auto failed = run({"info", origin_->url("/vod/nothing.m3u8"), "--json"});
-    EXPECT_EQ(failed.status, 1);
+    EXPECT_EQ(failed.exit(), (test::Exit{1, ""}));
     EXPECT_THAT(failed.err, HasSubstr("could not load the stream info"));
-    EXPECT_EQ(failed.out, "");
 }
 
 }  // namespace

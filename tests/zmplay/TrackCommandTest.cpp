@@ -83,8 +83,7 @@ TEST_F(TrackCommandTest, ALeftSessionIsSentByTheNextRestore) {
     ASSERT_EQ(beaconPaths().size(), 1u);
 
     auto restored = run({"track", "--restore"});
-    EXPECT_EQ(restored.status, 0) << restored.err;
-    EXPECT_EQ(restored.out, "restored: " + id + "\n");
+    EXPECT_EQ(restored.exit(), (test::Exit{0, "restored: " + id + "\n"})) << restored.err;
     ASSERT_EQ(beaconPaths().size(), 2u);
     EXPECT_THAT(eventsOf(1), MatchesRegex("2,[0-9]+,7,1;3,[0-9]+,8,120"));
     EXPECT_TRUE(storedFiles().empty());
