@@ -386,7 +386,7 @@ TEST_F(UrlSessionLifecycleTest, FinishTasksAndInvalidateLetsRunningTasksFinish) 
     EXPECT_EQ(counter.answered, 2);
 }
 
-TEST_F(UrlSessionLifecycleTest, TheSharedSessionCannotBeInvalidated) {
+TEST_F(UrlSessionLifecycleTest, SharedSessionCannotBeInvalidatedAndMainQueueDelegatesRunOnMain) {
     auto shared = UrlSession::shared();
     EXPECT_EQ(shared, UrlSession::shared());
     shared->invalidateAndCancel();
@@ -397,9 +397,7 @@ TEST_F(UrlSessionLifecycleTest, TheSharedSessionCannotBeInvalidated) {
     ASSERT_FALSE(outcome.error);
     EXPECT_EQ(*outcome.data, "fast");
     EXPECT_TRUE(outcome.ranOnDelegateQueue);
-}
 
-TEST_F(UrlSessionLifecycleTest, MainQueueDelegateCompletesOnTheMainThread) {
     auto onMain =
         UrlSession::make(UrlSessionConfiguration::defaultConfiguration(), DispatchQueue::main());
     std::optional<bool> onMainThread;

@@ -1,6 +1,6 @@
-#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <signal.h>
 #include <string>
 #include <sys/resource.h>
@@ -35,14 +35,17 @@ protected:
     test::TempHome home_;
 };
 
-// Runs `body` in a child process and returns its exit status (-1 when it died by a signal).
-// The body reports through its exit code, since test assertions do not cross the fork.
+// Runs `body` in a child process, and `meanwhile` in this one, and returns the child's exit
+// status (-1 when it died by a signal). The body reports through its exit code, since test
+// assertions do not cross the fork.
 template <typename Body>
-int runInChild(Body body) {
+int runInChild(
+    Body body, const std::function<void()>& meanwhile = [] {}) {
     const pid_t child = ::fork();
     if (child == 0) {
         ::_exit(body());
     }
+    meanwhile();
     int status = 0;
     ::waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -66,6 +69,17 @@ TEST_F(UserDefaultsTest, ValuesOfEveryKindSurviveReopening) {
     EXPECT_EQ(store->integer("count"), -9'000'000'000LL);
     EXPECT_TRUE(store->boolean("flag"));
     EXPECT_EQ(store->keys(), (std::vector<std::string>{"blob", "count", "empty", "flag", "text"}));
+
+    // Setting another kind replaces the value; removing forgets it, for good.
+    ASSERT_TRUE(store->setInteger("text", 5));
+    EXPECT_EQ(store->string("text"), "5");
+    EXPECT_EQ(store->keys().size(), 5u);
+    EXPECT_TRUE(store->removeObject("text"));
+    EXPECT_FALSE(store->hasValue("text"));
+    EXPECT_TRUE(store->removeObject("never-set"));
+    EXPECT_EQ(store->keys().size(), 4u);
+    EXPECT_TRUE(store->synchronize());
+    EXPECT_FALSE(openStore()->hasValue("text"));
 }
 
 TEST_F(UserDefaultsTest, ReadsConvertBetweenKinds) {
@@ -101,21 +115,6 @@ TEST_F(UserDefaultsTest, ReadsConvertBetweenKinds) {
         EXPECT_EQ(store->boolean(key), boolean) << key;
     }
     EXPECT_EQ(store->string("absent"), std::nullopt);
-}
-
-TEST_F(UserDefaultsTest, SettingAnotherKindReplacesTheValueAndRemoveForgetsIt) {
-    auto store = openStore();
-    ASSERT_TRUE(store->setString("key", "text"));
-    ASSERT_TRUE(store->setInteger("key", 5));
-    EXPECT_EQ(store->string("key"), "5");
-    EXPECT_EQ(store->keys().size(), 1u);
-
-    EXPECT_TRUE(store->removeObject("key"));
-    EXPECT_FALSE(store->hasValue("key"));
-    EXPECT_TRUE(store->removeObject("never-set"));
-    EXPECT_TRUE(store->keys().empty());
-    EXPECT_TRUE(store->synchronize());
-    EXPECT_FALSE(openStore()->hasValue("key"));
 }
 
 TEST_F(UserDefaultsTest, StandardStoreFollowsTheCurrentHome) {
@@ -185,21 +184,21 @@ TEST_F(UserDefaultsTest, ConcurrentWritersFromThreadsAndConnectionsLoseNothing) 
 TEST_F(UserDefaultsTest, TwoProcessesWritingAtOnceLoseNothing) {
     constexpr int kKeys = 200;
     auto store = openStore();  // both processes find the database made
-    const pid_t child = ::fork();
-    if (child == 0) {
-        auto own = UserDefaults::open(databasePath());
-        bool ok = own != nullptr;
-        for (int i = 0; ok && i < kKeys; ++i) {
-            ok = own->setInteger("child-" + std::to_string(i), i);
-        }
-        ::_exit(ok ? 0 : 1);
-    }
-    for (int i = 0; i < kKeys; ++i) {
-        EXPECT_TRUE(store->setInteger("parent-" + std::to_string(i), i));
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    const int result = runInChild(
+        [&] {
+            auto own = UserDefaults::open(databasePath());
+            bool ok = own != nullptr;
+            for (int i = 0; ok && i < kKeys; ++i) {
+                ok = own->setInteger("child-" + std::to_string(i), i);
+            }
+            return ok ? 0 : 1;
+        },
+        [&] {
+            for (int i = 0; i < kKeys; ++i) {
+                EXPECT_TRUE(store->setInteger("parent-" + std::to_string(i), i));
+            }
+        });
+    ASSERT_EQ(result, 0);
     EXPECT_EQ(store->keys().size(), static_cast<std::size_t>(2 * kKeys));
 }
 
