@@ -8,6 +8,7 @@
 #include <httplib.h>
 
 #include "support/SampleOriginTest.h"
+#include "support/TempHome.h"
 
 namespace zarvo::origin {
 namespace {
@@ -69,9 +70,8 @@ TEST_F(RealClientsTest, FfprobeListsTheVideoAndAudioStreams) {
 TEST_F(RealClientsTest, TheProtectedCopyDecryptsWithTheLicensedKey) {
     REQUIRE_TOOL("ffprobe");
     // Point the key URI at a file holding the licence server's key, keep the segments remote.
-    const fs::path folder =
-        fs::temp_directory_path() / ("zm-origin-key-" + std::to_string(getpid()));
-    fs::create_directories(folder);
+    const test::TempHome temp;
+    const fs::path& folder = temp.path();
     std::ofstream(folder / "content.key", std::ios::binary) << origin_->content().contentKey();
     httplib::Client client("127.0.0.1", origin_->port());
     auto media = client.Get("/protected/v0/index.m3u8");
@@ -86,7 +86,6 @@ TEST_F(RealClientsTest, TheProtectedCopyDecryptsWithTheLicensedKey) {
         run("timeout 60 ffprobe -v error -allowed_extensions ALL -protocol_whitelist "
             "file,http,tcp,crypto -show_entries stream=codec_name,width -of compact '" +
             (folder / "index.m3u8").string() + "'");
-    fs::remove_all(folder);
     EXPECT_NE(output.find("codec_name=h264|width=320"), std::string::npos) << output;
 }
 

@@ -9,37 +9,29 @@
 #include "zarvo/media/ContentKeyRequest.h"
 
 #include "origin/SampleOrigin.h"
+#include "support/TempHome.h"
 
 namespace zarvo::origin {
 namespace {
 
 namespace fs = std::filesystem;
 
-struct ScratchFolder {
-    const fs::path path =
-        fs::temp_directory_path() /
-        ("zm-origin-cache-" + std::to_string(getpid()) + "-" + std::to_string(next++));
-    ScratchFolder() { fs::remove_all(path); }
-    ~ScratchFolder() { fs::remove_all(path); }
-    static inline int next = 0;
-};
-
 TEST(SampleContent, ParallelPreparationsMakeTheContentOnceAndShareIt) {
-    ScratchFolder cache;
+    test::TempHome cache;
     std::variant<SampleContent, Error> second = Error("", 0);
-    std::thread other([&] { second = SampleContent::prepare(cache.path); });
-    const auto first = SampleContent::prepare(cache.path);
+    std::thread other([&] { second = SampleContent::prepare(cache.path()); });
+    const auto first = SampleContent::prepare(cache.path());
     other.join();
     ASSERT_TRUE(std::holds_alternative<SampleContent>(first));
     ASSERT_TRUE(std::holds_alternative<SampleContent>(second));
     const auto& content = std::get<SampleContent>(first);
     EXPECT_EQ(content.directory(), std::get<SampleContent>(second).directory());
-    EXPECT_EQ(content.directory(), cache.path / SampleContent::recipeHash());
+    EXPECT_EQ(content.directory(), cache.path() / SampleContent::recipeHash());
     EXPECT_EQ(content.variants().size(), 3u);
 
     // Only the finished folder and its lock remain: no half-made folders.
     std::set<std::string> names;
-    for (const auto& entry : fs::directory_iterator(cache.path)) {
+    for (const auto& entry : fs::directory_iterator(cache.path())) {
         names.insert(entry.path().filename().string());
     }
     EXPECT_EQ(names, (std::set<std::string>{SampleContent::recipeHash(),
@@ -47,24 +39,24 @@ TEST(SampleContent, ParallelPreparationsMakeTheContentOnceAndShareIt) {
 
     // A later preparation reuses the folder as it is.
     const auto stamp = fs::last_write_time(content.directory() / "variants.txt");
-    auto again = SampleContent::prepare(cache.path);
+    auto again = SampleContent::prepare(cache.path());
     ASSERT_TRUE(std::holds_alternative<SampleContent>(again));
     EXPECT_EQ(fs::last_write_time(content.directory() / "variants.txt"), stamp);
 }
 
 TEST(SampleContent, ADamagedCacheIsReportedNotServed) {
-    ScratchFolder cache;
-    const fs::path folder = cache.path / SampleContent::recipeHash();
+    test::TempHome cache;
+    const fs::path folder = cache.path() / SampleContent::recipeHash();
     fs::create_directories(folder);
     std::ofstream(folder / "variants.txt") << "nonsense\n";
-    auto prepared = SampleContent::prepare(cache.path);
+    auto prepared = SampleContent::prepare(cache.path());
     ASSERT_TRUE(std::holds_alternative<Error>(prepared));
     EXPECT_NE(std::get<Error>(prepared).localizedDescription().find("damaged"), std::string::npos);
 
     std::ofstream(folder / "variants.txt") << "v0 320 180 300000\n";
     // The origin refuses to start on a damaged cache or on a host outside loopback.
     OriginOptions damaged, exposed;
-    damaged.cacheRoot = cache.path;
+    damaged.cacheRoot = cache.path();
     exposed.host = "0.0.0.0";
     for (const auto& [options, reason] : {std::pair{damaged, "damaged"}, {exposed, "loopback"}}) {
         SampleOrigin origin(options);
