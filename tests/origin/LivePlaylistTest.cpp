@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <regex>
 
 #include <gtest/gtest.h>
@@ -32,24 +33,22 @@ struct Parsed {
 Parsed parse(const std::string& text) {
     Parsed parsed;
     std::istringstream in(text);
-    auto valueOf = [](const std::string& line) {
-        return std::stoll(line.substr(line.find(':') + 1));
-    };
     for (std::string line; std::getline(in, line);) {
-        if (line.rfind("#EXT-X-MEDIA-SEQUENCE:", 0) == 0) {
-            parsed.mediaSequence = valueOf(line);
-        } else if (line.rfind("#EXT-X-DISCONTINUITY-SEQUENCE:", 0) == 0) {
-            parsed.discontinuitySequence = valueOf(line);
-        } else if (line.rfind("#EXT-X-PROGRAM-DATE-TIME:", 0) == 0) {
-            parsed.dates.push_back(line.substr(25));
-        } else if (line.rfind("#EXT-X-DATERANGE:", 0) == 0) {
+        const std::string value = line.substr(line.find(':') + 1);
+        if (line.starts_with("#EXT-X-MEDIA-SEQUENCE:")) {
+            parsed.mediaSequence = std::stoll(value);
+        } else if (line.starts_with("#EXT-X-DISCONTINUITY-SEQUENCE:")) {
+            parsed.discontinuitySequence = std::stoll(value);
+        } else if (line.starts_with("#EXT-X-PROGRAM-DATE-TIME:")) {
+            parsed.dates.push_back(value);
+        } else if (line.starts_with("#EXT-X-DATERANGE:")) {
             parsed.dateRanges.push_back(line);
         } else if (!line.empty() && line[0] != '#') {
             parsed.uris.push_back(line);
         }
         parsed.discontinuities += line == "#EXT-X-DISCONTINUITY" ? 1 : 0;
         parsed.endList = parsed.endList || line == "#EXT-X-ENDLIST";
-        parsed.startTag = parsed.startTag || line.rfind("#EXT-X-START:", 0) == 0;
+        parsed.startTag = parsed.startTag || line.starts_with("#EXT-X-START:");
     }
     return parsed;
 }
@@ -140,9 +139,8 @@ TEST(AdCue, TheClientAttributeDecodesToTheVastEvent) {
     ASSERT_TRUE(std::regex_search(tag, match, std::regex("X-AD-EVENT=\"([A-Za-z0-9_-]+)\"")));
     // URL-safe without padding: restore the standard alphabet and padding to decode.
     std::string text = match[1];
-    for (char& c : text) {
-        c = c == '-' ? '+' : c == '_' ? '/' : c;
-    }
+    std::ranges::replace(text, '-', '+');
+    std::ranges::replace(text, '_', '/');
     text.append((4 - text.size() % 4) % 4, '=');
     auto json = Base64::decode(text);
     ASSERT_TRUE(json);
