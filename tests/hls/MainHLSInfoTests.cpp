@@ -172,13 +172,10 @@ TEST(MainHLSInfoLoad, DownloadsAndSplitsWithTheMasterQuery) {
     EXPECT_NE(refused.error->innerError(), nullptr) << "the transport error is kept";
 }
 
-TEST(ZMPlayerErrorDomain, ConstructorsFillCodeAndMessage) {
+TEST(ZMPlayerErrorDomain, FairPlayErrorNamesItsCode) {
     Error fairPlay = ZMPlayerError::fairPlayInitialization(-42);
     EXPECT_EQ(fairPlay.code(), 10);
     EXPECT_EQ(fairPlay.localizedDescription(), "FairPlay initialization error with code -42");
-    Error wrapped = ZMPlayerError::playlistDownload(Error::withDescription("d", 1, "x"));
-    ASSERT_NE(wrapped.innerError(), nullptr);
-    EXPECT_EQ(wrapped.innerError()->domain(), "d");
 }
 
 }  // namespace

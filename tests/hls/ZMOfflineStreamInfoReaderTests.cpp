@@ -1,5 +1,4 @@
 #include <future>
-#include <optional>
 
 #include <gtest/gtest.h>
 
@@ -21,19 +20,18 @@ bool loadAndWait(const std::shared_ptr<ZMOfflineStreamInfoReader>& reader) {
     return outcome.get();
 }
 
-std::string mediaPlaylist(int segments, double seconds) {
-    std::string text = "#EXTM3U\n#EXT-X-TARGETDURATION:10\n";
-    for (int i = 0; i < segments; ++i) {
-        text += "#EXTINF:" + std::to_string(seconds) + ",\nseg" + std::to_string(i) + ".ts\n";
-    }
-    return text + "#EXT-X-ENDLIST\n";
-}
+using Response = test::TestHttpServer::Response;
 
 class StreamInfo : public ::testing::Test {
 protected:
     void SetUp() override {
+        // Both variants last 600 s.
+        std::string media = "#EXTM3U\n#EXT-X-TARGETDURATION:10\n";
+        for (int i = 0; i < 60; ++i) {
+            media += "#EXTINF:10.0,\nseg" + std::to_string(i) + ".ts\n";
+        }
         server_.on("/vod/master.m3u8",
-                   test::TestHttpServer::Response::text(
+                   Response::text(
                        "#EXTM3U\n"
                        "#EXT-X-MEDIA:TYPE=AUDIO,GROUP-ID=\"a\",NAME=\"POLSKI\",URI=\"pl.m3u8\"\n"
                        "#EXT-X-MEDIA:TYPE=AUDIO,GROUP-ID=\"a\",NAME=\"English\",URI=\"en.m3u8\"\n"
@@ -41,13 +39,13 @@ protected:
                        "hd.m3u8\n"
                        "#EXT-X-STREAM-INF:PROGRAM-ID=1,BANDWIDTH=500000,RESOLUTION=640x360\n"
                        "sd.m3u8\n"));
-        server_.on("/vod/hd.m3u8", test::TestHttpServer::Response::text(mediaPlaylist(60, 10.0)));
-        server_.on("/vod/sd.m3u8", test::TestHttpServer::Response::text(mediaPlaylist(60, 10.0)));
-        server_.on("/single/master.m3u8",
-                   test::TestHttpServer::Response::text(
-                       "#EXTM3U\n"
-                       "#EXT-X-MEDIA:TYPE=AUDIO,GROUP-ID=\"a\",NAME=\"POL\",URI=\"pl.m3u8\"\n"
-                       "#EXT-X-STREAM-INF:PROGRAM-ID=1,BANDWIDTH=1,RESOLUTION=1x1\nv.m3u8\n"));
+        server_.on("/vod/hd.m3u8", Response::text(media + "#EXT-X-ENDLIST\n"));
+        server_.on("/vod/sd.m3u8", Response::text(media + "#EXT-X-ENDLIST\n"));
+        server_.on(
+            "/single/master.m3u8",
+            Response::text("#EXTM3U\n"
+                           "#EXT-X-MEDIA:TYPE=AUDIO,GROUP-ID=\"a\",NAME=\"POL\",URI=\"pl.m3u8\"\n"
+                           "#EXT-X-STREAM-INF:PROGRAM-ID=1,BANDWIDTH=1,RESOLUTION=1x1\nv.m3u8\n"));
     }
     test::TestHttpServer server_;
 };
@@ -69,7 +67,6 @@ TEST_F(StreamInfo, QualitiesWithSizeEstimates) {
     EXPECT_EQ(qualities[0].bitrate, 2000000u);
     EXPECT_DOUBLE_EQ(qualities[0].size, 20480000.0 + 600.0 * 2000000.0 / 7.95);
     EXPECT_DOUBLE_EQ(qualities[0].sizeWithBasicAudio, 10240000.0 + 600.0 * 2000000.0 / 7.95);
-    EXPECT_NEAR(qualities[0].size - 20480000.0, 150943396.2, 0.1);
     EXPECT_EQ(qualities[1].bitrate, 500000u);
     EXPECT_EQ(reader->mediaLines()->size(), 2u);
     EXPECT_EQ(reader->headerLines(), (std::vector<std::string>{"#EXTM3U", ""}));
@@ -83,7 +80,7 @@ TEST_F(StreamInfo, QualitiesWithSizeEstimates) {
     EXPECT_EQ(json.get<ZMDownloadQuality>(), qualities[1]);
 
     // A failed reload keeps the earlier results.
-    server_.on("/vod/master.m3u8", test::TestHttpServer::Response::text("", 503));
+    server_.on("/vod/master.m3u8", Response::text("", 503));
     EXPECT_FALSE(loadAndWait(reader));
     EXPECT_EQ(reader->availableDownloadQualities().size(), 2u);
 }

@@ -16,8 +16,11 @@
 namespace zarvo {
 namespace {
 
-Url playlist(int number) {
-    return *Url::parse("https://cdn.example/" + std::to_string(number) + "/master.m3u8");
+std::shared_ptr<ZMOfflineDownload> create(FPDownloadsStore& store, const std::string& title,
+                                          int number, std::optional<std::int64_t> minBitrate = {}) {
+    return store.createWaitingDownload(
+        title, *Url::parse("https://cdn.example/" + std::to_string(number) + "/master.m3u8"),
+        std::nullopt, std::nullopt, std::nullopt, std::nullopt, minBitrate, {});
 }
 
 // Runs in the child: saves the whole list over and over, each time with every download at the
@@ -48,9 +51,7 @@ TEST(FPDownloadsStoreReliabilityTest, AKilledSaveLeavesTheOldOrTheNewList) {
         FPDownloadsStore store;
         store.getAllDownloads();
         for (std::size_t i = 0; i < count; ++i) {
-            store.createWaitingDownload("Title " + std::to_string(i), playlist(int(i)),
-                                        std::nullopt, std::nullopt, std::nullopt, std::nullopt,
-                                        std::nullopt, {});
+            create(store, "Title " + std::to_string(i), int(i));
         }
     }
     const auto database = AppDirectories::preferences() / "UserDefaults.sqlite";
@@ -95,8 +96,7 @@ TEST(FPDownloadsStoreReliabilityTest, ConcurrentOperationsLoseNoCreatedDownload)
     test::TempHome home;
     FPDownloadsStore store;
     store.getAllDownloads();
-    auto shared = store.createWaitingDownload("shared", playlist(0), std::nullopt, std::nullopt,
-                                              std::nullopt, std::nullopt, std::nullopt, {});
+    auto shared = create(store, "shared", 0);
     constexpr int threadCount = 4;
     constexpr int perThread = 30;
     std::vector<std::vector<std::string>> kept(threadCount);
@@ -104,9 +104,8 @@ TEST(FPDownloadsStoreReliabilityTest, ConcurrentOperationsLoseNoCreatedDownload)
     for (int t = 0; t < threadCount; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < perThread; ++i) {
-                auto download = store.createWaitingDownload(
-                    "T" + std::to_string(t) + "-" + std::to_string(i), playlist(t * 100 + i),
-                    std::nullopt, std::nullopt, std::nullopt, std::nullopt, i, {});
+                auto download = create(store, "T" + std::to_string(t) + "-" + std::to_string(i),
+                                       t * 100 + i, i);
                 download->setState(ZMOfflineDownloadState::downloading);
                 download->setProgress(0.5);
                 store.update(download);

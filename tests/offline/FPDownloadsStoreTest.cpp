@@ -127,13 +127,10 @@ TEST_F(FPDownloadsStoreTest, CreatingBeforeAnythingIsReadReplacesTheStoredList) 
     EXPECT_FALSE(stored(backupKey));
 }
 
-TEST_F(FPDownloadsStoreTest, DeletingAnUnknownIdWritesNothing) {
+TEST_F(FPDownloadsStoreTest, DeletingRemovesTheRecordAndThePackageInsideHome) {
     UserDefaults::standard()->setString(key, "[ ]");
     FPDownloadsStore().deleteDownloadWithId("nope");
-    EXPECT_EQ(stored(), "[ ]");
-}
-
-TEST_F(FPDownloadsStoreTest, DeletingRemovesTheRecordAndThePackageInsideHome) {
+    EXPECT_EQ(stored(), "[ ]") << "deleting an unknown id writes nothing";
     auto store = listedStore();
     auto withPackage = create(*store, "package");
     auto withoutPackage = create(*store, "none");

@@ -206,9 +206,8 @@ TEST_F(ZMOfflineDownloadTest, ListTextMatchesTheJsonFormAfterEveryChange) {
         [&] { download->setState(State::completed); },
         [&] { download->setUrl(url("https://other.example/m.m3u8")); },
         [&] { download->setOfflineUrl("/x/Library/b.movpkg"); },
-        [&] {
-            download->assignOfflineUrl(std::nullopt);
-        }};
+        [&] { download->assignOfflineUrl(std::nullopt); },
+    };
     for (const auto& change : changes) {
         change();
         EXPECT_EQ(ZMOfflineDownload::encodeList(list), expected());
