@@ -8,15 +8,13 @@
 namespace zarvo {
 namespace {
 
-TEST(DateTest, FormatsIso8601InUtcWithMilliseconds) {
+TEST(DateTest, FormatsAndParsesIso8601InUtcWithMilliseconds) {
     EXPECT_EQ(Date::fromReferenceDate(0).iso8601(), "2001-01-01T00:00:00.000Z");
     EXPECT_EQ(Date(1'795'860'000).iso8601(), "2026-11-28T10:00:00.000Z");
     EXPECT_EQ(Date(951'782'400.25).iso8601(), "2000-02-29T00:00:00.250Z");
     EXPECT_EQ(Date(59.9996).iso8601(), "1970-01-01T00:01:00.000Z");  // rounding carries
     EXPECT_EQ(Date(-0.5).iso8601(), "1969-12-31T23:59:59.500Z");
-}
 
-TEST(DateTest, ParsesProgramDateTimes) {
     Date date;
     const auto parsed = [&](const char* text) {
         return Date::parseIso8601(text, date) ? date.iso8601() : "rejected";

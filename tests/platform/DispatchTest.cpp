@@ -132,9 +132,8 @@ TEST(MainQueueTest, ItemsRunOnTheMainThreadOnlyWhileTheRunLoopRuns) {
     RunLoop::main().runUntilIdle();
     EXPECT_EQ(seen, (std::vector<int>{0, 1, 2, 3}));
     EXPECT_TRUE(onMain);
-}
 
-TEST(MainQueueTest, SyncFromAWorkerWakesTheLoop) {
+    // A sync from a worker wakes the loop.
     std::atomic<int> answered{0};
     DispatchQueue::serial("poster")->async([&] {
         DispatchQueue::main()->sync([&] { answered = DispatchQueue::isMainThread() ? 1 : -1; });

@@ -6,7 +6,7 @@
 namespace zarvo {
 namespace {
 
-TEST(ErrorTest, DescribesDomainCodeMessageAndInnerError) {
+TEST(ErrorTest, DescribesAndComparesEveryPartIncludingTheInnerError) {
     const auto cause = Error::withDescription("NSURLErrorDomain", -1001, "timed out");
     const Error error("ZMPlayerErrorDomain", 10,
                       {{Error::localizedDescriptionKey, "Key loading failed"}, {"extra", "x"}},
@@ -22,9 +22,7 @@ TEST(ErrorTest, DescribesDomainCodeMessageAndInnerError) {
               "InnerError={Error Domain=NSURLErrorDomain Code=-1001 \"timed out\"}");
     EXPECT_EQ(Error("SomeDomain", -3).localizedDescription(),
               "The operation couldn't be completed. (SomeDomain error -3.)");
-}
 
-TEST(ErrorTest, EqualityComparesEveryPartIncludingTheInnerError) {
     const auto base = Error::withDescription("D", 1, "text");
     EXPECT_EQ(base, Error::withDescription("D", 1, "text"));
     for (const auto& other :

@@ -72,9 +72,8 @@ TEST(StandardSchedulerTest, IsTheSystemOneUnlessReplacedForAScope) {
         EXPECT_EQ(Scheduler::standard(), outer);
     }
     EXPECT_EQ(Scheduler::standard(), Scheduler::system());
-}
 
-TEST(StandardSchedulerTest, SystemSchedulerRunsEarlierWorkFirstAndHonoursCancel) {
+    // The system scheduler runs earlier work first and honours cancel.
     auto system = Scheduler::system();
     auto queue = DispatchQueue::serial("system-order");
     std::vector<int> ran;

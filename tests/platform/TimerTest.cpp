@@ -114,7 +114,7 @@ TEST(RealTimerTest, FiresOnTheSystemClock) {
     timer->invalidate();
 }
 
-TEST(RunLoopTest, RunReturnsWhenStoppedFromAnotherThreadAndRunUntilGivesUp) {
+TEST(RunLoopTest, RunStopsFromAnotherThreadRunUntilGivesUpAndNestsWithMainWork) {
     EXPECT_FALSE(RunLoop::main().runUntil([] { return false; }, 20ms));
     bool ranMainWork = false;
     DispatchQueue::main()->async([&] { ranMainWork = true; });
@@ -125,9 +125,8 @@ TEST(RunLoopTest, RunReturnsWhenStoppedFromAnotherThreadAndRunUntilGivesUp) {
     RunLoop::main().run();
     stopper.join();
     EXPECT_TRUE(ranMainWork);
-}
 
-TEST(RunLoopTest, NestedRunUntilStillRunsMainWork) {
+    // A nested runUntil still runs main work.
     bool inner = false;
     bool outer = false;
     DispatchQueue::main()->async([&] {
