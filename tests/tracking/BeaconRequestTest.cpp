@@ -46,7 +46,7 @@ TEST(TrackingUrlCreatorTest, AppendsTheBeaconFileEncodesTheQueryAndRejectsNonUrl
     EXPECT_EQ(ZMTrackingUrlCreator::describe({{"a", "1"}, {"b", std::nullopt}}), "[a=1, b]");
 }
 
-TEST(TrackingNetworkOperationTest, SendsAPlainGetAndMapsStatusesAndDropsToErrors) {
+TEST(TrackingNetworkOperationTest, SendsAPlainGetAndMapsStatusesDropsAndWrongEndpointsToErrors) {
     TestHttpServer server;
     auto creator = [&](ZMTrackingSessionUrlPath path = ZMTrackingSessionUrlPath::report) {
         return ZMTrackingUrlCreator{
@@ -76,9 +76,8 @@ TEST(TrackingNetworkOperationTest, SendsAPlainGetAndMapsStatusesAndDropsToErrors
     EXPECT_EQ(failure->kind(), Kind::connectionError);
     EXPECT_TRUE(failure->isRetryable());
     EXPECT_TRUE(failure->error().has_value());
-}
 
-TEST(TrackingNetworkOperationFailureTest, AWrongEndpointFailsAtOnceWithoutARequest) {
+    // A wrong endpoint fails at once, without a request.
     ZMTrackingNetworkOperation operation({"not a url", ZMTrackingSessionUrlPath::report, {}},
                                          UrlSession::make({}));
     std::optional<ZMTrackingSessionError> result;

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 
 #include <gtest/gtest.h>
 
@@ -11,11 +12,12 @@
 namespace zarvo {
 namespace {
 
-std::vector<std::string> names(const std::vector<UrlQueryItem>& items) {
-    std::vector<std::string> result;
-    for (const auto& item : items) {
-        result.push_back(item.name);
-    }
+using Strings = std::vector<std::string>;
+
+Strings names(const std::vector<UrlQueryItem>& items) {
+    Strings result;
+    std::transform(items.begin(), items.end(), std::back_inserter(result),
+                   [](const UrlQueryItem& item) { return item.name; });
     return result;
 }
 
@@ -51,14 +53,29 @@ TEST(TrackingEventTest, CodesValuesAndEventsTextsRenderAsText) {
     EXPECT_FALSE(ZMTrackingEvent::fromText("dancing", "1"));
 }
 
-TEST(TrackingDeviceInfoTest, QueryItemsKeepFieldOrderAndDropAbsentFields) {
+TEST(TrackingQueryItemsTest, KeepFieldOrderDropAbsentFieldsAndNeverNameTheEndpoint) {
     EXPECT_EQ(names(minimalDevice().queryItems()),
-              (std::vector<std::string>{"deviceId", "rendererType", "version"}));
+              (Strings{"deviceId", "rendererType", "version"}));
     EXPECT_EQ(names(test::sampleDevice().queryItems()),
-              (std::vector<std::string>{"agent", "agentVersion", "deviceId", "maker", "mimeType",
-                                        "os", "osVersion", "platform", "playerVersion",
-                                        "rendererType", "terminal", "version"}));
+              (Strings{"agent", "agentVersion", "deviceId", "maker", "mimeType", "os", "osVersion",
+                       "platform", "playerVersion", "rendererType", "terminal", "version"}));
     EXPECT_EQ(test::sampleDevice().queryItems()[1], (UrlQueryItem{"agentVersion", "1.0 (7)"}));
+
+    // Optional content items go last.
+    ZMTrackingSessionContentInfo plain(7, 8, 3600, "http://collector/t", 9, "VOD", "S-1",
+                                       std::nullopt, "http://cdn/x.m3u8");
+    auto items = plain.queryItems();
+    EXPECT_EQ(names(items), (Strings{"contentId", "customerId", "duration", "productId",
+                                     "productType", "sessionId", "url"}));
+    EXPECT_EQ(items[2].value, "3600");
+    items = ZMTrackingSessionContentInfo(7, 8, 3600, "http://collector/t", 9, "Title", "VOD", "S-1",
+                                         11, 12, "http://cdn/x.m3u8")
+                .queryItems();
+    ASSERT_EQ(items.size(), 10u);
+    EXPECT_EQ(
+        std::vector<UrlQueryItem>(items.begin() + 7, items.end()),
+        (std::vector<UrlQueryItem>{
+            {"subscriberId", "11"}, {"subscriberProfileId", "12"}, {"productTitle", "Title"}}));
 }
 
 TEST(TrackingDeviceInfoTest, DescribesThisMachineWithTheFixedTexts) {
@@ -78,24 +95,6 @@ TEST(TrackingDeviceInfoTest, DescribesThisMachineWithTheFixedTexts) {
     EXPECT_EQ(ZMTrackingSessionDeviceInfo().deviceId, device.deviceId);
 }
 
-TEST(TrackingContentInfoTest, QueryItemsPutOptionalItemsLastAndNeverTheEndpoint) {
-    ZMTrackingSessionContentInfo plain(7, 8, 3600, "http://collector/t", 9, "VOD", "S-1",
-                                       std::nullopt, "http://cdn/x.m3u8");
-    auto items = plain.queryItems();
-    EXPECT_EQ(names(items),
-              (std::vector<std::string>{"contentId", "customerId", "duration", "productId",
-                                        "productType", "sessionId", "url"}));
-    EXPECT_EQ(items[2].value, "3600");
-
-    ZMTrackingSessionContentInfo full(7, 8, 3600, "http://collector/t", 9, "Title", "VOD", "S-1",
-                                      11, 12, "http://cdn/x.m3u8");
-    items = full.queryItems();
-    EXPECT_EQ(names(items).size(), 10u);
-    EXPECT_EQ(items[7], (UrlQueryItem{"subscriberId", "11"}));
-    EXPECT_EQ(items[8], (UrlQueryItem{"subscriberProfileId", "12"}));
-    EXPECT_EQ(items[9], (UrlQueryItem{"productTitle", "Title"}));
-}
-
 TEST(TrackingStorageDataTest, EncodesKeysInOrderDecodesBackAndRejectsOtherDocuments) {
     ZMTrackingSessionStorageData data(
         minimalDevice(), ZMTrackingSessionContentInfo(7, 8, 60, "http://c/t", 9, std::nullopt,
@@ -107,12 +106,12 @@ TEST(TrackingStorageDataTest, EncodesKeysInOrderDecodesBackAndRejectsOtherDocume
 
     std::string text = data.encode();
     auto json = Json::parse(text);
-    std::vector<std::string> keys;
+    Strings keys;
     for (const auto& [key, value] : json.items()) {
         keys.push_back(key);
     }
-    EXPECT_EQ(keys, (std::vector<std::string>{"storageFileVersion", "deviceInfo", "contentInfo",
-                                              "sessionState", "events"}));
+    EXPECT_EQ(keys, (Strings{"storageFileVersion", "deviceInfo", "contentInfo", "sessionState",
+                             "events"}));
     EXPECT_EQ(json["storageFileVersion"], "v1");
     EXPECT_EQ(json["sessionState"], "initialized");
     EXPECT_FALSE(json["deviceInfo"].contains("agent"));
