@@ -164,9 +164,8 @@ TEST_F(UrlSessionTest, PostSendsBodyAndMergesSessionHeaders) {
 
     ASSERT_FALSE(outcome.error);
     EXPECT_EQ(*outcome.data, "key");
-    auto log = server.requests();
-    ASSERT_EQ(log.size(), 1u);
-    const auto& received = log[0];
+    ASSERT_EQ(server.requests().size(), 1u);
+    const auto received = server.requests()[0];
     EXPECT_EQ(received.method, "POST");
     EXPECT_EQ(received.body, std::string("spc\0bytes", 9));
     EXPECT_EQ(received.header("content-type"), "application/octet-stream");
