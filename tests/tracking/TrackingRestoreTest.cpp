@@ -1,5 +1,6 @@
 #include <cctype>
 #include <cstdlib>
+#include <regex>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -142,15 +143,12 @@ TEST(TrackingKillTest, KilledSessionIsSentByTheNextProcess) {
 
     auto sent = test::sentValues(server.requests(), "/track/events.gif", "events");
     ASSERT_EQ(sent.size(), 2u);
-    auto events = test::split(sent[1], ';');
-    ASSERT_EQ(events.size(), 25u);
+    // Real time passes in the child: the session offsets are not compared.
+    std::string expected;
     for (int i = 50; i < 75; ++i) {
-        // Real time passes in the child: the session offsets are not compared.
-        auto fields = test::split(events[i - 50], ',');
-        ASSERT_EQ(fields.size(), 4u);
-        EXPECT_EQ(fields[0] + "," + fields[2] + "," + fields[3],
-                  "0," + std::to_string(i) + "," + std::to_string(i));
+        expected += (i > 50 ? ";0,#," : "0,#,") + std::to_string(i) + "," + std::to_string(i);
     }
+    EXPECT_EQ(std::regex_replace(sent[1], std::regex("0,\\d+,(\\d+,\\d+)"), "0,#,$1"), expected);
     EXPECT_TRUE(std::filesystem::is_empty(test::trackingDirectory()));
 }
 

@@ -50,16 +50,6 @@ inline std::optional<std::string> queryValue(const std::string& rawQuery, const 
     return found == items.end() ? std::nullopt : found->value;
 }
 
-inline std::vector<std::string> split(const std::string& text, char separator) {
-    std::vector<std::string> parts;
-    for (std::size_t start = 0; start <= text.size();) {
-        std::size_t end = std::min(text.find(separator, start), text.size());
-        parts.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-    return parts;
-}
-
 // The `item` value of every logged request or beacon to `path`, in order.
 template <typename Log>
 std::vector<std::string> sentValues(const Log& log, const std::string& path,
