@@ -169,9 +169,7 @@ TEST(UrlComponentsQuery, WritesItemsAsQueryComponents) {
     items.push_back({"persistent", "true"});
     licence.setQueryItems(items);
     EXPECT_EQ(licence.string(), "https://lic.example/ksm?token=a%2Bb&x&persistent=true");
-}
 
-TEST(UrlComponentsQuery, EncodeAndDecodeHelpers) {
     EXPECT_EQ(UrlComponents::encodeQueryComponent(""), "");
     EXPECT_EQ(UrlComponents::encodeQueryComponent("AZaz09-._~"), "AZaz09-._~");
     EXPECT_EQ(UrlComponents::encodeQueryComponent("[]\"<>\\^`{|}"),
