@@ -6,6 +6,7 @@
 #include <pthread.h>
 
 #include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Immortal.h"
 
 namespace zarvo {
 namespace {
@@ -16,9 +17,11 @@ constexpr int longestWaitMilliseconds = 1000;
 }  // namespace
 
 std::shared_ptr<CurlNetworkThread> CurlNetworkThread::shared() {
-    static const std::shared_ptr<CurlNetworkThread> instance =
-        std::make_shared<CurlNetworkThread>();
-    return instance;
+    // Never released: a task that ends while the process exits may drop the last other
+    // reference on this very thread, which must not destroy it under its own feet.
+    static Immortal<std::shared_ptr<CurlNetworkThread>> instance(
+        std::make_shared<CurlNetworkThread>());
+    return instance.get();
 }
 
 CurlNetworkThread::CurlNetworkThread() {
