@@ -63,6 +63,12 @@ void CurlNetworkThread::cancel(std::shared_ptr<CurlTransfer> transfer) {
     }
 }
 
+void CurlNetworkThread::resumeReceiving(std::shared_ptr<CurlTransfer> transfer) {
+    if (multi_) {
+        post({Command::Kind::resumeReceiving, std::move(transfer)});
+    }
+}
+
 void CurlNetworkThread::post(Command command) {
     bool wake = false;
     {
@@ -96,6 +102,9 @@ void CurlNetworkThread::run() {
         takeCommands();
         int stillRunning = 0;
         curl_multi_perform(multi_.get(), &stillRunning);
+        if (!runningStreams_.empty()) {
+            publishStreams();
+        }
         bool finished = collectFinished();
         failIdleTransfers();
         if (finished && running_.empty() && awaitCommandsBriefly()) {
@@ -149,11 +158,14 @@ void CurlNetworkThread::takeCommands() {
                 break;
             case Command::Kind::checkTime:
                 // Bytes that moved meanwhile put the deadline later; an expired transfer
-                // fails in failIdleTransfers.
+                // fails in failIdleTransfers. A paused one is watched again when it resumes.
                 if (running_.count(command.transfer->easy()) != 0 &&
-                    !command.transfer->isIdleTooLong()) {
+                    !command.transfer->isReceivePaused() && !command.transfer->isIdleTooLong()) {
                     watchIdleDeadline(command.transfer);
                 }
+                break;
+            case Command::Kind::resumeReceiving:
+                resume(command.transfer);
                 break;
         }
     }
@@ -181,7 +193,26 @@ void CurlNetworkThread::begin(std::shared_ptr<CurlTransfer> transfer) {
     }
     slots.running += 1;
     watchIdleDeadline(transfer);
+    if (transfer->isStreamed()) {
+        runningStreams_.push_back(transfer.get());
+    }
     running_.emplace(easy, std::move(transfer));
+}
+
+void CurlNetworkThread::resume(const std::shared_ptr<CurlTransfer>& transfer) {
+    if (running_.count(transfer->easy()) == 0 || !transfer->isReceivePaused()) {
+        return;
+    }
+    transfer->resumeReceiving();
+    if (!transfer->isReceivePaused()) {
+        watchIdleDeadline(transfer);
+    }
+}
+
+void CurlNetworkThread::publishStreams() {
+    for (CurlTransfer* transfer : runningStreams_) {
+        transfer->publishReceived();
+    }
 }
 
 void CurlNetworkThread::watchIdleDeadline(const std::shared_ptr<CurlTransfer>& transfer) {
@@ -226,6 +257,9 @@ std::shared_ptr<CurlTransfer> CurlNetworkThread::release(CURL* easy) {
     running_.erase(found);
     curl_multi_remove_handle(multi_.get(), easy);
     transfer->cancelIdleWatch();
+    if (transfer->isStreamed()) {
+        std::erase(runningStreams_, transfer.get());
+    }
 
     auto slots = hosts_.find(transfer->hostKey());
     if (slots != hosts_.end()) {
@@ -278,6 +312,9 @@ int CurlNetworkThread::nextWaitMilliseconds() {
     long wait =
         curlWait >= 0 ? std::min<long>(curlWait, longestWaitMilliseconds) : longestWaitMilliseconds;
     for (const auto& [easy, transfer] : running_) {
+        if (transfer->isReceivePaused()) {
+            continue;
+        }
         double untilIdle = transfer->idleDeadline() - transfer->scheduler()->uptime();
         auto milliseconds = static_cast<long>(std::ceil(std::clamp(untilIdle, 0.0, 3600.0) * 1000));
         wait = std::min(wait, milliseconds);
@@ -291,6 +328,7 @@ void CurlNetworkThread::abandonAll() {
         transfer->cancelIdleWatch();
     }
     running_.clear();
+    runningStreams_.clear();
     hosts_.clear();
     std::lock_guard lock(mutex_);
     inbox_.clear();

@@ -20,7 +20,7 @@ namespace zarvo {
 // handle's connection cache gives keep-alive reuse across transfers. Each connection group
 // (a session) runs at most its per-host limit of transfers to one origin at a time; the rest
 // wait in order. A transfer with no bytes moving for its time-out, on its scheduler's clock,
-// fails as timed out.
+// fails as timed out; a streamed transfer paused for its reader is not counted as idle.
 class CurlNetworkThread : public std::enable_shared_from_this<CurlNetworkThread> {
 public:
     static std::shared_ptr<CurlNetworkThread> shared();
@@ -34,11 +34,13 @@ public:
     void start(std::shared_ptr<CurlTransfer> transfer);
     // Stops the transfer without calling its finish callback.
     void cancel(std::shared_ptr<CurlTransfer> transfer);
+    // Takes up a streamed transfer that paused because its reader fell behind.
+    void resumeReceiving(std::shared_ptr<CurlTransfer> transfer);
     bool isCurrent() const { return std::this_thread::get_id() == thread_.get_id(); }
 
 private:
     struct Command {
-        enum class Kind { start, cancel, checkTime } kind;
+        enum class Kind { start, cancel, checkTime, resumeReceiving } kind;
         std::shared_ptr<CurlTransfer> transfer;
     };
     struct HostSlots {
@@ -59,6 +61,9 @@ private:
     void takeCommands();
     void admit(std::shared_ptr<CurlTransfer> transfer);
     void begin(std::shared_ptr<CurlTransfer> transfer);
+    void resume(const std::shared_ptr<CurlTransfer>& transfer);
+    // Wakes the readers of streamed transfers for what the last round received.
+    void publishStreams();
     void remove(const std::shared_ptr<CurlTransfer>& transfer);
     // Takes a running transfer off the multi handle and frees its slot for a waiting one.
     std::shared_ptr<CurlTransfer> release(CURL* easy);
@@ -83,6 +88,7 @@ private:
     BriefSpin commandSpin_{std::chrono::microseconds(50)};
     BriefSpin socketSpin_{std::chrono::microseconds(100)};
     std::unordered_map<CURL*, std::shared_ptr<CurlTransfer>> running_;
+    std::vector<CurlTransfer*> runningStreams_;  // the streamed ones among running_
     std::unordered_map<std::string, HostSlots> hosts_;
 
     std::thread thread_;  // last: starts once everything above exists

@@ -18,12 +18,14 @@
 #include "zarvo/platform/UrlError.h"
 #include "zarvo/platform/UrlRequest.h"
 #include "zarvo/platform/UrlSessionConfiguration.h"
+#include "zarvo/platform/UrlStreamBuffer.h"
 
 namespace zarvo {
 
 // One HTTP exchange on a curl easy handle: the request made into curl options, and the body
-// and headers of the response collected while CurlNetworkThread drives it. Built on any
-// thread; after start it is touched only by the network thread.
+// and headers of the response collected while CurlNetworkThread drives it, or, for a streamed
+// transfer, handed to a UrlStreamBuffer as they arrive. Built on any thread; after start it is
+// touched only by the network thread.
 class CurlTransfer {
 public:
     // What a transfer ends with: a response (any status) with its body, or an error.
@@ -40,6 +42,11 @@ public:
     static std::variant<std::shared_ptr<CurlTransfer>, Error> make(
         const UrlRequest& request, const UrlSessionConfiguration& configuration,
         const std::string& connectionGroup, Finish finish);
+    // A streamed transfer: the response head, body pieces and the end or failure go to
+    // `stream`, and the transfer pauses while the stream is full (see resumeReceiving).
+    static std::variant<std::shared_ptr<CurlTransfer>, Error> makeStreamed(
+        const UrlRequest& request, const UrlSessionConfiguration& configuration,
+        const std::string& connectionGroup, std::shared_ptr<UrlStreamBuffer> stream);
 
     ~CurlTransfer();
     CurlTransfer(const CurlTransfer&) = delete;
@@ -57,7 +64,8 @@ public:
     // The scheduler uptime at which the transfer fails as timed out unless some bytes move
     // before.
     double idleDeadline() const { return lastProgress_ + idleTimeoutSeconds_; }
-    bool isIdleTooLong() const { return scheduler_->uptime() >= idleDeadline(); }
+    // A transfer paused for its reader is waiting for us, not for the peer: never idle.
+    bool isIdleTooLong() const { return !receivePaused_ && scheduler_->uptime() >= idleDeadline(); }
     // Work scheduled to look at the deadline; replaced by the next, cancelled when the
     // transfer stops running.
     void setIdleWatch(std::shared_ptr<ScheduledWork> watch) { idleWatch_ = std::move(watch); }
@@ -71,6 +79,15 @@ public:
     void complete(CURLcode code);
     void fail(UrlError code, const std::string& detail);
 
+    bool isStreamed() const { return stream_ != nullptr; }
+    // A streamed transfer whose stream was full: curl holds the refused bytes and reads nothing.
+    bool isReceivePaused() const { return receivePaused_; }
+    // Takes receiving up again (the reader caught up): curl hands over the bytes it held,
+    // which may fill the stream and pause the transfer again. The idle clock restarts.
+    void resumeReceiving();
+    // Wakes readers for the body bytes received since the last call.
+    void publishReceived() { stream_->publish(); }
+
 private:
     struct Token {
         explicit Token() = default;
@@ -81,13 +98,26 @@ public:
         : url_(std::move(url)), scheduler_(std::move(scheduler)) {}
 
 private:
+    static std::variant<std::shared_ptr<CurlTransfer>, Error> makeWith(
+        const UrlRequest& request, const UrlSessionConfiguration& configuration,
+        const std::string& connectionGroup, Finish finish, std::shared_ptr<UrlStreamBuffer> stream);
     bool configure(const UrlRequest& request, const UrlSessionConfiguration& configuration);
     void deliver(Outcome outcome);
     void markProgress() { lastProgress_ = scheduler_->uptime(); }
+    // The head of the response received last; none before a status line.
+    std::optional<HttpUrlResponse> takeResponse();
     Outcome responseOutcome();
+    // True when the head that just ended is the one the body belongs to: not an interim 1xx
+    // and not a redirect that curl follows.
+    bool isFinalHead() const;
+    void publishHead();
+    // The body ended: the head (if the body brought none, an error) and the end go to the stream.
+    void endStream();
 
     static size_t onHeader(char* data, size_t size, size_t count, void* self);
     static size_t onBody(char* data, size_t size, size_t count, void* self);
+    static size_t onStreamHeader(char* data, size_t size, size_t count, void* self);
+    static size_t onStreamBody(char* data, size_t size, size_t count, void* self);
     static int onProgress(void* self, curl_off_t downloadTotal, curl_off_t downloaded,
                           curl_off_t uploadTotal, curl_off_t uploaded);
 
@@ -109,6 +139,10 @@ private:
     std::vector<std::pair<std::string, std::string>> responseHeaders_;
     std::string errorBuffer_ = std::string(CURL_ERROR_SIZE, '\0');
     Finish finish_;
+
+    std::shared_ptr<UrlStreamBuffer> stream_;
+    bool headPublished_ = false;
+    bool receivePaused_ = false;
 };
 
 }  // namespace zarvo

@@ -7,6 +7,7 @@
 #include "zarvo/platform/CurlNetworkThread.h"
 #include "zarvo/platform/CurlTransfer.h"
 #include "zarvo/platform/UrlError.h"
+#include "zarvo/platform/UrlStreamBuffer.h"
 
 namespace zarvo {
 namespace {
@@ -150,6 +151,113 @@ private:
     const bool failsAsCancelled_;
 };
 
+// A stream task: made suspended, started by resume(). Readers block on the stream buffer. The
+// task holds the transfer so that a reader that drains a paused stream can take it up again,
+// and nothing on the network thread holds the task: dropping it ends the transfer.
+class SessionStreamTask : public UrlSessionStreamTask {
+public:
+    SessionStreamTask(UrlRequest request, std::size_t bufferLimit,
+                      UrlSessionConfiguration configuration, std::string connectionGroup,
+                      std::shared_ptr<CurlNetworkThread> network, bool sessionInvalidated)
+        : request_(std::move(request)),
+          configuration_(std::move(configuration)),
+          connectionGroup_(std::move(connectionGroup)),
+          network_(std::move(network)),
+          stream_(std::make_shared<UrlStreamBuffer>(bufferLimit)),
+          failsAsCancelled_(sessionInvalidated) {}
+
+    ~SessionStreamTask() override { stop(); }
+
+    void resume() override {
+        std::unique_lock lock(mutex_);
+        if (started_ || stopped_) {
+            return;
+        }
+        started_ = true;
+        if (failsAsCancelled_) {
+            lock.unlock();
+            stop();
+            return;
+        }
+        auto made = CurlTransfer::makeStreamed(request_, configuration_, connectionGroup_, stream_);
+        if (auto* error = std::get_if<Error>(&made)) {
+            lock.unlock();
+            stream_->finish(std::move(*error));
+            return;
+        }
+        transfer_ = std::get<std::shared_ptr<CurlTransfer>>(std::move(made));
+        // Posted under the lock, so that a cancel() racing with this start follows it.
+        network_->start(transfer_);
+    }
+
+    void cancel() override { stop(); }
+
+    std::variant<HttpUrlResponse, Error> waitForResponse() override {
+        return stream_->waitForResponse();
+    }
+
+    std::variant<Data, Error> read() override {
+        bool resumeTransfer = false;
+        auto piece = stream_->read(resumeTransfer);
+        if (resumeTransfer) {
+            std::lock_guard lock(mutex_);
+            if (transfer_) {
+                network_->resumeReceiving(transfer_);
+            }
+        }
+        return piece;
+    }
+
+    const UrlRequest& originalRequest() const override { return request_; }
+    std::size_t bytesReceived() const override { return stream_->bytesReceived(); }
+
+    // Not yet cancelled: what invalidateAndCancel stops.
+    bool isOutstanding() const {
+        std::lock_guard lock(mutex_);
+        return !stopped_;
+    }
+
+private:
+    void stop() {
+        {
+            std::lock_guard lock(mutex_);
+            if (stopped_) {
+                return;
+            }
+            stopped_ = true;
+            if (transfer_) {
+                network_->cancel(std::move(transfer_));
+            }
+        }
+        stream_->cancel(makeUrlError(UrlError::cancelled, request_.url.absoluteString()));
+    }
+
+    const UrlRequest request_;
+    const UrlSessionConfiguration configuration_;
+    const std::string connectionGroup_;
+    const std::shared_ptr<CurlNetworkThread> network_;
+    const std::shared_ptr<UrlStreamBuffer> stream_;
+
+    mutable std::mutex mutex_;
+    std::shared_ptr<CurlTransfer> transfer_;
+    bool started_ = false;
+    bool stopped_ = false;
+    const bool failsAsCancelled_;
+};
+
+// Drops ended tasks from a session's list; amortised by letting the list double first.
+template <typename Task>
+void forgetFinishedTasks(std::vector<std::weak_ptr<Task>>& tasks, std::size_t& pruneAt) {
+    if (tasks.size() < pruneAt) {
+        return;
+    }
+    std::erase_if(tasks, [](const std::weak_ptr<Task>& weakTask) {
+        auto task = weakTask.lock();
+        return !task || !task->isOutstanding();
+    });
+    pruneAt = std::max<std::size_t>(64, tasks.size() * 2);
+}
+
 std::string nextConnectionGroup() {
     static std::atomic<unsigned long> counter{0};
     return "session-" + std::to_string(++counter);
@@ -175,8 +283,21 @@ public:
             ++lastIdentifier_, std::move(request), std::move(completion), configuration_,
             connectionGroup_, delegateQueue_, network_, invalidated_);
         if (!invalidated_) {
-            forgetFinishedTasks();
+            forgetFinishedTasks(tasks_, pruneAt_);
             tasks_.push_back(task);
+        }
+        return task;
+    }
+
+    std::shared_ptr<UrlSessionStreamTask> streamTask(UrlRequest request,
+                                                     std::size_t bufferLimit) override {
+        std::lock_guard lock(mutex_);
+        auto task =
+            std::make_shared<SessionStreamTask>(std::move(request), bufferLimit, configuration_,
+                                                connectionGroup_, network_, invalidated_);
+        if (!invalidated_) {
+            forgetFinishedTasks(streamTasks_, pruneStreamsAt_);
+            streamTasks_.push_back(task);
         }
         return task;
     }
@@ -187,6 +308,7 @@ public:
             return;
         }
         std::vector<std::shared_ptr<SessionDataTask>> outstanding;
+        std::vector<std::shared_ptr<SessionStreamTask>> outstandingStreams;
         {
             std::lock_guard lock(mutex_);
             invalidated_ = true;
@@ -195,9 +317,18 @@ public:
                     outstanding.push_back(std::move(task));
                 }
             }
+            for (const auto& weakTask : streamTasks_) {
+                if (auto task = weakTask.lock()) {
+                    outstandingStreams.push_back(std::move(task));
+                }
+            }
             tasks_.clear();
+            streamTasks_.clear();
         }
         for (const auto& task : outstanding) {
+            task->cancel();
+        }
+        for (const auto& task : outstandingStreams) {
             task->cancel();
         }
     }
@@ -209,21 +340,10 @@ public:
         std::lock_guard lock(mutex_);
         invalidated_ = true;
         tasks_.clear();
+        streamTasks_.clear();
     }
 
 private:
-    // Drops finished tasks from the list; amortised by letting the list double first.
-    void forgetFinishedTasks() {
-        if (tasks_.size() < pruneAt_) {
-            return;
-        }
-        std::erase_if(tasks_, [](const std::weak_ptr<SessionDataTask>& weakTask) {
-            auto task = weakTask.lock();
-            return !task || !task->isOutstanding();
-        });
-        pruneAt_ = std::max<std::size_t>(64, tasks_.size() * 2);
-    }
-
     const UrlSessionConfiguration configuration_;
     const std::shared_ptr<DispatchQueue> delegateQueue_;
     const std::shared_ptr<CurlNetworkThread> network_;
@@ -233,6 +353,8 @@ private:
     std::mutex mutex_;
     std::vector<std::weak_ptr<SessionDataTask>> tasks_;
     std::size_t pruneAt_ = 64;
+    std::vector<std::weak_ptr<SessionStreamTask>> streamTasks_;
+    std::size_t pruneStreamsAt_ = 64;
     std::size_t lastIdentifier_ = 0;
     bool invalidated_ = false;
 };

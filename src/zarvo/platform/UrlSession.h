@@ -5,6 +5,7 @@
 #include "zarvo/platform/DispatchQueue.h"
 #include "zarvo/platform/UrlSessionConfiguration.h"
 #include "zarvo/platform/UrlSessionDataTask.h"
+#include "zarvo/platform/UrlSessionStreamTask.h"
 
 namespace zarvo {
 
@@ -32,7 +33,13 @@ public:
         return dataTask(UrlRequest(url), std::move(completion));
     }
 
-    // Cancels every running task; later dataTask calls give tasks that fail as cancelled.
+    // A streamed request (see UrlSessionStreamTask). `bufferLimit`: unread bytes held before
+    // the transfer pauses.
+    virtual std::shared_ptr<UrlSessionStreamTask> streamTask(UrlRequest request,
+                                                             std::size_t bufferLimit = 1 << 20) = 0;
+
+    // Cancels every running task; later dataTask and streamTask calls give tasks that fail as
+    // cancelled.
     virtual void invalidateAndCancel() = 0;
     // Lets running tasks finish; later tasks fail as cancelled.
     virtual void finishTasksAndInvalidate() = 0;
