@@ -298,7 +298,8 @@ TEST(HlsPlaylistRewriter, GarbageIsKeptAndOnlyUrlReferencesAreMapped) {
         std::size_t references;
     } cases[] = {
         {"", "", 0},
-        {"\xEF\xBB\xBF#EXTM3U\r\n#EXTINF:1,\r\r\na.ts\r\n", "#EXTM3U\n#EXTINF:1,\n/r/0\n", 1},
+        {"\xEF\xBB\xBF\xEF\xBB\xBF#EXTM3U\r\n#EXTINF:1,\r\r\na.ts\r\n",
+         "#EXTM3U\n#EXTINF:1,\n/r/0\n", 1},
         {"#EXTINF:x\nseg 1.ts\n#EXT-X-KEY:METHOD=AES-128,URI=\"k y\"\n\n\n",
          "#EXTINF:x\nseg 1.ts\n#EXT-X-KEY:METHOD=AES-128,URI=\"k y\"\n\n\n", 0},
         {"#EXT-X-MEDIA:TYPE=AUDIO,URI=\"a,b=c.m3u8", "#EXT-X-MEDIA:TYPE=AUDIO,URI=\"/r/0\"\n", 1},
@@ -310,7 +311,7 @@ TEST(HlsPlaylistRewriter, GarbageIsKeptAndOnlyUrlReferencesAreMapped) {
          "#EXT-X-FOO:A=\"URI=x\",URI=\"/r/0\"\n# URI=\"c\"\n #EXTINF:1\n/r/1\n\x01\xff\n", 2},
         {"#EXT-X-BYTERANGE:abc\n#EXT-X-BYTERANGE:9223372036854775807@1\n#EXTINF:1,\na.ts\n",
          "#EXT-X-BYTERANGE:abc\n#EXTINF:1,\n/r/0\n", 1},
-        {"#EXT-X-MAP:URI=\"i.mp4\",BYTERANGE=\"1@9223372036854775807\"",
+        {"#EXT-X-MAP:URI=\"i.mp4\"\r,BYTERANGE=\"1@9223372036854775807\",BYTERANGE=\"2\"",
          "#EXT-X-MAP:URI=\"/r/0\"\n", 1},
     };
     for (const auto& c : cases) {

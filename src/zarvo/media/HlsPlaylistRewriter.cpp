@@ -276,9 +276,12 @@ std::string edited(std::string_view line, std::vector<Edit>& edits) {
     std::string out;
     std::size_t pos = 0;
     for (const Edit& edit : edits) {
-        out.append(line.substr(pos, edit.begin - pos));
+        // Removals of neighbouring attributes may share a comma.
+        if (edit.begin > pos) {
+            out.append(line.substr(pos, edit.begin - pos));
+        }
         out += edit.text;
-        pos = edit.end;
+        pos = std::max(pos, edit.end);
     }
     out.append(line.substr(pos));
     return out;
@@ -320,6 +323,10 @@ private:
     };
 
     void emit(std::string_view line) {
+        // A CR that an edit brings to the end would be read as part of the line ending.
+        while (line.ends_with('\r')) {
+            line.remove_suffix(1);
+        }
         std::string& to = heldRange_ ? heldText_ : text_;
         to.append(line);
         to += '\n';
@@ -555,7 +562,12 @@ private:
             return;
         }
         if (!range || (replaced && !options_.keepByteRanges)) {
-            edits.push_back(removal(*rangeAttribute, line.size()));
+            // Every one, so that no repeated attribute takes the place of the range left out.
+            for (const Attribute& attribute : list.all()) {
+                if (attribute.name == "BYTERANGE") {
+                    edits.push_back(removal(attribute, line.size()));
+                }
+            }
         } else if (!written->offset) {
             edits.push_back({rangeAttribute->valueBegin, rangeAttribute->valueEnd,
                              '"' + rangeText(*range) + '"'});
@@ -624,7 +636,8 @@ HlsPlaylistRewriter::Result HlsPlaylistRewriter::rewrite(std::string_view text,
                                                          const Url& playlistUrl,
                                                          const Mapper& mapper, Options options) {
     constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-    if (text.starts_with(byteOrderMark)) {
+    // Every mark, so that the text written does not start with one.
+    while (text.starts_with(byteOrderMark)) {
         text.remove_prefix(byteOrderMark.size());
     }
     Pass pass(playlistUrl, mapper, options);

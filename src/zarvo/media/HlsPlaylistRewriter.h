@@ -20,10 +20,11 @@ namespace zarvo {
 // resource; the download service, to point local playlists at files on disk.
 //
 // Any bytes are accepted (a playlist comes from the network) and read in time linear in their
-// size. Lines are split at LF, a CR before it and a UTF-8 byte-order mark at the start are
+// size. Lines are split at LF; the CRs before it and UTF-8 byte-order marks at the start are
 // dropped, and every line is written back as it was, ending in "\n", except for the URIs the
 // mapper replaces and the byte ranges (see Options). A URI that is not a URL reference is
-// neither given to the mapper nor changed.
+// neither given to the mapper nor changed. Rewriting the text written, keeping every URI,
+// gives it back unchanged.
 class HlsPlaylistRewriter {
 public:
     enum class ResourceKind {
