@@ -62,7 +62,7 @@ private:
     void admit(std::shared_ptr<CurlTransfer> transfer);
     void begin(std::shared_ptr<CurlTransfer> transfer);
     void resume(const std::shared_ptr<CurlTransfer>& transfer);
-    // Wakes the readers of streamed transfers for what the last round received.
+    // Hands what the last round received to the readers of streamed transfers.
     void publishStreams();
     void remove(const std::shared_ptr<CurlTransfer>& transfer);
     // Takes a running transfer off the multi handle and frees its slot for a waiting one.

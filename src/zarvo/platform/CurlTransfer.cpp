@@ -11,9 +11,10 @@ namespace {
 
 constexpr double defaultTimeoutSeconds = 60.0;
 constexpr long maximumRedirects = 16;
-// Streamed bodies are read from the socket in larger gulps: fewer receive calls and rounds of
-// the network thread per byte (curl still hands the bytes over in pieces of 16 KiB).
-constexpr long streamReceiveBufferSize = 256 * 1024;
+// Streamed bodies are read from the socket in larger gulps: fewer receive calls, rounds of the
+// network thread and reader wake-ups per byte (curl still hands the bytes over in pieces of
+// 16 KiB). A paused transfer holds up to this much in curl besides the stream's own limit.
+constexpr long streamReceiveBufferSize = 512 * 1024;
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
     return headerNamesEqual(a, b);

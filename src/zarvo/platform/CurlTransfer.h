@@ -85,7 +85,7 @@ public:
     // Takes receiving up again (the reader caught up): curl hands over the bytes it held,
     // which may fill the stream and pause the transfer again. The idle clock restarts.
     void resumeReceiving();
-    // Wakes readers for the body bytes received since the last call.
+    // Hands the body bytes received since the last call to the stream's readers.
     void publishReceived() { stream_->publish(); }
 
 private:

@@ -7,49 +7,71 @@ namespace zarvo {
 namespace {
 
 // curl hands bodies over in pieces of at most 16 KiB; pieces for readers grow up to a quarter
-// of the limit, within these bounds.
+// of the limit, within these bounds. Larger pieces would mean fewer hand-offs, but the
+// allocator returns freed blocks of 64 KiB and more to the system at once, and touching fresh
+// pages for every piece costs more than the hand-offs saved.
 constexpr std::size_t smallestPiece = 16 * 1024;
-constexpr std::size_t largestPiece = 256 * 1024;
+constexpr std::size_t largestPiece = 32 * 1024;
+// A waiting reader is woken when this much (at most) is queued or a round of receiving ends:
+// it then takes several pieces for one wake-up.
+constexpr std::size_t largestWake = 256 * 1024;
 
 }  // namespace
 
 UrlStreamBuffer::UrlStreamBuffer(std::size_t limit)
-    : limit_(limit), pieceCapacity_(std::clamp(limit / 4, smallestPiece, largestPiece)) {}
+    : limit_(limit),
+      pieceCapacity_(std::clamp(limit / 4, smallestPiece, largestPiece)),
+      wakeAt_(std::clamp(limit / 4, pieceCapacity_, largestWake)) {}
 
 bool UrlStreamBuffer::offer(const char* data, std::size_t length) {
-    std::unique_lock lock(mutex_);
-    if (cancelled_) {
+    if (cancelled_.load(std::memory_order_relaxed)) {
         return true;  // nobody reads any more; the transfer is being taken down
     }
-    if (unread_ > 0 && unread_ + length > limit_) {
-        producerPaused_ = true;
-        return false;
+    std::size_t held = unread_.load(std::memory_order_relaxed) + filling_.size();
+    if (held > 0 && held + length > limit_) {
+        // Full as far as this thread can tell: hand over what it holds and decide under the
+        // lock, where readers take bytes and look for a paused producer.
+        handOver(true);
+        std::lock_guard lock(mutex_);
+        if (unread_ > 0 && unread_ + length > limit_) {
+            producerPaused_ = true;
+            return false;
+        }
     }
-    if (!pieces_.empty() && pieces_.back().size() + length <= pieces_.back().capacity()) {
-        pieces_.back().append(data, length);
-    } else {
-        Data piece;
-        piece.reserve(std::max(length, pieceCapacity_));
-        piece.append(data, length);
-        pieces_.push_back(std::move(piece));
+    if (filling_.size() + length > filling_.capacity()) {
+        handOver(false);
+        filling_.reserve(std::max(length, pieceCapacity_));
     }
-    unread_ += length;
+    filling_.append(data, length);
     received_.fetch_add(length, std::memory_order_relaxed);
-    if (waitingReaders_ == 0) {
-        return true;
+    if (filling_.size() >= pieceCapacity_) {
+        handOver(false);
     }
-    if (unread_ < pieceCapacity_) {
-        wakeDue_ = true;
-        return true;
-    }
-    wakeDue_ = false;
-    lock.unlock();
-    changed_.notify_all();
     return true;
 }
 
 void UrlStreamBuffer::publish() {
-    if (std::exchange(wakeDue_, false)) {
+    handOver(true);
+}
+
+void UrlStreamBuffer::handOver(bool wake) {
+    if (filling_.empty() && !(wake && wakeOwed_)) {
+        return;
+    }
+    bool notify = false;
+    {
+        std::lock_guard lock(mutex_);
+        if (!filling_.empty() && !cancelled_) {
+            unread_ += filling_.size();
+            pieces_.push_back(std::move(filling_));
+        }
+        // Readers wait only while the queue is empty, so whatever is queued is news to them.
+        bool news = waitingReaders_ > 0 && !pieces_.empty();
+        notify = news && (wake || unread_ >= wakeAt_);
+        wakeOwed_ = news && !notify;
+    }
+    filling_ = Data();
+    if (notify) {
         changed_.notify_all();
     }
 }
@@ -63,6 +85,7 @@ void UrlStreamBuffer::setResponse(HttpUrlResponse response) {
 }
 
 void UrlStreamBuffer::finish(std::optional<Error> error) {
+    handOver(false);
     {
         std::lock_guard lock(mutex_);
         if (cancelled_) {

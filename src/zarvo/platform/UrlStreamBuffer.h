@@ -15,10 +15,11 @@
 namespace zarvo {
 
 // The body of a streamed transfer between the network thread, which offers what curl receives,
-// and the threads that read it. Bytes offered are appended to the newest unread piece while it
-// has room, so a reader that falls behind takes fewer, larger pieces. Offers are refused while
-// `limit` bytes wait unread (the transfer then pauses); the reader that brings the unread bytes
-// down to half of that is told to resume the transfer.
+// and the threads that read it. The network thread fills a piece of its own, without the lock,
+// and hands it to the readers when it is full or a round of receiving ends: the lock is taken
+// once per piece, not once per curl callback, and a waiting reader is woken once for several
+// pieces. Offers are refused while `limit` bytes are held (the transfer then pauses); the
+// reader that brings the unread bytes down to half of that is told to resume the transfer.
 class UrlStreamBuffer {
 public:
     explicit UrlStreamBuffer(std::size_t limit);
@@ -26,14 +27,13 @@ public:
     UrlStreamBuffer& operator=(const UrlStreamBuffer&) = delete;
 
     // Network thread. False when the buffer is full: the bytes were not taken and the producer
-    // pauses until a reader asks for more. Waiting readers are woken at once when a whole piece
-    // is ready, otherwise by publish().
+    // pauses until a reader asks for more.
     bool offer(const char* data, std::size_t length);
-    // Wakes readers waiting for bytes offered since the last call; called after each round of
-    // receiving, so a burst of small offers costs one wake-up.
+    // Hands the bytes offered since the last piece went out to the readers; called after each
+    // round of receiving.
     void publish();
     void setResponse(HttpUrlResponse response);
-    // The end of the body (no error) or the failure of the transfer.
+    // The end of the body (no error) or the failure of the transfer, after the bytes offered.
     void finish(std::optional<Error> error);
 
     // Any thread.
@@ -47,23 +47,30 @@ public:
 
 private:
     bool hasNews() const { return !pieces_.empty() || failure_ || ended_; }
+    // Moves the piece being filled to the readers' queue. Waiting readers are woken when `wake`
+    // is set or enough waits for them.
+    void handOver(bool wake);
 
     const std::size_t limit_;
     const std::size_t pieceCapacity_;
+    const std::size_t wakeAt_;
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::deque<Data> pieces_;
-    std::size_t unread_ = 0;
+    std::atomic<std::size_t> unread_{0};  // bytes in pieces_; read without the lock as a hint
     std::optional<HttpUrlResponse> response_;
     std::optional<Error> failure_;
     bool ended_ = false;
-    bool cancelled_ = false;
+    std::atomic<bool> cancelled_{false};
     bool producerPaused_ = false;
     int waitingReaders_ = 0;
     std::atomic<std::size_t> received_{0};
 
-    bool wakeDue_ = false;  // touched only by the network thread
+    // Touched only by the network thread: the piece being filled, and whether readers wait for
+    // pieces already queued.
+    Data filling_;
+    bool wakeOwed_ = false;
 };
 
 }  // namespace zarvo
