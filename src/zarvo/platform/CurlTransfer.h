@@ -111,7 +111,8 @@ private:
     // and not a redirect that curl follows.
     bool isFinalHead() const;
     void publishHead();
-    // The body ended: the head (if the body brought none, an error) and the end go to the stream.
+    // The body ended: the head, unless a body byte brought it already, then the end go to the
+    // stream; without a status line, an error instead.
     void endStream();
 
     static size_t onHeader(char* data, size_t size, size_t count, void* self);

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "zarvo/platform/UrlError.h"
+
 namespace zarvo {
 namespace {
 
@@ -100,10 +102,10 @@ void UrlStreamBuffer::finish(std::optional<Error> error) {
 std::variant<HttpUrlResponse, Error> UrlStreamBuffer::waitForResponse() {
     std::unique_lock lock(mutex_);
     ++waitingReaders_;
-    changed_.wait(lock, [&] { return response_ || failure_ || cancelled_; });
+    changed_.wait(lock, [&] { return response_ || failure_ || ended_; });
     --waitingReaders_;
     if (cancelled_ || !response_) {
-        return *failure_;
+        return failure_.value_or(makeUrlError(UrlError::badServerResponse));
     }
     return *response_;
 }
