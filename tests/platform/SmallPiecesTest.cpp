@@ -1,4 +1,6 @@
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <optional>
 #include <set>
 #include <string>
@@ -8,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "zarvo/platform/Base64.h"
+#include "zarvo/platform/DataFile.h"
 #include "zarvo/platform/Json.h"
 #include "zarvo/platform/Locale.h"
 #include "zarvo/platform/Uuid.h"
@@ -66,6 +69,17 @@ TEST(Base64Test, EncodesAndDecodesWhatItEncodesAndNothingElse) {
                              "Zg==Zg==", "Z===", "====", "Zm-_", "Zm9v!mFy", "=Zm9"}) {
         EXPECT_EQ(Base64::decode(text), std::nullopt) << text;
     }
+}
+
+TEST(DataFileTest, ReadsRegularFilesOnlyAndNeverThrows) {
+    const auto folder =
+        std::filesystem::temp_directory_path() / ("zm-datafile-" + Uuid().uuidString());
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / "bytes", std::ios::binary) << std::string("a\0b", 3);
+    EXPECT_EQ(DataFile::read(folder / "bytes"), (Data{'a', '\0', 'b'}));
+    EXPECT_EQ(DataFile::read(folder), std::nullopt) << "a directory";
+    EXPECT_EQ(DataFile::read(folder / "missing"), std::nullopt);
+    std::filesystem::remove_all(folder);
 }
 
 TEST(JsonTest, ParseRejectsNonJsonAndDumpIsCompactInKeyOrder) {

@@ -2,19 +2,30 @@
 
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 namespace zarvo {
 
 std::optional<Data> DataFile::read(const std::filesystem::path& path) {
+    // A directory opens as a stream but fails on the first read, which libstdc++ reports by
+    // throwing: only regular files are read.
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error)) {
+        return std::nullopt;
+    }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         return std::nullopt;
     }
-    Data bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    if (in.bad()) {
+    try {
+        Data bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        if (in.bad()) {
+            return std::nullopt;
+        }
+        return bytes;
+    } catch (const std::ios_base::failure&) {
         return std::nullopt;
     }
-    return bytes;
 }
 
 }  // namespace zarvo
