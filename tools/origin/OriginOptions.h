@@ -24,6 +24,9 @@ struct OriginOptions {
     LivePlaylist::Schedule schedule;
     // Headers every licence request must carry (name -> exact value); 403 otherwise.
     std::map<std::string, std::string> requiredLicenseHeaders;
+    // Headers every request for content (playlists, segments, subtitles) must carry; 403
+    // otherwise.
+    std::map<std::string, std::string> requiredContentHeaders;
     // The identifier inside the application certificate the origin serves.
     std::string certificateIdentifier = "zm-origin-cert-1";
 };

@@ -196,6 +196,21 @@ struct SampleOrigin::Impl {
         send(response, std::move(*body), contentTypeFor(relative));
     }
 
+    bool hasRequiredContentHeaders(const httplib::Request& request) const {
+        const bool isContent =
+            request.path.rfind("/vod/", 0) == 0 || request.path.rfind("/protected/", 0) == 0 ||
+            request.path.rfind("/live/", 0) == 0 || request.path.rfind("/dvr/", 0) == 0;
+        if (!isContent) {
+            return true;
+        }
+        for (const auto& [name, value] : options.requiredContentHeaders) {
+            if (!request.has_header(name) || request.get_header_value(name) != value) {
+                return false;
+            }
+        }
+        return true;
+    }
+
     // /live/<rendition>/index.m3u8 and /dvr/<rendition>/index.m3u8.
     void sendLivePlaylist(const httplib::Request& request, httplib::Response& response, bool dvr) {
         const std::string name = request.matches[1];
@@ -230,6 +245,10 @@ struct SampleOrigin::Impl {
                 {
                     std::lock_guard lock(requestsMutex);
                     requests.push_back(request.method + " " + request.path);
+                }
+                if (!hasRequiredContentHeaders(request)) {
+                    sendText(response, 403, "A required header is missing.");
+                    return httplib::Server::HandlerResponse::Handled;
                 }
                 const auto currentFault = chooseFault(request.path);
                 if (!currentFault) {
@@ -389,6 +408,8 @@ std::optional<Error> SampleOrigin::start() {
     impl.server.new_task_queue = [] {
         return new httplib::ThreadPool(24);
     };
+    // Stopping waits for idle keep-alive connections to time out: keep that short.
+    impl.server.set_keep_alive_timeout(1);
     if (impl.options.port == 0) {
         impl.port = impl.server.bind_to_any_port("127.0.0.1");
     } else {

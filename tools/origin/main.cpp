@@ -20,9 +20,10 @@ int usage(const char* message) {
     if (message) {
         std::cerr << "zm-origin: " << message << "\n";
     }
-    std::cerr << "usage: zm-origin [--port N] [--host 127.0.0.1] [--fault PREFIX:STATUS[:COUNT]]"
-                 " [--delay PREFIX:MS]\n"
-                 "       [--license-header NAME:VALUE] [--cache DIR]\n";
+    std::cerr
+        << "usage: zm-origin [--port N] [--host 127.0.0.1] [--fault PREFIX:STATUS[:COUNT]]"
+           " [--delay PREFIX:MS]\n"
+           "       [--license-header NAME:VALUE] [--content-header NAME:VALUE] [--cache DIR]\n";
     return 2;
 }
 
@@ -66,12 +67,14 @@ int main(int argc, char** argv) {
                 return usage(("invalid delay " + value).c_str());
             }
             faults.push_back(*fault);
-        } else if (arg == "--license-header") {
+        } else if (arg == "--license-header" || arg == "--content-header") {
             const std::size_t colon = value.find(':');
             if (colon == 0 || colon == std::string::npos) {
                 return usage(("invalid header " + value).c_str());
             }
-            options.requiredLicenseHeaders[value.substr(0, colon)] = value.substr(colon + 1);
+            auto& headers = arg == "--license-header" ? options.requiredLicenseHeaders
+                                                      : options.requiredContentHeaders;
+            headers[value.substr(0, colon)] = value.substr(colon + 1);
         } else if (arg == "--cache") {
             options.cacheRoot = value;
         } else {
