@@ -1,0 +1,16 @@
+#pragma once
+
+namespace zarvo {
+
+class MediaEngine;
+
+// The pass that engine-side members of the media objects require: only a MediaEngine (the
+// GStreamer one, or a scripted one in tests) can make one, so the SDK cannot change what the
+// engine reports.
+class MediaEngineKey {
+private:
+    friend class MediaEngine;
+    MediaEngineKey() = default;
+};
+
+}  // namespace zarvo

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "zarvo/platform/Error.h"
+
+namespace zarvo {
+
+// Failures of the media engine, in the domain "ZMMediaErrorDomain". The error that caused one
+// (a transport error, the resource loader's error) is its inner error.
+enum class MediaError : long {
+    // A playlist or segment answered with an HTTP error status (user info "HTTPStatusCode").
+    resourceUnavailable = 1,
+    // A playlist or segment could not be fetched at all (the inner error says why).
+    networkFailure = 2,
+    // The resource loader declined a request, or finished it with an error (the inner error).
+    resourceLoadingFailed = 3,
+    // A content key answer that is neither a content key nor a persistent key.
+    invalidContentKey = 4,
+    // A GStreamer element the engine needs is not installed.
+    missingElement = 5,
+    // The pipeline failed (GStreamer's message; its debug text under "DebugInfo").
+    playbackFailed = 6,
+    // The master playlist is not an HLS playlist.
+    invalidPlaylist = 7,
+};
+
+inline constexpr const char* mediaErrorDomain = "ZMMediaErrorDomain";
+inline constexpr const char* httpStatusCodeKey = "HTTPStatusCode";
+inline constexpr const char* debugInfoKey = "DebugInfo";
+
+Error makeMediaError(MediaError code, const std::string& description,
+                     std::optional<Error> inner = std::nullopt, Error::UserInfo userInfo = {});
+bool isMediaError(const Error& error, MediaError code);
+
+}  // namespace zarvo

@@ -1,0 +1,230 @@
+#include "zarvo/media/ResourceServer.h"
+
+#include <condition_variable>
+#include <csignal>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <pthread.h>
+#include <sys/random.h>
+#include <thread>
+
+#include <httplib.h>
+
+#include "zarvo/media/ResourceSession.h"
+#include "zarvo/platform/Base64.h"
+#include "zarvo/platform/FatalError.h"
+#include "zarvo/platform/Immortal.h"
+
+namespace zarvo {
+
+namespace {
+
+// Workers that answer requests. SIGPIPE is blocked on them: a write to a connection the
+// pipeline closed fails with EPIPE instead of killing the process.
+class QuietThreadPool : public httplib::TaskQueue {
+public:
+    explicit QuietThreadPool(std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) {
+            threads_.emplace_back([this] { work(); });
+        }
+    }
+    ~QuietThreadPool() override { shutdown(); }
+
+    void enqueue(std::function<void()> task) override {
+        {
+            std::lock_guard lock(mutex_);
+            tasks_.push_back(std::move(task));
+        }
+        ready_.notify_one();
+    }
+
+    void shutdown() override {
+        {
+            std::lock_guard lock(mutex_);
+            if (stopping_) {
+                return;
+            }
+            stopping_ = true;
+        }
+        ready_.notify_all();
+        for (auto& thread : threads_) {
+            if (thread.joinable()) {
+                thread.join();
+            }
+        }
+    }
+
+    static void blockSigpipe() {
+        sigset_t set;
+        sigemptyset(&set);
+        sigaddset(&set, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    }
+
+private:
+    void work() {
+        blockSigpipe();
+        for (;;) {
+            std::function<void()> task;
+            {
+                std::unique_lock lock(mutex_);
+                ready_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
+                if (tasks_.empty()) {
+                    return;
+                }
+                task = std::move(tasks_.front());
+                tasks_.pop_front();
+            }
+            task();
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable ready_;
+    std::deque<std::function<void()>> tasks_;
+    std::vector<std::thread> threads_;
+    bool stopping_ = false;
+};
+
+// Each keep-alive connection holds a worker while it stays open, and a key request may wait
+// for the application: leave room for several players at once.
+constexpr std::size_t workerCount = 32;
+
+std::string randomToken() {
+    unsigned char bytes[16];
+    std::size_t filled = 0;
+    while (filled < sizeof bytes) {
+        const ssize_t got = getrandom(bytes + filled, sizeof bytes - filled, 0);
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            fatalError("The system gives no random bytes for resource tokens.");
+        }
+        filled += static_cast<std::size_t>(got);
+    }
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string token;
+    for (unsigned char byte : bytes) {
+        token.push_back(digits[byte >> 4]);
+        token.push_back(digits[byte & 0x0f]);
+    }
+    return token;
+}
+
+std::optional<Url> decodeUrl(const std::string& payload) {
+    std::string text = payload;
+    for (char& c : text) {
+        c = c == '-' ? '+' : c == '_' ? '/' : c;
+    }
+    while (text.size() % 4 != 0) {
+        text.push_back('=');
+    }
+    auto decoded = Base64::decode(text);
+    if (!decoded) {
+        return std::nullopt;
+    }
+    auto url = Url::parse(*decoded);
+    if (!url || !url->isAbsolute()) {
+        return std::nullopt;
+    }
+    return url;
+}
+
+bool isKind(char c) {
+    return std::string_view("mvrsiko").find(c) != std::string_view::npos;
+}
+
+}  // namespace
+
+struct ResourceServer::Impl {
+    std::mutex mutex;
+    httplib::Server server;
+    std::thread listener;
+    int port = 0;
+    std::map<std::string, std::weak_ptr<ResourceSession>> sessions;
+
+    void start() {
+        server.new_task_queue = [] {
+            return new QuietThreadPool(workerCount);
+        };
+        server.set_keep_alive_max_count(1000);
+        server.Get(R"(/([0-9a-f]{32})/([a-z])/([A-Za-z0-9_-]+)(?:~(\d{1,18})-(\d{1,18}))?/[^/]*)",
+                   [this](const httplib::Request& request, httplib::Response& response) {
+                       route(request, response);
+                   });
+        port = server.bind_to_any_port("127.0.0.1");
+        if (port <= 0) {
+            fatalError("The media resource server cannot listen on 127.0.0.1.");
+        }
+        listener = std::thread([this] {
+            QuietThreadPool::blockSigpipe();
+            server.listen_after_bind();
+        });
+    }
+
+    void route(const httplib::Request& request, httplib::Response& response) {
+        std::shared_ptr<ResourceSession> session;
+        {
+            std::lock_guard lock(mutex);
+            auto found = sessions.find(request.matches[1]);
+            if (found != sessions.end()) {
+                session = found->second.lock();
+            }
+        }
+        const std::string kind = request.matches[2];
+        auto url = decodeUrl(request.matches[3]);
+        if (!session || !url || kind.size() != 1 || !isKind(kind[0])) {
+            response.status = 404;
+            return;
+        }
+        std::optional<HlsPlaylistRewriter::ByteRange> range;
+        if (request.matches[4].matched) {
+            range = HlsPlaylistRewriter::ByteRange{std::stoll(request.matches[4]),
+                                                   std::stoll(request.matches[5])};
+            if (range->length <= 0) {
+                response.status = 404;
+                return;
+            }
+        }
+        session->handle(request, response, static_cast<ResourceSession::Kind>(kind[0]), *url,
+                        range);
+    }
+};
+
+ResourceServer& ResourceServer::shared() {
+    static Immortal<ResourceServer> server;
+    return server.get();
+}
+
+ResourceServer::ResourceServer() : impl_(std::make_unique<Impl>()) {}
+
+ResourceServer::~ResourceServer() {
+    if (impl_->listener.joinable()) {
+        impl_->server.stop();
+        impl_->listener.join();
+    }
+}
+
+std::string ResourceServer::baseUrl() {
+    std::lock_guard lock(impl_->mutex);
+    if (!impl_->listener.joinable()) {
+        impl_->start();
+    }
+    return "http://127.0.0.1:" + std::to_string(impl_->port);
+}
+
+std::string ResourceServer::add(const std::weak_ptr<ResourceSession>& session) {
+    std::lock_guard lock(impl_->mutex);
+    std::string token = randomToken();
+    impl_->sessions[token] = session;
+    return token;
+}
+
+void ResourceServer::remove(const std::string& token) {
+    std::lock_guard lock(impl_->mutex);
+    impl_->sessions.erase(token);
+}
+
+}  // namespace zarvo

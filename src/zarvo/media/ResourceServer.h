@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace zarvo {
+
+class ResourceSession;
+
+// The process's loopback HTTP server through which the pipeline loads everything it plays:
+// 127.0.0.1 only, on an ephemeral port, started on first use. Each playback registers a
+// session under a random 128-bit token; a request is answered by the session its path names,
+// and a path with an unknown token gets 404. Requests run on the server's own threads (with
+// SIGPIPE blocked, so a pipeline that hangs up mid-answer cannot kill the process).
+class ResourceServer {
+public:
+    static ResourceServer& shared();
+
+    // "http://127.0.0.1:<port>"; starts the server if needed.
+    std::string baseUrl();
+    // Registers `session` under a new token, which it returns; the server holds it weakly.
+    std::string add(const std::weak_ptr<ResourceSession>& session);
+    void remove(const std::string& token);
+
+    ResourceServer();
+    ~ResourceServer();
+    ResourceServer(const ResourceServer&) = delete;
+    ResourceServer& operator=(const ResourceServer&) = delete;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace zarvo

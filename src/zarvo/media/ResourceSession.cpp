@@ -1,0 +1,676 @@
+#include "zarvo/media/ResourceSession.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <utility>
+
+#include <httplib.h>
+
+#include "zarvo/media/AssetLoader.h"
+#include "zarvo/media/AssetResourceLoadingRequest.h"
+#include "zarvo/media/ContentKeyRequest.h"
+#include "zarvo/media/MediaError.h"
+#include "zarvo/media/ResourceServer.h"
+#include "zarvo/media/UrlAsset.h"
+#include "zarvo/platform/Base64.h"
+#include "zarvo/platform/Scheduler.h"
+#include "zarvo/platform/UrlError.h"
+#include "zarvo/platform/UrlSession.h"
+#include "zarvo/platform/UrlSessionStreamTask.h"
+
+namespace zarvo {
+
+namespace {
+
+constexpr const char* playlistType = "application/vnd.apple.mpegurl";
+constexpr std::size_t fileChunk = 256 * 1024;
+// Segment lengths remembered for the access log; a long live session starts over past this.
+constexpr std::size_t maxRememberedSegments = 4096;
+
+std::string base64Url(std::string_view text) {
+    std::string encoded = Base64::encode(text);
+    for (char& c : encoded) {
+        c = c == '+' ? '-' : c == '/' ? '_' : c;
+    }
+    encoded.erase(std::find(encoded.begin(), encoded.end(), '='), encoded.end());
+    return encoded;
+}
+
+// The last path component, kept to safe characters so that the served URL still ends in the
+// resource's own name and extension.
+std::string safeName(const Url& url, ResourceSession::Kind kind) {
+    if (kind == ResourceSession::Kind::key) {
+        return "key";
+    }
+    std::string name;
+    for (char c : url.lastPathComponent()) {
+        const bool safe = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                          (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '_';
+        name.push_back(safe ? c : '_');
+        if (name.size() >= 64) {
+            break;
+        }
+    }
+    return name.empty() ? "resource" : name;
+}
+
+std::string contentTypeFor(const Url& url) {
+    const std::string extension = url.pathExtension();
+    if (extension == "ts") {
+        return "video/mp2t";
+    }
+    if (extension == "aac") {
+        return "audio/aac";
+    }
+    if (extension == "vtt" || extension == "webvtt") {
+        return "text/vtt";
+    }
+    if (extension == "mp4" || extension == "m4s" || extension == "m4v") {
+        return "video/mp4";
+    }
+    if (extension == "m4a") {
+        return "audio/mp4";
+    }
+    return "application/octet-stream";
+}
+
+ResourceSession::Kind kindOf(HlsPlaylistRewriter::ResourceKind kind) {
+    using From = HlsPlaylistRewriter::ResourceKind;
+    switch (kind) {
+        case From::variantPlaylist:
+            return ResourceSession::Kind::variantPlaylist;
+        case From::renditionPlaylist:
+            return ResourceSession::Kind::renditionPlaylist;
+        case From::segment:
+            return ResourceSession::Kind::segment;
+        case From::initializationSection:
+            return ResourceSession::Kind::initializationSection;
+        case From::key:
+            return ResourceSession::Kind::key;
+        case From::other:
+            break;
+    }
+    return ResourceSession::Kind::other;
+}
+
+bool isHttp(const Url& url) {
+    const std::string scheme = url.scheme();
+    return scheme == "http" || scheme == "https";
+}
+
+std::string rangeKey(const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range) {
+    return range ? url.absoluteString() + "~" + std::to_string(range->offset)
+                 : url.absoluteString();
+}
+
+Error statusError(const Url& url, int status) {
+    return makeMediaError(MediaError::resourceUnavailable,
+                          url.absoluteString() + " answered " + std::to_string(status) + ".",
+                          std::nullopt, {{httpStatusCodeKey, std::to_string(status)}});
+}
+
+Error transportError(const Url& url, const Error& error) {
+    return makeMediaError(
+        MediaError::networkFailure,
+        url.absoluteString() + " could not be loaded: " + error.localizedDescription(), error);
+}
+
+// A file read in pieces for one answer.
+struct FileReader {
+    std::FILE* file = nullptr;
+    ~FileReader() {
+        if (file != nullptr) {
+            std::fclose(file);
+        }
+    }
+};
+
+}  // namespace
+
+// One content key being loaded; requests for the same key wait for it together.
+struct ResourceSession::KeyWait {
+    std::shared_ptr<AssetResourceLoadingRequest> request;  // for keys the delegate loads
+    bool accepted = false;
+    bool done = false;
+    std::optional<Data> key;
+    std::optional<Error> error;
+};
+
+std::shared_ptr<ResourceSession> ResourceSession::open(std::shared_ptr<UrlAsset> asset,
+                                                       std::shared_ptr<AssetLoader> loader,
+                                                       std::weak_ptr<Observer> observer,
+                                                       std::shared_ptr<DispatchQueue> queue) {
+    auto session = std::make_shared<ResourceSession>(Token{}, std::move(asset), std::move(loader),
+                                                     std::move(observer), std::move(queue));
+    auto& server = ResourceServer::shared();
+    session->token_ = server.add(session);
+    session->base_ = server.baseUrl() + "/" + session->token_;
+    session->entryUrl_ = session->urlFor(Kind::master, session->asset_->url());
+    return session;
+}
+
+ResourceSession::ResourceSession(Token, std::shared_ptr<UrlAsset> asset,
+                                 std::shared_ptr<AssetLoader> loader,
+                                 std::weak_ptr<Observer> observer,
+                                 std::shared_ptr<DispatchQueue> queue)
+    : asset_(std::move(asset)),
+      loader_(std::move(loader)),
+      observer_(std::move(observer)),
+      observerQueue_(queue ? std::move(queue) : DispatchQueue::main()) {}
+
+ResourceSession::~ResourceSession() {
+    close();
+}
+
+std::string ResourceSession::urlFor(
+    Kind kind, const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range) const {
+    std::string text =
+        base_ + "/" + static_cast<char>(kind) + "/" + base64Url(url.absoluteString());
+    if (range) {
+        text += "~" + std::to_string(range->offset) + "-" + std::to_string(range->length);
+    }
+    return text + "/" + safeName(url, kind);
+}
+
+void ResourceSession::close() {
+    std::set<std::shared_ptr<UrlSessionStreamTask>> streams;
+    std::map<std::string, std::shared_ptr<KeyWait>> waits;
+    {
+        std::lock_guard lock(mutex_);
+        if (closed_) {
+            return;
+        }
+        closed_ = true;
+        streams.swap(streams_);
+        waits = keyWaits_;
+    }
+    changed_.notify_all();
+    if (!token_.empty()) {
+        ResourceServer::shared().remove(token_);
+    }
+    for (const auto& stream : streams) {
+        stream->cancel();
+    }
+    for (const auto& [uri, wait] : waits) {
+        bool accepted = false;
+        {
+            std::lock_guard lock(mutex_);
+            accepted = wait->accepted;
+        }
+        if (wait->request && wait->request->cancel() && accepted) {
+            asset_->resourceLoader()->notifyCancelled(wait->request);
+        }
+    }
+}
+
+bool ResourceSession::isClosed() const {
+    std::lock_guard lock(mutex_);
+    return closed_;
+}
+
+void ResourceSession::notify(std::function<void(Observer&)> call) {
+    observerQueue_->async([observer = observer_, call = std::move(call)] {
+        if (auto strong = observer.lock()) {
+            call(*strong);
+        }
+    });
+}
+
+void ResourceSession::track(const std::shared_ptr<UrlSessionStreamTask>& task) {
+    bool closed = false;
+    {
+        std::lock_guard lock(mutex_);
+        closed = closed_;
+        if (!closed) {
+            streams_.insert(task);
+        }
+    }
+    if (closed) {
+        task->cancel();
+    }
+}
+
+void ResourceSession::untrack(const std::shared_ptr<UrlSessionStreamTask>& task) {
+    std::lock_guard lock(mutex_);
+    streams_.erase(task);
+}
+
+void ResourceSession::handle(const httplib::Request&, httplib::Response& response, Kind kind,
+                             const Url& url,
+                             const std::optional<HlsPlaylistRewriter::ByteRange>& range) {
+    if (isClosed()) {
+        response.status = 404;
+        return;
+    }
+    switch (kind) {
+        case Kind::master:
+        case Kind::variantPlaylist:
+        case Kind::renditionPlaylist:
+            servePlaylist(response, kind, url);
+            return;
+        case Kind::key:
+            serveKey(response, url);
+            return;
+        case Kind::segment:
+        case Kind::initializationSection:
+        case Kind::other:
+            if (isHttp(url)) {
+                serveStream(response, kind, url, range);
+            } else if (url.isFileUrl()) {
+                serveFile(response, kind, url, range);
+            } else {
+                response.status = 404;
+            }
+            return;
+    }
+    response.status = 404;
+}
+
+void ResourceSession::servePlaylist(httplib::Response& response, Kind kind, const Url& url) {
+    auto result = std::make_shared<std::optional<AssetLoader::Fetched>>();
+    loader_->fetchPlaylist(url,
+                           [weakSelf = weak_from_this(), result](AssetLoader::Fetched fetched) {
+                               if (auto self = weakSelf.lock()) {
+                                   {
+                                       std::lock_guard lock(self->mutex_);
+                                       *result = std::move(fetched);
+                                   }
+                                   self->changed_.notify_all();
+                               }
+                           });
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return result->has_value() || closed_; });
+    if (!result->has_value()) {
+        response.status = 404;
+        return;
+    }
+    AssetLoader::Fetched fetched = std::move(**result);
+    lock.unlock();
+
+    if (fetched.error) {
+        const Error error = transportError(url, *fetched.error);
+        notify([error](Observer& observer) { observer.resourceFailed(error); });
+        response.status = 502;
+        return;
+    }
+    if (fetched.statusCode < 200 || fetched.statusCode >= 300) {
+        const Error error = statusError(url, fetched.statusCode);
+        notify([error](Observer& observer) { observer.resourceFailed(error); });
+        response.status = fetched.statusCode >= 400 ? fetched.statusCode : 502;
+        response.set_content(fetched.body, "text/plain");
+        return;
+    }
+    auto info = HlsPlaylistRewriter::rewrite(
+        fetched.body, url, [this](const HlsPlaylistRewriter::Reference& reference) {
+            const Kind kind = kindOf(reference.kind);
+            if (kind != Kind::key && !isHttp(reference.url) && !reference.url.isFileUrl()) {
+                return std::optional<std::string>();
+            }
+            return std::optional<std::string>(urlFor(kind, reference.url, reference.byteRange));
+        });
+    response.status = 200;
+    response.set_header("Cache-Control", "no-cache");
+    response.set_content(info.text, playlistType);
+    info.text.clear();
+    if (kind == Kind::master && info.isMasterPlaylist) {
+        loader_->masterRead(info);
+    }
+    PlaylistServed served{kind, url, std::move(info)};
+    rememberSegments(served);
+    notify([served = std::move(served)](Observer& observer) { observer.playlistServed(served); });
+}
+
+void ResourceSession::rememberSegments(const PlaylistServed& served) {
+    std::lock_guard lock(mutex_);
+    if (segmentDurations_.size() > maxRememberedSegments) {
+        segmentDurations_.clear();
+    }
+    for (const auto& segment : served.info.segments) {
+        if (segment.url) {
+            segmentDurations_[rangeKey(*segment.url, segment.byteRange)] = segment.duration;
+        }
+    }
+}
+
+std::optional<double> ResourceSession::segmentDuration(const std::string& key) const {
+    std::lock_guard lock(mutex_);
+    auto found = segmentDurations_.find(key);
+    if (found == segmentDurations_.end()) {
+        return std::nullopt;
+    }
+    return found->second;
+}
+
+namespace {
+
+// The state of one answer streamed from the origin to the pipeline.
+struct StreamAnswer {
+    std::shared_ptr<UrlSessionStreamTask> task;
+    std::int64_t skip = 0;        // bytes of the body before the range (an origin that ignored it)
+    std::int64_t remaining = -1;  // bytes still to send; -1: to the end
+    Data piece;
+    std::size_t pieceOffset = 0;
+    std::int64_t sent = 0;
+    double started = 0;
+    bool failed = false;
+    bool released = false;
+
+    // The next bytes to send; false at the end or on a failure (`failed` tells which).
+    bool next() {
+        while (pieceOffset >= piece.size()) {
+            if (remaining == 0) {
+                return false;
+            }
+            auto read = task->read();
+            if (std::holds_alternative<Error>(read)) {
+                failed = true;
+                return false;
+            }
+            piece = std::move(std::get<Data>(read));
+            pieceOffset = 0;
+            if (piece.empty()) {
+                failed = remaining > 0;
+                return false;
+            }
+            if (skip > 0) {
+                const auto dropped =
+                    std::min<std::int64_t>(skip, static_cast<std::int64_t>(piece.size()));
+                pieceOffset = static_cast<std::size_t>(dropped);
+                skip -= dropped;
+            }
+        }
+        return true;
+    }
+
+    // Writes what is at hand, at most `limit` bytes; false when the pipeline hung up.
+    bool write(httplib::DataSink& sink, std::size_t limit) {
+        std::size_t count = std::min(piece.size() - pieceOffset, limit);
+        if (remaining >= 0) {
+            count = std::min(count, static_cast<std::size_t>(remaining));
+        }
+        if (!sink.write(piece.data() + pieceOffset, count)) {
+            failed = true;
+            return false;
+        }
+        pieceOffset += count;
+        sent += static_cast<std::int64_t>(count);
+        if (remaining > 0) {
+            remaining -= static_cast<std::int64_t>(count);
+        }
+        return true;
+    }
+};
+
+}  // namespace
+
+void ResourceSession::serveStream(httplib::Response& response, Kind kind, const Url& url,
+                                  const std::optional<HlsPlaylistRewriter::ByteRange>& range) {
+    UrlRequest request(url);
+    if (range) {
+        request.setValue("bytes=" + std::to_string(range->offset) + "-" +
+                             std::to_string(range->offset + range->length - 1),
+                         "Range");
+    }
+    auto answer = std::make_shared<StreamAnswer>();
+    answer->started = Scheduler::standard()->uptime();
+    answer->task = loader_->session()->streamTask(std::move(request));
+    track(answer->task);
+    answer->task->resume();
+    auto head = answer->task->waitForResponse();
+    if (auto* error = std::get_if<Error>(&head)) {
+        untrack(answer->task);
+        if (!isClosed()) {
+            const Error failure = transportError(url, *error);
+            notify([failure](Observer& observer) { observer.resourceFailed(failure); });
+        }
+        response.status = 502;
+        return;
+    }
+    const auto& origin = std::get<HttpUrlResponse>(head);
+    if (origin.statusCode >= 400 || origin.statusCode < 200) {
+        answer->task->cancel();
+        untrack(answer->task);
+        const Error failure = statusError(url, origin.statusCode);
+        notify([failure](Observer& observer) { observer.resourceFailed(failure); });
+        response.status = origin.statusCode >= 400 ? origin.statusCode : 502;
+        return;
+    }
+    std::int64_t length = origin.expectedContentLength;
+    if (range) {
+        answer->skip = origin.statusCode == 206 ? 0 : range->offset;
+        length = range->length;
+    }
+    answer->remaining = length;
+    const std::string type = origin.mimeType().value_or(contentTypeFor(url));
+    const std::optional<double> mediaDuration = segmentDuration(rangeKey(url, range));
+
+    auto release = [weakSelf = weak_from_this(), answer, kind, url, mediaDuration](bool success) {
+        if (std::exchange(answer->released, true)) {
+            return;
+        }
+        answer->task->cancel();
+        auto self = weakSelf.lock();
+        if (!self) {
+            return;
+        }
+        self->untrack(answer->task);
+        Transfer transfer{kind,          url,
+                          answer->sent,  Scheduler::standard()->uptime() - answer->started,
+                          mediaDuration, success && !answer->failed};
+        self->notify([transfer](Observer& observer) { observer.transferred(transfer); });
+    };
+    if (length >= 0) {
+        response.set_content_provider(
+            static_cast<std::size_t>(length), type,
+            [answer](std::size_t, std::size_t limit, httplib::DataSink& sink) {
+                return answer->next() && answer->write(sink, limit);
+            },
+            std::move(release));
+    } else {
+        response.set_chunked_content_provider(
+            type,
+            [answer](std::size_t, httplib::DataSink& sink) {
+                if (!answer->next()) {
+                    if (answer->failed) {
+                        return false;
+                    }
+                    sink.done();
+                    return true;
+                }
+                return answer->write(sink, answer->piece.size());
+            },
+            std::move(release));
+    }
+    response.status = 200;
+}
+
+void ResourceSession::serveFile(httplib::Response& response, Kind kind, const Url& url,
+                                const std::optional<HlsPlaylistRewriter::ByteRange>& range) {
+    if (!asset_->url().isFileUrl()) {
+        response.status = 403;
+        return;
+    }
+    auto reader = std::make_shared<FileReader>();
+    reader->file = std::fopen(url.decodedPath().c_str(), "rb");
+    if (reader->file == nullptr || std::fseek(reader->file, 0, SEEK_END) != 0) {
+        response.status = 404;
+        const Error failure = statusError(url, 404);
+        notify([failure](Observer& observer) { observer.resourceFailed(failure); });
+        return;
+    }
+    const long size = std::ftell(reader->file);
+    std::int64_t offset = range ? range->offset : 0;
+    std::int64_t length = range ? range->length : size;
+    if (size < 0 || offset > size) {
+        response.status = 416;
+        return;
+    }
+    length = std::min<std::int64_t>(length, size - offset);
+    std::fseek(reader->file, static_cast<long>(offset), SEEK_SET);
+    const double started = Scheduler::standard()->uptime();
+    const std::optional<double> mediaDuration = segmentDuration(rangeKey(url, range));
+    response.status = 200;
+    response.set_content_provider(
+        static_cast<std::size_t>(length), contentTypeFor(url),
+        [reader](std::size_t, std::size_t limit, httplib::DataSink& sink) {
+            Data buffer(std::min(limit, fileChunk), '\0');
+            const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), reader->file);
+            return got > 0 && sink.write(buffer.data(), got);
+        },
+        [weakSelf = weak_from_this(), kind, url, length, started, mediaDuration](bool success) {
+            if (auto self = weakSelf.lock()) {
+                Transfer transfer{kind,
+                                  url,
+                                  success ? length : 0,
+                                  Scheduler::standard()->uptime() - started,
+                                  mediaDuration,
+                                  success};
+                self->notify([transfer](Observer& observer) { observer.transferred(transfer); });
+            }
+        });
+}
+
+void ResourceSession::serveKey(httplib::Response& response, const Url& url) {
+    std::optional<Error> error;
+    std::optional<Data> key;
+    {
+        std::lock_guard lock(mutex_);
+        auto known = keys_.find(url.absoluteString());
+        if (known != keys_.end()) {
+            key = known->second;
+        }
+    }
+    if (!key) {
+        key = isHttp(url) || url.isFileUrl() ? fetchKeyOverNetwork(url, error)
+                                             : loadKeyThroughDelegate(url, error);
+    }
+    if (key) {
+        response.status = 200;
+        response.set_content(*key, "application/octet-stream");
+        return;
+    }
+    response.status = isClosed() ? 404 : 403;
+    if (error) {
+        response.set_content(error->localizedDescription(), "text/plain");
+    }
+}
+
+std::optional<Data> ResourceSession::fetchKeyOverNetwork(const Url& url,
+                                                         std::optional<Error>& error) {
+    auto result = std::make_shared<std::optional<AssetLoader::Fetched>>();
+    loader_->fetch(url, [weakSelf = weak_from_this(), result](AssetLoader::Fetched fetched) {
+        if (auto self = weakSelf.lock()) {
+            {
+                std::lock_guard lock(self->mutex_);
+                *result = std::move(fetched);
+            }
+            self->changed_.notify_all();
+        }
+    });
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return result->has_value() || closed_; });
+    if (!result->has_value()) {
+        return std::nullopt;
+    }
+    const AssetLoader::Fetched fetched = std::move(**result);
+    lock.unlock();
+    if (fetched.error || fetched.statusCode < 200 || fetched.statusCode >= 300) {
+        error = fetched.error ? transportError(url, *fetched.error)
+                              : statusError(url, fetched.statusCode);
+        notify([failure = *error](Observer& observer) { observer.resourceFailed(failure); });
+        return std::nullopt;
+    }
+    return fetched.body;
+}
+
+std::optional<Data> ResourceSession::loadKeyThroughDelegate(const Url& url,
+                                                            std::optional<Error>& error) {
+    std::shared_ptr<KeyWait> wait;
+    bool first = false;
+    {
+        std::lock_guard lock(mutex_);
+        auto& slot = keyWaits_[url.absoluteString()];
+        if (!slot) {
+            slot = std::make_shared<KeyWait>();
+            first = true;
+        }
+        wait = slot;
+    }
+    if (first) {
+        auto settle = [weakSelf = weak_from_this(), wait, url](std::optional<Data> key,
+                                                               std::optional<Error> failure) {
+            auto self = weakSelf.lock();
+            if (!self) {
+                return;
+            }
+            {
+                std::lock_guard lock(self->mutex_);
+                wait->done = true;
+                wait->key = std::move(key);
+                wait->error = failure;
+                self->keyWaits_.erase(url.absoluteString());
+                if (wait->key) {
+                    self->keys_[url.absoluteString()] = *wait->key;
+                }
+            }
+            self->changed_.notify_all();
+            if (failure) {
+                self->notify(
+                    [failure = *failure](Observer& observer) { observer.failed(failure); });
+            }
+        };
+        wait->request = std::make_shared<AssetResourceLoadingRequest>(
+            UrlRequest(url), true, true,
+            [settle, url](const AssetResourceLoadingRequest::Outcome& outcome) {
+                if (outcome.error) {
+                    settle(std::nullopt, makeMediaError(MediaError::resourceLoadingFailed,
+                                                        "The resource loader failed to load " +
+                                                            url.absoluteString() + ": " +
+                                                            outcome.error->localizedDescription(),
+                                                        outcome.error));
+                    return;
+                }
+                const bool persistent =
+                    outcome.contentType ==
+                    AssetResourceLoadingContentInformationRequest::persistentContentKeyType;
+                auto key = persistent ? ContentKeyRequest::contentKeyFromPersistentKey(outcome.data)
+                                      : ContentKeyRequest::contentKey(outcome.data);
+                if (!key && !persistent) {
+                    key = ContentKeyRequest::contentKeyFromPersistentKey(outcome.data);
+                }
+                if (!key) {
+                    settle(std::nullopt,
+                           makeMediaError(MediaError::invalidContentKey,
+                                          "The answer to " + url.absoluteString() +
+                                              " is not a content key (" +
+                                              std::to_string(outcome.data.size()) + " bytes)."));
+                    return;
+                }
+                settle(std::move(key), std::nullopt);
+            });
+        asset_->resourceLoader()->offer(
+            wait->request, false, [weakSelf = weak_from_this(), wait, settle, url](bool accepted) {
+                if (accepted) {
+                    if (auto self = weakSelf.lock()) {
+                        std::lock_guard lock(self->mutex_);
+                        wait->accepted = true;
+                    }
+                    return;
+                }
+                if (wait->request->cancel()) {
+                    settle(std::nullopt, makeMediaError(MediaError::resourceLoadingFailed,
+                                                        "The resource loader declined " +
+                                                            url.absoluteString() + "."));
+                }
+            });
+    }
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return wait->done || closed_; });
+    if (!wait->done) {
+        return std::nullopt;
+    }
+    error = wait->error;
+    return wait->key;
+}
+
+}  // namespace zarvo

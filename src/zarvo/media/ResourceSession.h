@@ -1,0 +1,139 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "zarvo/media/HlsPlaylistRewriter.h"
+#include "zarvo/platform/Data.h"
+#include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Error.h"
+#include "zarvo/platform/Url.h"
+
+namespace httplib {
+struct Request;
+struct Response;
+}  // namespace httplib
+
+namespace zarvo {
+
+class AssetLoader;
+class AssetResourceLoadingRequest;
+class UrlAsset;
+class UrlSessionStreamTask;
+
+// Everything one playback of an asset loads, served to the pipeline under one token of the
+// ResourceServer. Playlists are fetched (or taken from what the AssetLoader read ahead) and
+// rewritten so that each URI they name leads back here; segments stream through as they
+// arrive, never held whole; keys with an http(s) or file URL are fetched, others become
+// loading requests for the asset's resource loader. What it learns on the way (the playlists
+// it served, each transfer, failures) goes to its observer on the observer's queue.
+class ResourceSession : public std::enable_shared_from_this<ResourceSession> {
+public:
+    // What a served URL stands for; the letter is part of its path.
+    enum class Kind : char {
+        master = 'm',
+        variantPlaylist = 'v',
+        renditionPlaylist = 'r',
+        segment = 's',
+        initializationSection = 'i',
+        key = 'k',
+        other = 'o',
+    };
+    struct PlaylistServed {
+        Kind kind = Kind::master;
+        Url url;
+        HlsPlaylistRewriter::Result info;  // without its text
+    };
+    struct Transfer {
+        Kind kind = Kind::segment;
+        Url url;
+        std::int64_t bytes = 0;
+        double seconds = 0;                   // from the request to the last byte
+        std::optional<double> mediaDuration;  // EXTINF of the segment, when known
+        bool complete = true;                 // false when it broke off
+    };
+    class Observer {
+    public:
+        virtual ~Observer() = default;
+        virtual void playlistServed(const PlaylistServed& playlist) = 0;
+        virtual void transferred(const Transfer& transfer) = 0;
+        // A failure that ends the playback (a content key that could not be had).
+        virtual void failed(const Error& error) = 0;
+        // A failure the pipeline may get over (it retries), kept to explain one it does not.
+        virtual void resourceFailed(const Error& error) = 0;
+    };
+
+    static std::shared_ptr<ResourceSession> open(std::shared_ptr<UrlAsset> asset,
+                                                 std::shared_ptr<AssetLoader> loader,
+                                                 std::weak_ptr<Observer> observer,
+                                                 std::shared_ptr<DispatchQueue> observerQueue);
+    ~ResourceSession();
+    ResourceSession(const ResourceSession&) = delete;
+    ResourceSession& operator=(const ResourceSession&) = delete;
+
+    // The URL the pipeline opens: the asset's master playlist, served here.
+    const std::string& entryUrl() const { return entryUrl_; }
+    // Stops serving: transfers in flight are cancelled, loading requests the delegate holds
+    // are cancelled (it is told), waiting requests are let go; later requests get 404.
+    void close();
+
+    // The server's entry point for a request of this session (on a server thread).
+    void handle(const httplib::Request& request, httplib::Response& response, Kind kind,
+                const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range);
+
+    // The URL under which this session serves `url` as `kind`.
+    std::string urlFor(Kind kind, const Url& url,
+                       const std::optional<HlsPlaylistRewriter::ByteRange>& range = {}) const;
+
+    struct Token {
+        explicit Token() = default;
+    };
+    ResourceSession(Token, std::shared_ptr<UrlAsset> asset, std::shared_ptr<AssetLoader> loader,
+                    std::weak_ptr<Observer> observer, std::shared_ptr<DispatchQueue> queue);
+
+private:
+    struct KeyWait;
+
+    void servePlaylist(httplib::Response& response, Kind kind, const Url& url);
+    void serveStream(httplib::Response& response, Kind kind, const Url& url,
+                     const std::optional<HlsPlaylistRewriter::ByteRange>& range);
+    void serveFile(httplib::Response& response, Kind kind, const Url& url,
+                   const std::optional<HlsPlaylistRewriter::ByteRange>& range);
+    void serveKey(httplib::Response& response, const Url& url);
+    // Waits for a fetch through the loader; nothing when the session closed first.
+    std::optional<Data> fetchKeyOverNetwork(const Url& url, std::optional<Error>& error);
+    std::optional<Data> loadKeyThroughDelegate(const Url& url, std::optional<Error>& error);
+    void rememberSegments(const PlaylistServed& served);
+    // The EXTINF of a segment served, by URL (and range offset).
+    std::optional<double> segmentDuration(const std::string& key) const;
+
+    void notify(std::function<void(Observer&)> call);
+    bool isClosed() const;
+    void track(const std::shared_ptr<UrlSessionStreamTask>& task);
+    void untrack(const std::shared_ptr<UrlSessionStreamTask>& task);
+
+    const std::shared_ptr<UrlAsset> asset_;
+    const std::shared_ptr<AssetLoader> loader_;
+    const std::weak_ptr<Observer> observer_;
+    const std::shared_ptr<DispatchQueue> observerQueue_;
+    std::string base_;  // "http://127.0.0.1:<port>/<token>"
+    std::string token_;
+    std::string entryUrl_;
+
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    bool closed_ = false;
+    std::set<std::shared_ptr<UrlSessionStreamTask>> streams_;
+    std::map<std::string, Data> keys_;                          // content keys by URI, once loaded
+    std::map<std::string, std::shared_ptr<KeyWait>> keyWaits_;  // loads in flight by URI
+    std::map<std::string, double> segmentDurations_;
+};
+
+}  // namespace zarvo
