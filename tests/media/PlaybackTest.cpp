@@ -1,7 +1,6 @@
 // The GStreamer engine against the sample origin: statuses, seeks, selection, dates, metadata,
 // headers, keys, files and faults. Playback runs in real time; the tests wait by running the
 // main loop until a condition holds (or a deadline passes).
-#include <dirent.h>
 #include <filesystem>
 #include <map>
 
@@ -33,14 +32,18 @@ bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadli
 }
 
 std::size_t entriesIn(const char* folder) {
-    std::size_t count = 0;
-    if (DIR* dir = opendir(folder)) {
-        while (readdir(dir) != nullptr) {
-            ++count;
-        }
-        closedir(dir);
+    std::error_code error;
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder, error), {}));
+}
+
+// What the process's file descriptors lead to, for a failure message.
+std::string openFiles() {
+    std::string text;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd", error)) {
+        text += " " + fs::read_symlink(entry.path(), error).string();
     }
-    return count;
+    return text;
 }
 
 // One player with an item, and everything they report.
@@ -411,7 +414,7 @@ TEST_F(PlaybackTest, RemovingTheItemStopsFetchingAndDestroyingThePlayerLeavesNot
         },
         5s))
         << entriesIn("/proc/self/task") << " threads (" << threads << " before), "
-        << entriesIn("/proc/self/fd") << " files (" << files << " before)";
+        << entriesIn("/proc/self/fd") << " files (" << files << " before):" << openFiles();
 }
 
 TEST_F(PlaybackTest, UnreachableAndMissingMastersFailTheItemWithTheirCause) {

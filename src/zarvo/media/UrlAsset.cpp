@@ -68,9 +68,11 @@ MediaSelection UrlAsset::preferredMediaSelection() const {
 
 void UrlAsset::loadMediaSelections(std::shared_ptr<DispatchQueue> queue,
                                    LoadCompletion completion) {
-    if (engine_) {
-        std::call_once(loadingStarted_, [this] { engine_->loadAsset(shared_from_this()); });
-    }
+    std::call_once(loadingStarted_, [this] {
+        if (auto engine = engine_.lock()) {
+            engine->loadAsset(shared_from_this());
+        }
+    });
     std::optional<Error> error;
     {
         std::lock_guard lock(mutex_);

@@ -75,7 +75,7 @@ private:
     void settle(std::vector<MediaSelectionGroup> groups, std::optional<Error> error);
 
     const Url url_;
-    std::shared_ptr<MediaEngine> engine_;
+    std::weak_ptr<MediaEngine> engine_;  // the engine owns state that refers to its assets
     std::once_flag loadingStarted_;
     const Options options_;
     const std::shared_ptr<AssetResourceLoader> resourceLoader_;
