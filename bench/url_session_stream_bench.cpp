@@ -7,8 +7,8 @@
 
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
-#include <httplib.h>
 
+#include "LoopbackBodyServer.h"
 #include "zarvo/platform/UrlSession.h"
 
 namespace {
@@ -17,41 +17,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t bodyLength = 100 << 20;
 
-// An httplib server on 127.0.0.1 whose /body is made by a content provider while it is sent.
-class BodyServer {
-public:
-    BodyServer() : chunk_(256 * 1024, 's') {
-        server_.set_tcp_nodelay(true);
-        // The session keeps its connection open: a short keep-alive lets the server stop soon.
-        server_.set_keep_alive_timeout(1);
-        server_.Get("/body", [this](const httplib::Request&, httplib::Response& response) {
-            response.set_content_provider(
-                bodyLength, "video/mp2t",
-                [this](std::size_t offset, std::size_t, httplib::DataSink& sink) {
-                    return sink.write(chunk_.data(), std::min(chunk_.size(), bodyLength - offset));
-                });
-        });
-        port_ = server_.bind_to_any_port("127.0.0.1");
-        listener_ = std::thread([this] { server_.listen_after_bind(); });
-        while (!server_.is_running()) {
-            std::this_thread::yield();
-        }
-    }
-    ~BodyServer() {
-        server_.stop();
-        listener_.join();
-    }
-    std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/body"; }
-
-private:
-    const std::string chunk_;
-    httplib::Server server_;
-    int port_ = -1;
-    std::thread listener_;
-};
-
-BodyServer& server() {
-    static BodyServer instance;
+LoopbackBodyServer& server() {
+    static LoopbackBodyServer instance("/body", bodyLength);
     return instance;
 }
 

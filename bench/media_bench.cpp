@@ -1,0 +1,411 @@
+// The media engine against plain GStreamer and curl, each measurement alternating with its peer:
+//   - time to the first video frame of the sample VOD, for a later item in this process and in
+//     a fresh process (a child started for each run);
+//   - CPU time and peak RSS of a child process that plays the whole sample VOD;
+//   - one 100 MB segment through the loopback resource server against curl from the origin.
+// Children are this executable started with --child MODE ENGINE URL; they print one number.
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <spawn.h>
+#include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <curl/curl.h>
+#include <gst/gst.h>
+
+#include "zarvo/media/AssetLoader.h"
+#include "zarvo/media/MediaEngine.h"
+#include "zarvo/media/Player.h"
+#include "zarvo/media/PlayerItem.h"
+#include "zarvo/media/ResourceSession.h"
+#include "zarvo/media/UrlAsset.h"
+#include "zarvo/platform/NotificationCenter.h"
+#include "zarvo/platform/ProcessInfo.h"
+#include "zarvo/platform/RunLoop.h"
+
+#include "LoopbackBodyServer.h"
+#include "origin/SampleOrigin.h"
+
+extern char** environ;
+
+namespace {
+
+using namespace std::chrono_literals;
+using zarvo::ProcessInfo;
+using zarvo::RunLoop;
+
+constexpr auto playbackDeadline = 120s;
+
+// --- The SDK side -------------------------------------------------------------------------
+
+// Plays `url` on `player` from the start; the seconds to the first frame, or nothing.
+std::optional<double> sdkFirstFrame(const std::shared_ptr<zarvo::Player>& player,
+                                    const std::string& url, double since) {
+    auto item = zarvo::PlayerItem::make(zarvo::UrlAsset::make(*zarvo::Url::parse(url)));
+    std::optional<double> frameAt;
+    auto token = zarvo::NotificationCenter::defaultCenter().addObserver(
+        zarvo::PlayerItem::firstVideoFrameNotification, item.get(), nullptr,
+        [&](const zarvo::Notification& notification) {
+            frameAt = std::any_cast<double>(
+                notification.userInfo.at(zarvo::PlayerItem::firstVideoFrameUptimeKey));
+        });
+    player->replaceCurrentItem(item);
+    player->play();
+    RunLoop::main().runUntil([&] { return frameAt.has_value(); }, playbackDeadline);
+    player->replaceCurrentItem(nullptr);
+    if (!frameAt) {
+        return std::nullopt;
+    }
+    return *frameAt - since;
+}
+
+bool sdkPlayToEnd(const std::string& url) {
+    auto player = zarvo::Player::make();
+    auto item = zarvo::PlayerItem::make(zarvo::UrlAsset::make(*zarvo::Url::parse(url)));
+    bool ended = false;
+    auto token = zarvo::NotificationCenter::defaultCenter().addObserver(
+        zarvo::PlayerItem::didPlayToEndTimeNotification, item.get(), nullptr,
+        [&](const zarvo::Notification&) { ended = true; });
+    player->replaceCurrentItem(item);
+    player->play();
+    return RunLoop::main().runUntil([&] { return ended || item->error(); }, playbackDeadline) &&
+           ended;
+}
+
+// --- The peer: a plain playbin3 with synced fake sinks ------------------------------------
+
+class PlainPlaybin {
+public:
+    PlainPlaybin() {
+        gst_init(nullptr, nullptr);
+        playbin_ = gst_element_factory_make("playbin3", nullptr);
+        GstElement* video = gst_element_factory_make("fakesink", nullptr);
+        GstElement* audio = gst_element_factory_make("fakesink", nullptr);
+        g_object_set(video, "sync", TRUE, nullptr);
+        g_object_set(audio, "sync", TRUE, nullptr);
+        GstPad* pad = gst_element_get_static_pad(video, "sink");
+        gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, onBuffer, this, nullptr);
+        gst_object_unref(pad);
+        g_object_set(playbin_, "video-sink", video, "audio-sink", audio, nullptr);
+        GstBus* bus = gst_element_get_bus(playbin_);
+        watch_ = gst_bus_add_watch(bus, onMessage, this);
+        gst_object_unref(bus);
+    }
+    ~PlainPlaybin() {
+        gst_element_set_state(playbin_, GST_STATE_NULL);
+        g_source_remove(watch_);
+        gst_object_unref(playbin_);
+    }
+    PlainPlaybin(const PlainPlaybin&) = delete;
+    PlainPlaybin& operator=(const PlainPlaybin&) = delete;
+
+    std::optional<double> firstFrame(const std::string& url, double since) {
+        play(url);
+        RunLoop::main().runUntil([&] { return frameAt_ > 0 || failed_; }, playbackDeadline);
+        gst_element_set_state(playbin_, GST_STATE_NULL);
+        if (frameAt_ <= 0) {
+            return std::nullopt;
+        }
+        return frameAt_.load() - since;
+    }
+
+    bool playToEnd(const std::string& url) {
+        play(url);
+        RunLoop::main().runUntil([&] { return ended_ || failed_; }, playbackDeadline);
+        return ended_;
+    }
+
+private:
+    void play(const std::string& url) {
+        frameAt_ = 0;
+        ended_ = failed_ = false;
+        g_object_set(playbin_, "uri", url.c_str(), nullptr);
+        gst_element_set_state(playbin_, GST_STATE_PLAYING);
+    }
+    static GstPadProbeReturn onBuffer(GstPad*, GstPadProbeInfo*, gpointer data) {
+        auto* self = static_cast<PlainPlaybin*>(data);
+        double expected = 0;
+        self->frameAt_.compare_exchange_strong(expected, ProcessInfo::systemUptime());
+        return GST_PAD_PROBE_OK;
+    }
+    static gboolean onMessage(GstBus*, GstMessage* message, gpointer data) {
+        auto* self = static_cast<PlainPlaybin*>(data);
+        if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
+            self->ended_ = true;
+        } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
+            self->failed_ = true;
+        }
+        return G_SOURCE_CONTINUE;
+    }
+
+    GstElement* playbin_ = nullptr;
+    guint watch_ = 0;
+    std::atomic<double> frameAt_ = 0;
+    bool ended_ = false;
+    bool failed_ = false;
+};
+
+// --- Children -----------------------------------------------------------------------------
+
+int childMain(const std::string& mode, const std::string& engine, const std::string& url) {
+    const double start = ProcessInfo::systemUptime();
+    if (mode == "first-frame") {
+        std::optional<double> seconds;
+        if (engine == "sdk") {
+            seconds = sdkFirstFrame(zarvo::Player::make(), url, start);
+        } else {
+            seconds = PlainPlaybin().firstFrame(url, start);
+        }
+        if (!seconds) {
+            return 1;
+        }
+        std::printf("%.6f\n", *seconds);
+        return 0;
+    }
+    const bool ended = engine == "sdk" ? sdkPlayToEnd(url) : PlainPlaybin().playToEnd(url);
+    std::printf("%d\n", ended ? 1 : 0);
+    return ended ? 0 : 1;
+}
+
+struct ChildRun {
+    double value = 0;  // what the child printed
+    double cpuSeconds = 0;
+    double peakRssMb = 0;
+};
+
+std::optional<ChildRun> runChild(const std::string& mode, const std::string& engine,
+                                 const std::string& url) {
+    int fds[2];
+    if (::pipe(fds) != 0) {
+        return std::nullopt;
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+    posix_spawn_file_actions_addclose(&actions, fds[0]);
+    std::string self = "/proc/self/exe";
+    std::vector<std::string> args{"media_bench", "--child", mode, engine, url};
+    std::vector<char*> argv;
+    for (auto& arg : args) {
+        argv.push_back(arg.data());
+    }
+    argv.push_back(nullptr);
+    // Both engines send audio to a synced fake sink.
+    std::vector<std::string> environment{"ZM_AUDIO_SINK=fakesink sync=true"};
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        if (std::strncmp(*entry, "ZM_AUDIO_SINK=", 14) != 0) {
+            environment.emplace_back(*entry);
+        }
+    }
+    std::vector<char*> envp;
+    for (auto& entry : environment) {
+        envp.push_back(entry.data());
+    }
+    envp.push_back(nullptr);
+    pid_t pid = -1;
+    const int spawned =
+        posix_spawn(&pid, self.c_str(), &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(fds[1]);
+    if (spawned != 0) {
+        ::close(fds[0]);
+        return std::nullopt;
+    }
+    std::string output;
+    char buffer[256];
+    for (ssize_t n; (n = ::read(fds[0], buffer, sizeof buffer)) > 0;) {
+        output.append(buffer, static_cast<std::size_t>(n));
+    }
+    ::close(fds[0]);
+    int status = 0;
+    rusage usage{};
+    ::wait4(pid, &status, 0, &usage);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        return std::nullopt;
+    }
+    auto seconds = [](const timeval& time) {
+        return time.tv_sec + time.tv_usec / 1e6;
+    };
+    return ChildRun{std::stod(output), seconds(usage.ru_utime) + seconds(usage.ru_stime),
+                    usage.ru_maxrss / 1024.0};
+}
+
+// --- The origins --------------------------------------------------------------------------
+
+zarvo::origin::SampleOrigin& sampleOrigin() {
+    static auto* origin = [] {
+        auto* made = new zarvo::origin::SampleOrigin();
+        if (made->start()) {
+            std::fprintf(stderr, "the sample origin did not start\n");
+            std::exit(1);
+        }
+        return made;
+    }();
+    return *origin;
+}
+
+constexpr std::size_t segmentLength = 100 << 20;
+
+// The engine's key, for opening a resource session outside a player.
+struct BenchEngineKey : zarvo::MediaEngine {
+    static zarvo::MediaEngineKey get() { return key(); }
+};
+
+// Bytes/s of one GET with a curl easy handle that throws the body away.
+double curlThroughput(const std::string& url) {
+    CURL* curl = curl_easy_init();
+    std::size_t received = 0;
+    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(
+        curl, CURLOPT_WRITEFUNCTION, +[](char*, std::size_t size, std::size_t count, void* data) {
+            *static_cast<std::size_t*>(data) += size * count;
+            return size * count;
+        });
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &received);
+    const auto start = std::chrono::steady_clock::now();
+    const CURLcode code = curl_easy_perform(curl);
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    curl_easy_cleanup(curl);
+    return code == CURLE_OK && received == segmentLength ? received / seconds : 0;
+}
+
+// --- Benchmarks ---------------------------------------------------------------------------
+
+void reportRatio(benchmark::State& state, const char* name, double sdk, double peer) {
+    state.counters[std::string(name) + "_sdk"] = sdk;
+    state.counters[std::string(name) + "_playbin3"] = peer;
+    state.counters["ratio"] = peer > 0 ? sdk / peer : 0;
+}
+
+void BM_FirstFrameLaterItem(benchmark::State& state) {
+    const std::string url = sampleOrigin().url("/vod/master.m3u8");
+    setenv("ZM_AUDIO_SINK", "fakesink sync=true", 1);
+    auto player = zarvo::Player::make();
+    PlainPlaybin plain;
+    // The first items warm up what a process keeps (plugins, thread pools).
+    sdkFirstFrame(player, url, ProcessInfo::systemUptime());
+    plain.firstFrame(url, ProcessInfo::systemUptime());
+    double sdk = 0;
+    double peer = 0;
+    for (auto _ : state) {
+        auto a = sdkFirstFrame(player, url, ProcessInfo::systemUptime());
+        auto b = plain.firstFrame(url, ProcessInfo::systemUptime());
+        if (!a || !b) {
+            state.SkipWithError("no first frame");
+            return;
+        }
+        sdk += *a;
+        peer += *b;
+    }
+    const auto n = static_cast<double>(state.iterations());
+    reportRatio(state, "ms", sdk / n * 1000, peer / n * 1000);
+}
+BENCHMARK(BM_FirstFrameLaterItem)->Iterations(10)->Unit(benchmark::kMillisecond);
+
+// Runs a child of each engine per iteration, the SDK first; the runs, or nothing when one failed.
+std::optional<std::pair<std::vector<ChildRun>, std::vector<ChildRun>>> alternateChildren(
+    benchmark::State& state, const std::string& mode) {
+    const std::string url = sampleOrigin().url("/vod/master.m3u8");
+    runChild(mode, "sdk", url);  // the page cache warm for both
+    std::pair<std::vector<ChildRun>, std::vector<ChildRun>> runs;
+    for (auto _ : state) {
+        auto a = runChild(mode, "sdk", url);
+        auto b = runChild(mode, "playbin3", url);
+        if (!a || !b) {
+            state.SkipWithError("a child failed");
+            return std::nullopt;
+        }
+        runs.first.push_back(*a);
+        runs.second.push_back(*b);
+    }
+    return runs;
+}
+
+template <typename Field>
+double mean(const std::vector<ChildRun>& runs, Field field) {
+    double sum = 0;
+    for (const auto& run : runs) {
+        sum += run.*field;
+    }
+    return runs.empty() ? 0 : sum / static_cast<double>(runs.size());
+}
+
+double peak(const std::vector<ChildRun>& runs) {
+    double most = 0;
+    for (const auto& run : runs) {
+        most = std::max(most, run.peakRssMb);
+    }
+    return most;
+}
+
+void BM_FirstFrameFreshProcess(benchmark::State& state) {
+    if (auto runs = alternateChildren(state, "first-frame")) {
+        reportRatio(state, "ms", mean(runs->first, &ChildRun::value) * 1000,
+                    mean(runs->second, &ChildRun::value) * 1000);
+    }
+}
+BENCHMARK(BM_FirstFrameFreshProcess)->Iterations(6)->Unit(benchmark::kMillisecond);
+
+void BM_WholeVodCpuAndPeakRss(benchmark::State& state) {
+    if (auto runs = alternateChildren(state, "whole")) {
+        const double sdkCpu = mean(runs->first, &ChildRun::cpuSeconds);
+        const double peerCpu = mean(runs->second, &ChildRun::cpuSeconds);
+        state.counters["cpu_s_sdk"] = sdkCpu;
+        state.counters["cpu_s_playbin3"] = peerCpu;
+        state.counters["cpu_ratio"] = peerCpu > 0 ? sdkCpu / peerCpu : 0;
+        state.counters["rss_MB_sdk"] = peak(runs->first);
+        state.counters["rss_MB_playbin3"] = peak(runs->second);
+        state.counters["rss_MB_more"] = peak(runs->first) - peak(runs->second);
+    }
+}
+BENCHMARK(BM_WholeVodCpuAndPeakRss)->Iterations(2)->Unit(benchmark::kSecond);
+
+void BM_SegmentThroughResourceServer(benchmark::State& state) {
+    LoopbackBodyServer origin("/big.ts", segmentLength);
+    const zarvo::Url url = *zarvo::Url::parse(origin.url());
+    // The asset's own playlist is not there: the session serves the segment by its URL alone.
+    auto asset =
+        zarvo::UrlAsset::make(url.deletingLastPathComponent().appendingPathComponent("index.m3u8"));
+    auto loader = zarvo::AssetLoader::start(asset, BenchEngineKey::get());
+    auto session = zarvo::ResourceSession::open(asset, loader, {}, zarvo::DispatchQueue::main());
+    const std::string served = session->urlFor(zarvo::ResourceSession::Kind::segment, url);
+    double sdk = 0;
+    double peer = 0;
+    for (auto _ : state) {
+        const double a = curlThroughput(served);
+        const double b = curlThroughput(origin.url());
+        if (a == 0 || b == 0) {
+            state.SkipWithError("a transfer failed");
+            return;
+        }
+        sdk += a;
+        peer += b;
+    }
+    const auto n = static_cast<double>(state.iterations());
+    state.counters["MBps_resource_server"] = sdk / n / 1e6;
+    state.counters["MBps_curl_direct"] = peer / n / 1e6;
+    state.counters["share"] = sdk / peer;
+    session->close();
+}
+BENCHMARK(BM_SegmentThroughResourceServer)->Iterations(5)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 5 && std::strcmp(argv[1], "--child") == 0) {
+        return childMain(argv[2], argv[3], argv[4]);
+    }
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
