@@ -8,8 +8,9 @@
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
 
-#include "LoopbackBodyServer.h"
 #include "zarvo/platform/UrlSession.h"
+
+#include "LoopbackBodyServer.h"
 
 namespace {
 
