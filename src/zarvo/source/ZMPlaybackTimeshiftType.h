@@ -1,0 +1,16 @@
+#pragma once
+
+#include <optional>
+
+namespace zarvo {
+
+// How a timeshift is given: as a start date or as a window of seconds behind the live edge.
+enum class ZMPlaybackTimeshiftType : int {
+    startTime = 0,
+    dvrWindow = 1,
+};
+
+// The timeshift type with the raw value `rawValue`; nothing for any other value.
+std::optional<ZMPlaybackTimeshiftType> makeZMPlaybackTimeshiftType(int rawValue);
+
+}  // namespace zarvo
