@@ -1,0 +1,18 @@
+#pragma once
+
+#include "zarvo/platform/Json.h"
+#include "zarvo/player/ZMPlayerMetadataVast.h"
+
+namespace zarvo {
+
+// The whole JSON of one metadata item: {"vast": {"event": {...}}}.
+struct ZMPlayerMetadataValue {
+    ZMPlayerMetadataVast vast;
+
+    bool operator==(const ZMPlayerMetadataValue&) const = default;
+};
+
+// "vast" is required; without it (or with a non-object) this throws nlohmann::json::exception.
+void from_json(const Json& json, ZMPlayerMetadataValue& value);
+
+}  // namespace zarvo

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "zarvo/platform/Json.h"
+#include "zarvo/player/ZMPlayerMetadataEvent.h"
+
+namespace zarvo {
+
+// The "vast" object of a metadata item: {"event": {...}}.
+struct ZMPlayerMetadataVast {
+    ZMPlayerMetadataEvent event;
+
+    bool operator==(const ZMPlayerMetadataVast&) const = default;
+};
+
+// "event" is required; without it (or with a non-object) this throws nlohmann::json::exception.
+void from_json(const Json& json, ZMPlayerMetadataVast& vast);
+
+}  // namespace zarvo
