@@ -1,0 +1,17 @@
+#pragma once
+
+#include "zarvo/media/Player.h"
+
+namespace zarvo {
+
+// What the platform player is doing, one case for each time-control status.
+enum class ZMPlaybackStatus {
+    paused,
+    waiting,
+    playing,
+};
+
+// A time-control value outside the three known ones stops the process (fatalError).
+ZMPlaybackStatus toZMPlaybackStatus(Player::TimeControlStatus status);
+
+}  // namespace zarvo

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "zarvo/media/MediaCharacteristic.h"
+#include "zarvo/media/MediaSelectionOption.h"
+#include "zarvo/media/PlayerItemAccessLogEvent.h"
+#include "zarvo/media/TextStyleRule.h"
+#include "zarvo/platform/Error.h"
+#include "zarvo/player/ZMMediaOption.h"
+#include "zarvo/player/ZMPlaybackStatus.h"
+#include "zarvo/player/ZMPlayerMetadataEvent.h"
+#include "zarvo/player/ZMPlayerStatus.h"
+
+namespace zarvo {
+
+class ZMPlayer;
+
+// Receives everything a ZMPlayer reports. The player holds its delegate weakly.
+class ZMPlayerDelegate {
+public:
+    virtual ~ZMPlayerDelegate() = default;
+
+    // Every 0.5 s while there is a current item: the observed media time and the item's
+    // duration, in seconds.
+    virtual void playerCurrentTime(ZMPlayer& player, double currentTime, double duration) = 0;
+    // On each new status of the platform player.
+    virtual void playerDidChangePlayerStatus(ZMPlayer& player, ZMPlayerStatus status) = 0;
+    // On each new status of the current item and on each change of its media selection.
+    virtual void playerPlayedItemDidChange(ZMPlayer& player, ZMPlayerStatus status) = 0;
+    // When the time-control status differs from the last one reported.
+    virtual void playerDidChangePlaybackStatus(ZMPlayer& player, ZMPlaybackStatus status) = 0;
+    // When the indicated bitrate (kbit/s) of the access log's last event changes.
+    virtual void playerDidChangeIndicatedBitrate(ZMPlayer& player, double bitrate) = 0;
+    // Just before a failed status of the player or the item, with its error.
+    virtual void playerDidOccurError(ZMPlayer& player, const Error& error) = 0;
+    // When timed-metadata events fall due.
+    virtual void playerDidOccurEvents(ZMPlayer& player,
+                                      const std::vector<ZMPlayerMetadataEvent>& events) = 0;
+    // The host's own audio or subtitle option list for these options of the asset; nothing
+    // keeps the default list.
+    virtual std::optional<std::vector<ZMMediaOption>> playerMapMediaOptions(
+        ZMPlayer& player, const std::vector<MediaSelectionOption>& options,
+        const MediaCharacteristic& characteristic) = 0;
+    // Subtitle style for each new item; an empty list leaves the item's style alone.
+    virtual std::vector<TextStyleRule> playerInternalSubtitlesTextStyleRules(ZMPlayer& player) = 0;
+    // The whole access log of the current item, after each change that may touch it.
+    virtual void playerDidOccurAccessLogEvents(
+        ZMPlayer& player, const std::vector<PlayerItemAccessLogEvent>& events) = 0;
+};
+
+}  // namespace zarvo
