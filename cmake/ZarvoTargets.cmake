@@ -15,9 +15,10 @@ function(zm_folder_library name folder)
   endif()
 endfunction()
 
-# zm_folder_tests(folder DEPS ...): one GoogleTest executable of every .cpp in tests/<folder>.
+# zm_folder_tests(folder [SERIAL] DEPS ...): one GoogleTest executable of every .cpp in
+# tests/<folder>. SERIAL tests run alone: they play media in real time.
 function(zm_folder_tests folder)
-  cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "SERIAL" "" "DEPS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/${folder}/*.cpp)
   if(NOT sources)
     return()
@@ -26,5 +27,10 @@ function(zm_folder_tests folder)
   add_executable(${name} ${sources})
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} zm_test_support GTest::gmock)
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS ${folder} TIMEOUT 300)
+  set(serial OFF)
+  if(ARG_SERIAL)
+    set(serial ON)
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+                       PROPERTIES LABELS ${folder} TIMEOUT 300 RUN_SERIAL ${serial})
 endfunction()
