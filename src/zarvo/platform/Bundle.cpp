@@ -55,7 +55,7 @@ void Bundle::resetMain() {
 }
 
 Bundle Bundle::sdk() {
-    return Bundle{"com.zarvo.ZarvoMediaPlayer", ZARVO_SDK_VERSION, ZARVO_SDK_VERSION};
+    return Bundle{"com.zarvo.ZarvoMediaPlayer", ZARVO_SDK_VERSION, ZARVO_SDK_BUILD};
 }
 
 }  // namespace zarvo

@@ -1,0 +1,250 @@
+// ZMPlayer's delegate rules on a scripted media engine and a manual clock: what each platform
+// change becomes, in which order, and what the queries give with and without a source.
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "zarvo/media/MediaError.h"
+#include "zarvo/platform/Base64.h"
+#include "zarvo/platform/ManualScheduler.h"
+#include "zarvo/platform/RunLoop.h"
+#include "zarvo/player/ZMPlayer.h"
+#include "zarvo/source/ZMPlaybackSourceOptions.h"
+
+#include "support/ScriptedMediaEngine.h"
+
+namespace zarvo {
+namespace {
+
+using namespace std::chrono_literals;
+using TimeControl = Player::TimeControlStatus;
+
+// Records every call as one line of text.
+class Recorder : public ZMPlayerDelegate {
+public:
+    std::vector<std::string> calls;
+    std::optional<std::vector<ZMMediaOption>> mapping;
+
+    void playerCurrentTime(ZMPlayer&, double time, double duration) override {
+        calls.push_back("time " + std::to_string(std::lround(time * 10)) + "/" +
+                        std::to_string(std::lround(duration)));
+    }
+    void playerDidChangePlayerStatus(ZMPlayer&, ZMPlayerStatus status) override {
+        calls.push_back("player " + name(status));
+    }
+    void playerPlayedItemDidChange(ZMPlayer&, ZMPlayerStatus status) override {
+        calls.push_back("item " + name(status));
+    }
+    void playerDidChangePlaybackStatus(ZMPlayer&, ZMPlaybackStatus status) override {
+        calls.push_back("playback " + std::to_string(static_cast<int>(status)));
+    }
+    void playerDidChangeIndicatedBitrate(ZMPlayer&, double bitrate) override {
+        calls.push_back("bitrate " + std::to_string(std::lround(bitrate)));
+    }
+    void playerDidOccurError(ZMPlayer&, const Error& error) override {
+        calls.push_back("error " + error.localizedDescription());
+    }
+    void playerDidOccurEvents(ZMPlayer&,
+                              const std::vector<ZMPlayerMetadataEvent>& events) override {
+        for (const auto& event : events) {
+            calls.push_back("event " + event.identifier.value_or("?"));
+        }
+    }
+    std::optional<std::vector<ZMMediaOption>> playerMapMediaOptions(
+        ZMPlayer&, const std::vector<MediaSelectionOption>&, const MediaCharacteristic&) override {
+        return mapping;
+    }
+    std::vector<TextStyleRule> playerInternalSubtitlesTextStyleRules(ZMPlayer&) override {
+        return {};
+    }
+    void playerDidOccurAccessLogEvents(
+        ZMPlayer&, const std::vector<PlayerItemAccessLogEvent>& events) override {
+        calls.push_back("log " + std::to_string(events.size()));
+    }
+    std::vector<std::string> take() { return std::exchange(calls, {}); }
+
+private:
+    static std::string name(ZMPlayerStatus status) {
+        return status == ZMPlayerStatus::failed        ? "failed"
+               : status == ZMPlayerStatus::readyToPlay ? "ready"
+                                                       : "unknown";
+    }
+};
+
+// A source whose factory makes no item.
+class EmptySource : public ZMPlaybackSource {
+public:
+    EmptySource() : ZMPlaybackSource(*Url::parse("http://127.0.0.1:1/a.m3u8"), options()) {}
+    std::shared_ptr<PlayerItem> createPlayerItem() override { return nullptr; }
+    static ZMPlaybackSourceOptions options() { return ZMPlaybackSourceOptions(false); }
+};
+
+PlayerItemAccessLogEvent logEvent(double indicated, double observed) {
+    PlayerItemAccessLogEvent event;
+    event.indicatedBitrate = indicated;
+    event.observedBitrate = observed;
+    return event;
+}
+
+class ZMPlayerTest : public ::testing::Test {
+protected:
+    void settle() { RunLoop::main().runUntilIdle(); }
+    void advance(Scheduler::Duration by) {
+        scheduler->advance(by);
+        settle();
+    }
+    std::shared_ptr<PlayerItem> open(bool live) {
+        player->open(std::make_shared<ZMPlaybackSource>(*Url::parse("http://127.0.0.1:1/m.m3u8"),
+                                                        ZMPlaybackSourceOptions(live)),
+                     true);
+        settle();
+        return player->systemPlayer()->currentItem();
+    }
+    Player& platform() { return *player->systemPlayer(); }
+
+    std::shared_ptr<ManualScheduler> scheduler = ManualScheduler::create();
+    ScopedStandardScheduler scopedScheduler{scheduler};
+    std::shared_ptr<test::ScriptedMediaEngine> engine =
+        std::make_shared<test::ScriptedMediaEngine>();
+    ScopedMediaEngine scopedEngine{engine};
+    std::shared_ptr<Recorder> recorder = std::make_shared<Recorder>();
+    std::shared_ptr<ZMPlayer> player = [this] {
+        auto made = ZMPlayer::make();
+        made->setDelegate(recorder);
+        return made;
+    }();
+};
+
+TEST_F(ZMPlayerTest, StatusesErrorsAndAccessLogsReachTheDelegateInOrder) {
+    EXPECT_TRUE(player->allowsExternalPlayback());
+    EXPECT_TRUE(platform().allowsExternalPlayback()) << "set before any source";
+    auto item = open(false);
+    ASSERT_TRUE(item);
+    EXPECT_EQ(platform().rate(), 1.0f) << "autoplay";
+
+    engine->reportTimeControlStatus(platform(), TimeControl::waitingToPlayAtSpecifiedRate);
+    engine->reportTimeControlStatus(platform(), TimeControl::waitingToPlayAtSpecifiedRate);
+    engine->reportStatus(*item, PlayerItem::Status::readyToPlay);
+    EXPECT_EQ(recorder->take(),
+              (std::vector<std::string>{"playback 1", "item ready", "log 0", "log 0"}));
+
+    // The first entry's bitrate is reported once; the same bitrate again only repeats the log.
+    engine->reportAccessLog(*item, {logEvent(1'500'000, NAN)});
+    settle();
+    engine->reportAccessLog(*item, {logEvent(1'500'000, NAN), logEvent(1'500'000, 2e6)});
+    settle();
+    EXPECT_EQ(recorder->take(), (std::vector<std::string>{"bitrate 1500", "log 1", "log 2"}));
+    EXPECT_EQ(player->currentIndictatedVideoBitrate(), 1500.0);
+    EXPECT_EQ(player->currentVideoBandwidth(), 2000.0);
+    engine->reportAccessLog(*item, {logEvent(800'000, INFINITY)});
+    settle();
+    EXPECT_EQ(player->currentVideoBandwidth(), std::nullopt) << "infinite observed bitrate";
+    EXPECT_EQ(recorder->take(), (std::vector<std::string>{"bitrate 800", "log 1"}));
+
+    // A failing item reports its error first; the player's own failure likewise.
+    engine->reportStatus(*item, PlayerItem::Status::failed,
+                         makeMediaError(MediaError::networkFailure, "no network"));
+    engine->reportStatus(platform(), Player::Status::failed,
+                         makeMediaError(MediaError::missingElement, "no sink"));
+    engine->reportStatus(platform(), Player::Status::unknown);
+    EXPECT_EQ(recorder->take(),
+              (std::vector<std::string>{"error no network", "item failed", "log 1", "log 1",
+                                        "error no sink", "player failed", "player unknown"}));
+
+    // The media-selection notification reports the current item's status once more.
+    item->select(std::nullopt, MediaSelectionGroup(MediaCharacteristic::legible(), {}));
+    settle();
+    EXPECT_EQ(recorder->take(),
+              (std::vector<std::string>{"error no network", "item failed", "log 1"}));
+}
+
+TEST_F(ZMPlayerTest, TimesFollowTheStreamTypeAndTicksDeliverDueAdEventsOnce) {
+    auto item = open(true);
+    engine->reportDuration(*item, MediaTime::make(30, 1));
+    const Date date = Date::fromReferenceDate(1.0);
+    engine->state(platform()).date = date;
+    EXPECT_EQ(player->currentTime(), date.timeIntervalSince1970()) << "live: the programme date";
+    engine->state(platform()).date.reset();
+    EXPECT_EQ(player->currentTime(), scheduler->now().timeIntervalSince1970()) << "or now";
+
+    // An ad event from 00:00:01 for 15 s, in URL-safe Base64 without padding, delivered twice.
+    std::string value = Base64::encode(
+        R"({"vast":{"event":{"id":"ad-1","event":"start","offset":1000,"duration":"15"}}})");
+    for (char& c : value) {
+        c = c == '+' ? '-' : c == '/' ? '_' : c;
+    }
+    value.erase(value.find_last_not_of('=') + 1);
+    DateRangeMetadataGroup group{"ad-1",
+                                 std::nullopt,
+                                 date,
+                                 std::nullopt,
+                                 {MetadataItem{"lsdr/X-AD-EVENT", "X-AD-EVENT", value}}};
+    ASSERT_EQ(item->metadataCollectors().size(), 1u);
+    engine->collect(*item->metadataCollectors()[0], {group});
+    engine->collect(*item->metadataCollectors()[0], {group});
+    settle();
+    engine->state(platform()).date = date.addingTimeInterval(5);
+    engine->state(platform()).time = MediaTime::make(2, 1);
+    engine->reportTimeControlStatus(platform(), TimeControl::playing);
+    settle();
+    advance(500ms);
+    advance(500ms);
+    auto calls = recorder->take();
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), "event ad-1"), 1)
+        << ::testing::PrintToString(calls);
+    EXPECT_EQ(calls.at(1), "time 20/30") << "the observed time and the item's duration";
+
+    // Without a source the queries are neutral, but the player stays usable.
+    player->removeCurrentSource();
+    settle();
+    EXPECT_EQ(player->duration(), 0.0);
+    EXPECT_EQ(player->currentPlayerTimeOffset(), 0.0);
+    EXPECT_EQ(player->streamType(), std::nullopt);
+    EXPECT_EQ(player->timeshiftAvailable(), std::nullopt);
+    EXPECT_EQ(player->currentTime(), 0.0);
+
+    // A source that makes no item leaves nothing current and still starts the player.
+    platform().pause();
+    player->open(std::make_shared<EmptySource>(), true);
+    EXPECT_EQ(platform().currentItem(), nullptr);
+    EXPECT_EQ(platform().rate(), 1.0f);
+    EXPECT_EQ(player->streamType(), ZMStreamType::vod);
+}
+
+TEST_F(ZMPlayerTest, OptionListsDropClosedCaptionsFromTheGroupAndFromTheDelegate) {
+    auto item = open(false);
+    auto option = [](const char* name) {
+        MediaSelectionOption::Rendition rendition;
+        rendition.name = name;
+        rendition.mediaType = MediaSelectionOption::MediaType::subtitle;
+        return MediaSelectionOption(rendition);
+    };
+    engine->finishAsset(
+        *item->asset(),
+        {MediaSelectionGroup(MediaCharacteristic::legible(),
+                             {option("English"), option("English CC"), option("Polski")})});
+    settle();
+    std::vector<std::string> titles;
+    for (const auto& subtitle : player->subtitleOptions()) {
+        titles.push_back(subtitle.title());
+    }
+    EXPECT_EQ(titles, (std::vector<std::string>{"English", "Polski"}));
+    EXPECT_TRUE(player->audioOptions().empty()) << "no audible group";
+
+    recorder->mapping =
+        std::vector<ZMMediaOption>{ZMMediaOption("CC1", ZMMediaOptionType::noSubtitles()),
+                                   ZMMediaOption("Off", ZMMediaOptionType::noSubtitles())};
+    auto mapped = player->subtitleOptions();
+    ASSERT_EQ(mapped.size(), 1u);
+    EXPECT_EQ(mapped[0].uid(), "no-subtitles");
+    recorder->mapping = std::vector<ZMMediaOption>{};
+    EXPECT_TRUE(player->subtitleOptions().empty()) << "an empty mapping is used as given";
+
+    player->selectOptionGroup(option("Polski"), MediaCharacteristic::legible());
+    EXPECT_EQ(player->currentSubtitleOption(), option("Polski"));
+}
+
+}  // namespace
+}  // namespace zarvo
