@@ -1,0 +1,364 @@
+// zmplay play: plays a stream through ZMPlayer and prints every delegate call as it happens.
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "zarvo/media/MediaCharacteristic.h"
+#include "zarvo/media/PlayerItem.h"
+#include "zarvo/platform/Date.h"
+#include "zarvo/platform/Json.h"
+#include "zarvo/platform/NotificationCenter.h"
+#include "zarvo/platform/RunLoop.h"
+#include "zarvo/platform/Url.h"
+#include "zarvo/player/ZMPlayer.h"
+#include "zarvo/source/ZMPlaybackSource.h"
+#include "zarvo/source/ZMPlaybackSourceOptions.h"
+#include "zarvo/source/ZMPlaybackTimeshift.h"
+
+#include "zmplay/Command.h"
+
+namespace zarvo::zmplay {
+namespace {
+
+constexpr const char* usage =
+    "play <url> [--live] [--dvr SECONDS | --start-time ISO8601] [--header NAME:VALUE]... "
+    "[--audio LANG] [--subtitles LANG] [--headless] [--for SECONDS] [--seek SECONDS] [--json]";
+
+struct PlayOptions {
+    std::string url;
+    bool live = false;
+    std::optional<std::int64_t> dvrSeconds;
+    std::optional<Date> startTime;
+    std::map<std::string, std::string> headers;
+    std::optional<std::string> audio;
+    std::optional<std::string> subtitles;
+    std::optional<double> forSeconds;
+    std::optional<double> seekTo;
+    bool json = false;
+};
+
+std::optional<double> parseNumber(const std::string& text) {
+    double value = 0;
+    auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (text.empty() || status != std::errc() || end != text.data() + text.size() ||
+        !std::isfinite(value) || value < 0) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+// Fills `options` or returns the problem.
+std::optional<std::string> parse(const std::vector<std::string>& arguments, PlayOptions& options) {
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& flag = arguments[i];
+        auto value = [&]() -> std::optional<std::string> {
+            if (i + 1 >= arguments.size()) {
+                return std::nullopt;
+            }
+            return arguments[++i];
+        };
+        if (flag == "--live") {
+            options.live = true;
+        } else if (flag == "--json") {
+            options.json = true;
+        } else if (flag == "--headless") {
+            continue;
+        } else if (flag == "--dvr" || flag == "--for" || flag == "--seek") {
+            auto text = value();
+            auto number = text ? parseNumber(*text) : std::nullopt;
+            if (!number) {
+                return flag + " needs a number of seconds";
+            }
+            if (flag == "--dvr") {
+                options.dvrSeconds = static_cast<std::int64_t>(*number);
+            } else if (flag == "--for") {
+                options.forSeconds = *number;
+            } else {
+                options.seekTo = *number;
+            }
+        } else if (flag == "--start-time") {
+            auto text = value();
+            Date date(0);
+            if (!text || !Date::parseIso8601(*text, date)) {
+                return "--start-time needs an ISO 8601 date";
+            }
+            options.startTime = date;
+        } else if (flag == "--header") {
+            auto text = value();
+            auto colon = text ? text->find(':') : std::string::npos;
+            if (colon == std::string::npos || colon == 0) {
+                return "--header needs NAME:VALUE";
+            }
+            options.headers[text->substr(0, colon)] = text->substr(colon + 1);
+        } else if (flag == "--audio" || flag == "--subtitles") {
+            auto text = value();
+            if (!text || text->empty()) {
+                return flag + " needs a language";
+            }
+            (flag == "--audio" ? options.audio : options.subtitles) = *text;
+        } else if (!flag.empty() && flag[0] == '-') {
+            return "unknown option " + flag;
+        } else if (options.url.empty()) {
+            options.url = flag;
+        } else {
+            return "one URL only";
+        }
+    }
+    if (options.url.empty()) {
+        return "a URL is needed";
+    }
+    if (options.dvrSeconds && options.startTime) {
+        return "--dvr and --start-time exclude each other";
+    }
+    return std::nullopt;
+}
+
+const char* text(ZMPlayerStatus status) {
+    switch (status) {
+        case ZMPlayerStatus::failed:
+            return "failed";
+        case ZMPlayerStatus::readyToPlay:
+            return "readyToPlay";
+        default:
+            return "unknown";
+    }
+}
+
+const char* text(ZMPlaybackStatus status) {
+    switch (status) {
+        case ZMPlaybackStatus::paused:
+            return "paused";
+        case ZMPlaybackStatus::waiting:
+            return "waiting";
+        default:
+            return "playing";
+    }
+}
+
+// Prints each delegate call: a JSON object per line, or a readable line with a status line
+// redrawn in place under it on a terminal.
+class Printer : public ZMPlayerDelegate {
+public:
+    Printer(const PlayOptions& options)
+        : options_(options), terminal_(!options.json && ::isatty(STDOUT_FILENO) == 1) {}
+
+    std::optional<std::string> failure;
+    bool ready = false;
+
+    void playerCurrentTime(ZMPlayer&, double currentTime, double duration) override {
+        time_ = currentTime;
+        duration_ = duration;
+        if (terminal_) {
+            redraw();
+        } else {
+            emit(Json{{"event", "currentTime"},
+                      {"currentTime", currentTime},
+                      {"duration", std::isfinite(duration) ? Json(duration) : Json(nullptr)}},
+                 "currentTime " + seconds(currentTime) + " / " + seconds(duration));
+        }
+    }
+    void playerDidChangePlayerStatus(ZMPlayer&, ZMPlayerStatus status) override {
+        emit(Json{{"event", "didChangePlayerStatus"}, {"value", text(status)}},
+             std::string("player status ") + text(status));
+    }
+    void playerPlayedItemDidChange(ZMPlayer& player, ZMPlayerStatus status) override {
+        emit(Json{{"event", "playedItemDidChange"}, {"value", text(status)}},
+             std::string("item status ") + text(status));
+        if (status == ZMPlayerStatus::failed && !failure) {
+            failure = lastError_.value_or("the item failed");
+        }
+        if (status == ZMPlayerStatus::readyToPlay && !std::exchange(ready, true)) {
+            choose(player, MediaCharacteristic::audible(), options_.audio);
+            choose(player, MediaCharacteristic::legible(), options_.subtitles);
+        }
+    }
+    void playerDidChangePlaybackStatus(ZMPlayer&, ZMPlaybackStatus status) override {
+        playback_ = status;
+        emit(Json{{"event", "didChangePlaybackStatus"}, {"value", text(status)}},
+             std::string("playback ") + text(status));
+    }
+    void playerDidChangeIndicatedBitrate(ZMPlayer&, double bitrate) override {
+        bitrate_ = bitrate;
+        emit(Json{{"event", "didChangeIndicatedBitrate"}, {"value", bitrate}},
+             "indicated bitrate " + std::to_string(std::lround(bitrate)) + " kbit/s");
+    }
+    void playerDidOccurError(ZMPlayer&, const Error& error) override {
+        lastError_ = error.localizedDescription();
+        emit(Json{{"event", "didOccurError"},
+                  {"domain", error.domain()},
+                  {"code", error.code()},
+                  {"message", error.localizedDescription()}},
+             "error " + error.domain() + " " + std::to_string(error.code()) + ": " +
+                 error.localizedDescription());
+    }
+    void playerDidOccurEvents(ZMPlayer&,
+                              const std::vector<ZMPlayerMetadataEvent>& events) override {
+        Json list = Json::array();
+        std::string line = "events";
+        for (const auto& event : events) {
+            list.push_back(event);
+            line += " " + event.event.value_or("?") + "(" + event.identifier.value_or("") + ")";
+        }
+        emit(Json{{"event", "didOccurEvents"}, {"events", list}}, line);
+    }
+    std::optional<std::vector<ZMMediaOption>> playerMapMediaOptions(
+        ZMPlayer&, const std::vector<MediaSelectionOption>&, const MediaCharacteristic&) override {
+        return std::nullopt;
+    }
+    std::vector<TextStyleRule> playerInternalSubtitlesTextStyleRules(ZMPlayer&) override {
+        return {};
+    }
+    void playerDidOccurAccessLogEvents(
+        ZMPlayer&, const std::vector<PlayerItemAccessLogEvent>& events) override {
+        if (events.empty()) {
+            emit(Json{{"event", "didOccurAccessLogEvents"}, {"count", 0}}, "access log: empty");
+            return;
+        }
+        const auto& last = events.back();
+        emit(
+            Json{{"event", "didOccurAccessLogEvents"},
+                 {"count", events.size()},
+                 {"uri", last.uri},
+                 {"indicatedBitrate", last.indicatedBitrate},
+                 {"observedBitrate",
+                  std::isfinite(last.observedBitrate) ? Json(last.observedBitrate) : Json(nullptr)},
+                 {"numberOfStalls", last.numberOfStalls}},
+            "access log: " + std::to_string(events.size()) + " events, playing " + last.uri);
+    }
+
+    void finish() {
+        if (terminal_) {
+            std::printf("\n");
+        }
+        std::fflush(stdout);
+    }
+
+private:
+    void choose(ZMPlayer& player, const MediaCharacteristic& characteristic,
+                const std::optional<std::string>& language) {
+        if (!language) {
+            return;
+        }
+        for (const auto& option : characteristic == MediaCharacteristic::audible()
+                                      ? player.audioOptions()
+                                      : player.subtitleOptions()) {
+            auto locale = option.locale();
+            if (locale && (locale->identifier() == *language || locale->lang() == *language)) {
+                auto chosen = characteristic == MediaCharacteristic::audible()
+                                  ? option.audioSelectionOption()
+                                  : option.internalSubtitleSelectionOption();
+                player.selectOptionGroup(chosen, characteristic);
+                return;
+            }
+        }
+        emit(Json{{"event", "note"}, {"message", "no option for " + *language}},
+             "no option for " + *language);
+    }
+
+    static std::string seconds(double value) {
+        if (!std::isfinite(value)) {
+            return "live";
+        }
+        char buffer[32];
+        std::snprintf(buffer, sizeof buffer, "%.1f", value);
+        return buffer;
+    }
+
+    void emit(const Json& json, const std::string& line) {
+        if (options_.json) {
+            std::printf("%s\n", json::dump(json).c_str());
+        } else if (terminal_) {
+            std::printf("\r\033[K%s\n", line.c_str());
+            redraw();
+        } else {
+            std::printf("%s\n", line.c_str());
+        }
+        std::fflush(stdout);
+    }
+
+    void redraw() {
+        std::printf("\r\033[K%s / %s  %s kbit/s  %s", seconds(time_).c_str(),
+                    seconds(duration_).c_str(),
+                    bitrate_ ? std::to_string(std::lround(*bitrate_)).c_str() : "-",
+                    playback_ == ZMPlaybackStatus::waiting ? "buffering" : "");
+        std::fflush(stdout);
+    }
+
+    const PlayOptions& options_;
+    const bool terminal_;
+    double time_ = 0;
+    double duration_ = 0;
+    std::optional<double> bitrate_;
+    std::optional<ZMPlaybackStatus> playback_;
+    std::optional<std::string> lastError_;
+};
+
+std::shared_ptr<ZMPlaybackSource> makeSource(const PlayOptions& options, const Url& url) {
+    std::optional<ZMPlaybackSourceOptions> sourceOptions;
+    if (options.dvrSeconds) {
+        sourceOptions.emplace(ZMPlaybackTimeshift(*options.dvrSeconds), true);
+    } else if (options.startTime) {
+        sourceOptions.emplace(ZMPlaybackTimeshift(std::optional<Date>(*options.startTime)), true);
+    } else {
+        sourceOptions.emplace(options.live);
+    }
+    if (!options.headers.empty()) {
+        sourceOptions->setAvAssetOptions(UrlAsset::Options{options.headers});
+    }
+    return std::make_shared<ZMPlaybackSource>(url, *sourceOptions);
+}
+
+int play(const std::vector<std::string>& arguments) {
+    PlayOptions options;
+    if (auto problem = parse(arguments, options)) {
+        std::cerr << "zmplay play: " << *problem << "\nusage: zmplay " << usage << "\n";
+        return 2;
+    }
+    auto url = Url::parse(options.url);
+    if (!url) {
+        std::cerr << "zmplay play: not a URL: " << options.url << "\n";
+        return 2;
+    }
+    auto printer = std::make_shared<Printer>(options);
+    auto player = ZMPlayer::make();
+    player->setDelegate(printer);
+    player->open(makeSource(options, *url), true);
+
+    bool ended = false;
+    Observation end;
+    if (const auto& item = player->systemPlayer()->currentItem()) {
+        end = NotificationCenter::defaultCenter().addObserver(
+            PlayerItem::didPlayToEndTimeNotification, item.get(), nullptr,
+            [&ended](const Notification&) { ended = true; });
+    }
+    if (options.seekTo) {
+        RunLoop::main().runUntil([&] { return printer->ready || printer->failure; },
+                                 std::chrono::seconds(60));
+        if (printer->ready) {
+            player->seek(*options.seekTo, 600, MediaTime::positiveInfinity(),
+                         MediaTime::positiveInfinity());
+        }
+    }
+    const auto limit = options.forSeconds
+                           ? std::chrono::milliseconds(std::llround(*options.forSeconds * 1000))
+                           : std::chrono::milliseconds::max() / 2;
+    RunLoop::main().runUntil([&] { return ended || printer->failure.has_value(); }, limit);
+    printer->finish();
+    if (printer->failure) {
+        std::cerr << "zmplay play: " << *printer->failure << "\n";
+        return 1;
+    }
+    return 0;
+}
+
+const Command::Registration registration{
+    {"play", usage, "play a stream through ZMPlayer, printing each delegate call", play}};
+
+}  // namespace
+}  // namespace zarvo::zmplay
