@@ -1,10 +1,13 @@
 // zm-origin: serves the sample origin on loopback until interrupted.
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <string>
 #include <vector>
+
+#include "zarvo/platform/Date.h"
 
 #include "origin/SampleOrigin.h"
 
@@ -20,10 +23,11 @@ int usage(const char* message) {
     if (message) {
         std::cerr << "zm-origin: " << message << "\n";
     }
-    std::cerr
-        << "usage: zm-origin [--port N] [--host 127.0.0.1] [--fault PREFIX:STATUS[:COUNT]]"
-           " [--delay PREFIX:MS]\n"
-           "       [--license-header NAME:VALUE] [--content-header NAME:VALUE] [--cache DIR]\n";
+    std::cerr << "usage: zm-origin [--port N] [--host 127.0.0.1] [--fault PREFIX:STATUS[:COUNT]]"
+                 " [--delay PREFIX:MS]\n"
+                 "       [--license-header NAME:VALUE] [--content-header NAME:VALUE] "
+                 "[--first-ad-after SECONDS]\n"
+                 "       [--cache DIR]\n";
     return 2;
 }
 
@@ -75,6 +79,16 @@ int main(int argc, char** argv) {
             auto& headers = arg == "--license-header" ? options.requiredLicenseHeaders
                                                       : options.requiredContentHeaders;
             headers[value.substr(0, colon)] = value.substr(colon + 1);
+        } else if (arg == "--first-ad-after") {
+            char* end = nullptr;
+            const double seconds = std::strtod(value.c_str(), &end);
+            if (value.empty() || *end != '\0' || !(seconds >= 0) ||
+                seconds > options.schedule.adInterval) {
+                return usage(("invalid delay before the first ad " + value).c_str());
+            }
+            // Live time starts so that an advertising break begins `seconds` from now.
+            const double now = std::floor(zarvo::Date::systemNow().timeIntervalSince1970());
+            options.schedule.epoch = zarvo::Date(now + seconds - options.schedule.adInterval);
         } else if (arg == "--cache") {
             options.cacheRoot = value;
         } else {
