@@ -341,13 +341,12 @@ int play(const std::vector<std::string>& arguments) {
         RunLoop::main().runUntil([&] { return printer->ready || printer->failure; },
                                  std::chrono::seconds(60));
         if (printer->ready) {
-            player->seek(*options.seekTo, 600, MediaTime::positiveInfinity(),
-                         MediaTime::positiveInfinity());
+            player->seek(*options.seekTo, 600, MediaTime::zero(), MediaTime::zero());
         }
     }
     const auto limit = options.forSeconds
                            ? std::chrono::milliseconds(std::llround(*options.forSeconds * 1000))
-                           : std::chrono::milliseconds::max() / 2;
+                           : std::chrono::milliseconds(std::chrono::hours(24 * 365));
     RunLoop::main().runUntil([&] { return ended || printer->failure.has_value(); }, limit);
     printer->finish();
     if (printer->failure) {

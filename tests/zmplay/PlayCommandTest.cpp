@@ -1,0 +1,33 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/SampleOriginTest.h"
+#include "zmplay/ZmplayRun.h"
+
+namespace zarvo {
+namespace {
+
+using ::testing::HasSubstr;
+using PlayCommandTest = test::ZmplayTest<test::SampleOriginTest>;
+
+TEST_F(PlayCommandTest, PlaysAVodToItsEndAsJsonAndFailsOnAMissingStream) {
+    auto played = run({"play", origin_->url("/vod/master.m3u8"), "--seek", "28", "--json"});
+    EXPECT_EQ(played.status, 0) << played.err;
+    EXPECT_THAT(played.out,
+                HasSubstr(R"({"event":"didChangePlayerStatus","value":"readyToPlay"})"));
+    EXPECT_THAT(played.out, HasSubstr(R"({"event":"didChangePlaybackStatus","value":"playing"})"));
+    EXPECT_THAT(played.out, HasSubstr(R"({"event":"didChangeIndicatedBitrate","value":)"));
+    EXPECT_THAT(played.out, HasSubstr(R"("duration":30.0})"));
+
+    auto missing = run({"play", origin_->url("/vod/missing.m3u8")});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_THAT(missing.out, HasSubstr("item status failed"));
+    EXPECT_THAT(missing.err, HasSubstr("zmplay play: "));
+
+    auto wrong = run({"play", origin_->url("/vod/master.m3u8"), "--dvr", "soon"});
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_THAT(wrong.err, HasSubstr("--dvr needs a number of seconds"));
+}
+
+}  // namespace
+}  // namespace zarvo
