@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The SDK end to end on loopback: the sample origin serves HLS content, a licence server and
-# a beacon collector on 127.0.0.1; zmplay inspects the streams, reports a viewing to the
-# collector, recovers a session left behind by a killed run, and keeps a downloads list in a
-# temporary application home.
+# a beacon collector on 127.0.0.1; zmplay plays the live stream, inspects the streams, reports
+# a viewing to the collector, recovers a session left behind by a killed run, and keeps a
+# downloads list in a temporary application home.
 set -euo pipefail
 bin=$1
 home=$(mktemp -d)
@@ -11,7 +11,8 @@ export ZM_HOME=$home
 
 section() { printf '\n== %s\n' "$*"; }
 
-"$bin/zm-origin" --port 0 >"$origin_log" 2>&1 &
+# The first advertising break of the live stream starts a few seconds after the origin.
+"$bin/zm-origin" --port 0 --first-ad-after 3 >"$origin_log" 2>&1 &
 origin_pid=$!
 trap 'kill "$origin_pid" 2>/dev/null || true; rm -rf "$home" "$origin_log"' EXIT
 for _ in $(seq 1 900); do
@@ -23,6 +24,10 @@ origin=$(awk '/^zm-origin serving/ {print $3}' "$origin_log")
 
 section "Sample origin (generated with ffmpeg on first use, then cached)"
 cat "$origin_log"
+
+section "The live stream played through ZMPlayer for 15 s (headless): statuses, bitrate, ad events"
+"$bin/zmplay" play "$origin/live/master.m3u8" --live --headless --for 15 |
+  grep -v -e '^currentTime' -e '^access log' || true
 
 section "Download qualities and sizes of $origin/vod/master.m3u8"
 "$bin/zmplay" info "$origin/vod/master.m3u8"
