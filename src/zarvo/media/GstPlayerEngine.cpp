@@ -430,15 +430,17 @@ private:
             std::lock_guard lock(mutex_);
             chosen = chooseStreams(collection, wanted_, selected_);
             std::sort(chosen.begin(), chosen.end());
+            // A text stream stays selected when subtitles are turned off: showing or hiding
+            // them is the overlay's job, whether or not the streams change.
+            subtitlesShown_ = wanted_.text.has_value();
+            for (auto& overlay : overlays_) {
+                styleOverlay(overlay.get());
+            }
             if (chosen == selected_ && collection == answered_.get()) {
                 return;
             }
             selected_ = chosen;
             answered_.reset(GST_STREAM_COLLECTION(gst_object_ref(collection)));
-            subtitlesShown_ = wanted_.text.has_value();
-            for (auto& overlay : overlays_) {
-                styleOverlay(overlay.get());
-            }
         }
         GList* list = nullptr;
         for (const auto& id : chosen) {

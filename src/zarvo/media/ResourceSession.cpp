@@ -266,26 +266,31 @@ void ResourceSession::handle(const httplib::Request&, httplib::Response& respons
     response.status = 404;
 }
 
-void ResourceSession::servePlaylist(httplib::Response& response, Kind kind, const Url& url) {
+std::optional<AssetLoader::Fetched> ResourceSession::awaitFetch(
+    const std::function<void(AssetLoader::FetchDone)>& start) {
     auto result = std::make_shared<std::optional<AssetLoader::Fetched>>();
-    loader_->fetchPlaylist(url,
-                           [weakSelf = weak_from_this(), result](AssetLoader::Fetched fetched) {
-                               if (auto self = weakSelf.lock()) {
-                                   {
-                                       std::lock_guard lock(self->mutex_);
-                                       *result = std::move(fetched);
-                                   }
-                                   self->changed_.notify_all();
-                               }
-                           });
+    start([weakSelf = weak_from_this(), result](AssetLoader::Fetched fetched) {
+        if (auto self = weakSelf.lock()) {
+            {
+                std::lock_guard lock(self->mutex_);
+                *result = std::move(fetched);
+            }
+            self->changed_.notify_all();
+        }
+    });
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return result->has_value() || closed_; });
-    if (!result->has_value()) {
+    return std::move(*result);
+}
+
+void ResourceSession::servePlaylist(httplib::Response& response, Kind kind, const Url& url) {
+    auto result = awaitFetch(
+        [&](AssetLoader::FetchDone done) { loader_->fetchPlaylist(url, std::move(done)); });
+    if (!result) {
         response.status = 404;
         return;
     }
-    AssetLoader::Fetched fetched = std::move(**result);
-    lock.unlock();
+    AssetLoader::Fetched fetched = std::move(*result);
 
     if (fetched.error) {
         const Error error = transportError(url, *fetched.error);
@@ -557,23 +562,12 @@ void ResourceSession::serveKey(httplib::Response& response, const Url& url) {
 
 std::optional<Data> ResourceSession::fetchKeyOverNetwork(const Url& url,
                                                          std::optional<Error>& error) {
-    auto result = std::make_shared<std::optional<AssetLoader::Fetched>>();
-    loader_->fetch(url, [weakSelf = weak_from_this(), result](AssetLoader::Fetched fetched) {
-        if (auto self = weakSelf.lock()) {
-            {
-                std::lock_guard lock(self->mutex_);
-                *result = std::move(fetched);
-            }
-            self->changed_.notify_all();
-        }
-    });
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] { return result->has_value() || closed_; });
-    if (!result->has_value()) {
+    auto result =
+        awaitFetch([&](AssetLoader::FetchDone done) { loader_->fetch(url, std::move(done)); });
+    if (!result) {
         return std::nullopt;
     }
-    const AssetLoader::Fetched fetched = std::move(**result);
-    lock.unlock();
+    const AssetLoader::Fetched fetched = std::move(*result);
     if (fetched.error || fetched.statusCode < 200 || fetched.statusCode >= 300) {
         error = fetched.error ? transportError(url, *fetched.error)
                               : statusError(url, fetched.statusCode);

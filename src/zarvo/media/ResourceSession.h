@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -10,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "zarvo/media/AssetLoader.h"
 #include "zarvo/media/HlsPlaylistRewriter.h"
 #include "zarvo/platform/Data.h"
 #include "zarvo/platform/DispatchQueue.h"
@@ -23,7 +25,6 @@ struct Response;
 
 namespace zarvo {
 
-class AssetLoader;
 class AssetResourceLoadingRequest;
 class UrlAsset;
 class UrlSessionStreamTask;
@@ -101,6 +102,9 @@ public:
 private:
     struct KeyWait;
 
+    // Starts a fetch through the loader and waits for it; nothing when the session closed first.
+    std::optional<AssetLoader::Fetched> awaitFetch(
+        const std::function<void(AssetLoader::FetchDone)>& start);
     void servePlaylist(httplib::Response& response, Kind kind, const Url& url);
     void serveStream(httplib::Response& response, Kind kind, const Url& url,
                      const std::optional<HlsPlaylistRewriter::ByteRange>& range);
