@@ -148,16 +148,12 @@ TEST_F(PlaybackTest, VodSeeksExactlyPausesAndPlaysToItsEnd) {
     EXPECT_EQ(vod.controls.back(), TimeControl::paused);
     EXPECT_EQ(std::count(vod.controls.begin(), vod.controls.end(), TimeControl::playing), 2);
 
-    // While playing, ticks fall every half second of media time.
-    std::vector<double> boundaryTicks;
-    for (double tick : vod.ticks) {
-        if (tick > 27.0 && tick < 29.9 && std::fabs(tick * 2 - std::round(tick * 2)) < 0.04) {
-            boundaryTicks.push_back(tick);
-        }
-    }
-    ASSERT_GE(boundaryTicks.size(), 4u);
-    for (std::size_t i = 1; i < boundaryTicks.size(); ++i) {
-        EXPECT_NEAR(boundaryTicks[i] - boundaryTicks[i - 1], 0.5, 0.05);
+    // While playing, a tick falls on every half second of media time (and others on changes
+    // of rate or waiting).
+    for (double boundary : {28.0, 28.5, 29.0, 29.5}) {
+        EXPECT_TRUE(std::any_of(vod.ticks.begin(), vod.ticks.end(), [&](double tick) {
+            return std::fabs(tick - boundary) < 0.04;
+        })) << boundary;
     }
 }
 

@@ -211,8 +211,8 @@ public:
             playRate_ = rate;
             ended_ = false;
         }
-        if (rateChanged && prerolled_ && !seekId_ && pipeline_) {
-            sendSeek(currentPosition(), true, std::nullopt);
+        if (rateChanged && prerolled_ && pipeline_ && !pendingSeek_) {
+            requestSeek(PendingSeek{std::nullopt, MediaTime::invalid(), true});
         }
         applyTargetState();
         reportTimeControl();
@@ -241,8 +241,7 @@ public:
             reportTimeControl();
             return;
         }
-        seekId_ = id;
-        sendSeek(time, exact, id);
+        requestSeek(PendingSeek{id, time, exact});
         applyTargetState();
         reportTimeControl();
     }
@@ -327,8 +326,8 @@ public:
 
 private:
     struct PendingSeek {
-        std::uint64_t id = 0;
-        MediaTime time;
+        std::optional<std::uint64_t> id;  // none for a seek that only changes the rate
+        MediaTime time;                   // invalid: where playback is when the seek is sent
         bool exact = false;
     };
 
@@ -392,7 +391,7 @@ private:
         itemFailed_ = false;
         seekId_.reset();
         pendingSeek_.reset();
-        seekSeqnum_ = GST_SEQNUM_INVALID;
+        inFlightSeqnum_ = GST_SEQNUM_INVALID;
         firstFrameSeen_ = false;
         lastPosition_ = MediaTime::zero();
         lastResourceError_.reset();
@@ -565,6 +564,26 @@ private:
         item_->updateDuration(key_, known ? fromClockTime(duration) : MediaTime::indefinite());
     }
 
+    // One flushing seek is in the pipeline at a time: a seek asked for meanwhile waits for it
+    // to preroll and replaces any other one waiting (the adaptive demuxer cannot take a flush
+    // while it is still restarting its downloads from the previous one).
+    void requestSeek(PendingSeek seek) {
+        if (inFlightSeqnum_ != GST_SEQNUM_INVALID) {
+            pendingSeek_ = seek;
+            return;
+        }
+        if (seek.id) {
+            seekId_ = seek.id;
+        }
+        sendSeek(seek.time.isNumeric() ? seek.time : currentPosition(), seek.exact, seek.id);
+    }
+
+    void sendPendingSeek() {
+        if (pendingSeek_) {
+            requestSeek(*std::exchange(pendingSeek_, std::nullopt));
+        }
+    }
+
     // The flushing seek that lands on `time` (or starts playing at a new rate there).
     void sendSeek(MediaTime time, bool exact, std::optional<std::uint64_t> id) {
         const GstSeekFlags flags = static_cast<GstSeekFlags>(
@@ -573,14 +592,13 @@ private:
         GstEvent* event =
             gst_event_new_seek(playRate_, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET,
                                toClockTime(time), GST_SEEK_TYPE_NONE, GST_CLOCK_TIME_NONE);
-        const guint32 seqnum = gst_event_get_seqnum(event);
-        if (id) {
-            seekSeqnum_ = seqnum;
-        }
-        if (!gst_element_send_event(pipeline_.get(), event) && id) {
+        inFlightSeqnum_ = gst_event_get_seqnum(event);
+        if (!gst_element_send_event(pipeline_.get(), event)) {
             // The pipeline refused the seek: it stays where it is, and the seek is over.
-            seekSeqnum_ = GST_SEQNUM_INVALID;
-            finishSeek();
+            inFlightSeqnum_ = GST_SEQNUM_INVALID;
+            if (id) {
+                finishSeek();
+            }
         }
     }
 
@@ -686,9 +704,7 @@ private:
             return;
         }
         if (pendingSeek_) {
-            const PendingSeek pending = *std::exchange(pendingSeek_, std::nullopt);
-            seekId_ = pending.id;
-            sendSeek(pending.time, pending.exact, pending.id);
+            sendPendingSeek();
         } else {
             if (playRate_ != 1.0f) {
                 sendSeek(currentPosition(), true, std::nullopt);
@@ -758,14 +774,15 @@ private:
             case GST_MESSAGE_ASYNC_DONE: {
                 if (!prerolled_) {
                     prerolled();
-                } else if (seekId_ && (seekSeqnum_ == GST_SEQNUM_INVALID ||
-                                       gst_util_seqnum_compare(gst_message_get_seqnum(message),
-                                                               seekSeqnum_) > 0)) {
+                } else if (inFlightSeqnum_ != GST_SEQNUM_INVALID &&
+                           gst_util_seqnum_compare(gst_message_get_seqnum(message),
+                                                   inFlightSeqnum_) > 0) {
                     // Sequence numbers come from one counter: a message numbered after the
                     // seek event was made after it, so it is the seek's preroll.
-                    seekSeqnum_ = GST_SEQNUM_INVALID;
+                    inFlightSeqnum_ = GST_SEQNUM_INVALID;
                     finishSeek();
                     updateSeekableRanges();
+                    sendPendingSeek();
                 }
                 applyTargetState();
                 reportTimeControl();
@@ -909,7 +926,7 @@ private:
     GstState requestedState_ = GST_STATE_VOID_PENDING;
     std::optional<std::uint64_t> seekId_;
     std::optional<PendingSeek> pendingSeek_;
-    guint32 seekSeqnum_ = GST_SEQNUM_INVALID;
+    guint32 inFlightSeqnum_ = GST_SEQNUM_INVALID;  // the flushing seek not yet prerolled
     MediaTime seekTarget_ = MediaTime::zero();
     mutable MediaTime lastPosition_ = MediaTime::zero();
     std::optional<Error> lastResourceError_;
