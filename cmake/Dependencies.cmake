@@ -8,6 +8,8 @@ pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0)
 pkg_check_modules(PCRE2 REQUIRED IMPORTED_TARGET libpcre2-8)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 pkg_check_modules(GST REQUIRED IMPORTED_TARGET gstreamer-1.0)
+pkg_check_modules(GSTVIDEO REQUIRED IMPORTED_TARGET gstreamer-video-1.0)
+pkg_check_modules(X11 REQUIRED IMPORTED_TARGET x11)
 
 # cpp-httplib: Debian ships the header with a prebuilt shared library. The library is built
 # with TLS, zlib and brotli support, which changes the layout of its classes: every user must

@@ -20,6 +20,14 @@ public:
     std::optional<Date> currentDate() const override { return state_->date; }
     void mediaSelectionChanged() override { ++state_->selectionChanges; }
     void textStyleRulesChanged() override { ++state_->styleChanges; }
+    void setVideoOutput(std::uint64_t id, const std::optional<VideoOutput>& output) override {
+        if (output) {
+            state_->outputs[id] = *output;
+        } else {
+            state_->outputs.erase(id);
+        }
+    }
+    void redrawVideoOutput(std::uint64_t) override {}
 
 private:
     std::shared_ptr<ScriptedMediaEngine::PlayerState> state_;

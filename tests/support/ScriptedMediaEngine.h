@@ -34,6 +34,7 @@ public:
         int styleChanges = 0;
         MediaTime time = MediaTime::zero();
         std::optional<Date> date;
+        std::map<std::uint64_t, VideoOutput> outputs;  // the windows it draws into, by id
     };
 
     std::unique_ptr<PlayerEngine> makePlayerEngine(const std::shared_ptr<Player>& player) override;

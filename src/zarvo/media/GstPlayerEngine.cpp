@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -153,6 +154,7 @@ public:
             removeProbe();
             pipeline_.reset();
         }
+        windows_.reset();
     }
 
     // PlayerEngine, on the main thread.
@@ -283,6 +285,23 @@ public:
 
     void textStyleRulesChanged() { applyTextStyle(); }
 
+    void setVideoOutput(std::uint64_t id, const std::optional<VideoOutput>& output) {
+        if (output) {
+            outputs_[id] = *output;
+        } else {
+            outputs_.erase(id);
+        }
+        if (windows_) {
+            windows_->set(id, output);
+        }
+    }
+
+    void redrawVideoOutput(std::uint64_t id) {
+        if (windows_) {
+            windows_->redraw(id);
+        }
+    }
+
     // ResourceSession::Observer, on the main thread.
 
     void playlistServed(const ResourceSession::PlaylistServed& served) override {
@@ -348,6 +367,12 @@ private:
             return false;
         }
         pipeline_ = std::move(sinks.playbin);
+        windows_ = std::move(sinks.windows);
+        if (windows_) {
+            for (const auto& [id, output] : outputs_) {
+                windows_->set(id, output);
+            }
+        }
         g_object_set(pipeline_.get(), "video-sink", sinks.videoSink.get(), "audio-sink",
                      sinks.audioSink.get(), "volume", static_cast<gdouble>(volume_), "mute",
                      muted_ ? TRUE : FALSE, nullptr);
@@ -721,6 +746,10 @@ private:
         }
         switch (GST_MESSAGE_TYPE(message)) {
             case GST_MESSAGE_ERROR: {
+                if (windows_ && windows_->isWindowElement(GST_MESSAGE_SRC(message))) {
+                    // A window that cannot be drawn into stays black; playback goes on.
+                    return;
+                }
                 GError* raw = nullptr;
                 gchar* debug = nullptr;
                 gst_message_parse_error(message, &raw, &debug);
@@ -913,6 +942,8 @@ private:
 
     std::shared_ptr<PlayerItem> item_;
     std::shared_ptr<ResourceSession> resources_;
+    std::shared_ptr<GstVideoOutputs> windows_;      // none with a sink from the environment
+    std::map<std::uint64_t, VideoOutput> outputs_;  // the windows views gave, by id
     float rate_ = 0;
     float playRate_ = 1;
     bool muted_ = false;
@@ -990,6 +1021,14 @@ void GstPlayerEngine::mediaSelectionChanged() {
 
 void GstPlayerEngine::textStyleRulesChanged() {
     playback_->textStyleRulesChanged();
+}
+
+void GstPlayerEngine::setVideoOutput(std::uint64_t id, const std::optional<VideoOutput>& output) {
+    playback_->setVideoOutput(id, output);
+}
+
+void GstPlayerEngine::redrawVideoOutput(std::uint64_t id) {
+    playback_->redrawVideoOutput(id);
 }
 
 }  // namespace zarvo

@@ -27,6 +27,8 @@ public:
     std::optional<Date> currentDate() const override;
     void mediaSelectionChanged() override;
     void textStyleRulesChanged() override;
+    void setVideoOutput(std::uint64_t id, const std::optional<VideoOutput>& output) override;
+    void redrawVideoOutput(std::uint64_t id) override;
 
     class Playback;
 

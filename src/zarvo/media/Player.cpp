@@ -220,6 +220,14 @@ void Player::onPeriodicTimer(std::uint64_t id) {
     schedulePeriodic(id);
 }
 
+void Player::setVideoOutput(std::uint64_t id, const std::optional<VideoOutput>& output) {
+    engine_->setVideoOutput(id, output);
+}
+
+void Player::redrawVideoOutput(std::uint64_t id) {
+    engine_->redrawVideoOutput(id);
+}
+
 Observation Player::observeStatus(std::function<void(Status)> handler) {
     return statusObservers_.add(std::move(handler));
 }

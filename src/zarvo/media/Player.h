@@ -11,6 +11,7 @@
 #include "zarvo/media/MediaTime.h"
 #include "zarvo/media/PlayerEngine.h"
 #include "zarvo/media/PlayerItem.h"
+#include "zarvo/media/VideoOutput.h"
 #include "zarvo/platform/DispatchQueue.h"
 #include "zarvo/platform/Error.h"
 #include "zarvo/platform/Observation.h"
@@ -87,6 +88,11 @@ public:
                                               std::shared_ptr<DispatchQueue> queue,
                                               TimeObserverBlock block);
     void removeTimeObserver(const TimeObserverToken& token);
+
+    // Draws the video into `output` (none: stops drawing there); `id` names the output.
+    void setVideoOutput(std::uint64_t id, const std::optional<VideoOutput>& output);
+    // Draws the last picture again into output `id` (its window was uncovered).
+    void redrawVideoOutput(std::uint64_t id);
 
     // New values only.
     Observation observeStatus(std::function<void(Status)> handler);

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "zarvo/media/MediaTime.h"
+#include "zarvo/media/VideoOutput.h"
 #include "zarvo/platform/Date.h"
 
 namespace zarvo {
@@ -34,6 +35,10 @@ public:
     // The current item's media selection or text style rules changed.
     virtual void mediaSelectionChanged() = 0;
     virtual void textStyleRulesChanged() = 0;
+    // Draws the video into `output` as well (none: no longer); `id` names the output.
+    virtual void setVideoOutput(std::uint64_t id, const std::optional<VideoOutput>& output) = 0;
+    // Draws the last picture into output `id` again.
+    virtual void redrawVideoOutput(std::uint64_t id) = 0;
 };
 
 }  // namespace zarvo

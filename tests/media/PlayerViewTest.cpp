@@ -1,0 +1,137 @@
+// Player layers in views under a virtual X server: the picture of the origin's VOD in several
+// windows of one player, each with its gravity, and black once a layer has no player.
+#include <gtest/gtest.h>
+
+#include "zarvo/media/Player.h"
+#include "zarvo/media/PlayerItem.h"
+#include "zarvo/media/PlayerLayer.h"
+#include "zarvo/platform/RunLoop.h"
+#include "zarvo/platform/View.h"
+
+#include "support/SampleOriginTest.h"
+#include "support/XvfbDisplay.h"
+
+namespace zarvo {
+namespace {
+
+using namespace std::chrono_literals;
+using test::WindowGrab;
+
+// A view whose layer is a player layer.
+class VideoView : public View {
+public:
+    explicit VideoView(Token token) : View(token) {}
+    std::shared_ptr<PlayerLayer> playerLayer() const {
+        return std::static_pointer_cast<PlayerLayer>(layer());
+    }
+
+protected:
+    std::shared_ptr<Layer> makeLayer() override { return std::make_shared<PlayerLayer>(); }
+};
+
+class PlayerViewTest : public test::SampleOriginTest {
+protected:
+    // Waits until the window's grab satisfies `check`; the last grab explains a failure.
+    ::testing::AssertionResult shows(const View& view, const char* what,
+                                     const std::function<bool(const WindowGrab&)>& check) {
+        std::optional<WindowGrab> grab;
+        const bool done = RunLoop::main().runUntil(
+            [&] {
+                grab = WindowGrab::of(*view.nativeWindow());
+                return grab && check(*grab);
+            },
+            10s);
+        if (done) {
+            return ::testing::AssertionSuccess();
+        }
+        auto failure = ::testing::AssertionFailure() << "the window never showed " << what;
+        if (grab) {
+            const auto centre = grab->at(grab->width() / 2, grab->height() / 2);
+            int first = -1;
+            int last = -1;
+            for (int x = 0; x < grab->width(); ++x) {
+                if (!grab->columnIsBlack(x)) {
+                    first = first < 0 ? x : first;
+                    last = x;
+                }
+            }
+            failure << " [picture in columns " << first << ".." << last << " of "
+                    << grab->width() << "]";
+            failure << " (centre " << centre.red << "," << centre.green << "," << centre.blue
+                    << ", left column " << (grab->columnIsBlack(2) ? "black" : "not black")
+                    << ")";
+        }
+        return failure;
+    }
+
+    test::XvfbDisplay display_;
+};
+
+bool pictureInCentre(const WindowGrab& grab) {
+    return !grab.at(grab.width() / 2, grab.height() / 2).isBlack();
+}
+
+TEST_F(PlayerViewTest, WindowsOfOnePlayerShowItsPictureWithTheirGravityAndBlackWithoutIt) {
+    if (!display_.name()) {
+        GTEST_SKIP() << "Xvfb is not installed";
+    }
+    // The host's window, with three views in it, each wider than the 16:9 picture.
+    auto host = View::make(Rect{0, 0, 800, 600});
+    ASSERT_TRUE(host->nativeWindow());
+    auto aspect = View::make<VideoView>(Rect{0, 0, 320, 90}, host->nativeWindow());
+    auto fill = View::make<VideoView>(Rect{0, 100, 320, 90}, host->nativeWindow());
+    auto stretch = View::make<VideoView>(Rect{0, 200, 320, 90}, host->nativeWindow());
+    fill->playerLayer()->setVideoGravity(LayerVideoGravity::resizeAspectFill);
+    stretch->playerLayer()->setVideoGravity(LayerVideoGravity::resize);
+    for (const auto& view : {aspect, fill, stretch}) {
+        view->setBackgroundColor(Color::black());
+    }
+    EXPECT_TRUE(shows(*aspect, "black before a player", [](const WindowGrab& grab) {
+        return !pictureInCentre(grab) && grab.columnIsBlack(grab.width() - 1);
+    }));
+
+    auto player = Player::make();
+    for (const auto& view : {aspect, fill, stretch}) {
+        view->playerLayer()->setPlayer(player);
+    }
+    player->replaceCurrentItem(
+        PlayerItem::make(UrlAsset::make(*Url::parse(origin_->url("/vod/master.m3u8")))));
+    player->play();
+
+    // Letterboxed: the picture is 160 wide in the middle of 320, with black bars beside it.
+    EXPECT_TRUE(shows(*aspect, "the picture between bars", [](const WindowGrab& grab) {
+        return pictureInCentre(grab) && grab.columnIsBlack(40) && grab.columnIsBlack(280) &&
+               !grab.columnIsBlack(90) && !grab.columnIsBlack(230);
+    }));
+    for (const auto& view : {fill, stretch}) {
+        EXPECT_TRUE(shows(*view, "the picture to the edges", [](const WindowGrab& grab) {
+            return !grab.columnIsBlack(1) && !grab.columnIsBlack(grab.width() - 2) &&
+                   !grab.rowIsBlack(1) && !grab.rowIsBlack(grab.height() - 2);
+        }));
+    }
+
+    // A new gravity takes effect at once, and a bigger view gets a bigger picture.
+    aspect->playerLayer()->setVideoGravity(LayerVideoGravity::resize);
+    EXPECT_TRUE(shows(*aspect, "the stretched picture", [](const WindowGrab& grab) {
+        return !grab.columnIsBlack(1) && !grab.columnIsBlack(grab.width() - 2);
+    }));
+    stretch->setFrame(Rect{0, 300, 480, 270});
+    EXPECT_TRUE(shows(*stretch, "the picture at its new size", [](const WindowGrab& grab) {
+        return grab.width() == 480 && !grab.columnIsBlack(470) && !grab.rowIsBlack(265);
+    }));
+
+    // Without a player the window is black again; the other windows go on showing the video.
+    fill->playerLayer()->setPlayer(nullptr);
+    EXPECT_TRUE(shows(*fill, "black without a player", [](const WindowGrab& grab) {
+        return !pictureInCentre(grab) && grab.columnIsBlack(1) && grab.rowIsBlack(45);
+    }));
+    EXPECT_EQ(player->timeControlStatus(), Player::TimeControlStatus::playing);
+    stretch.reset();
+    const double before = player->currentTime().seconds();
+    EXPECT_TRUE(RunLoop::main().runUntil(
+        [&] { return player->currentTime().seconds() > before + 0.5; }, 10s))
+        << "playback goes on when a view goes";
+}
+
+}  // namespace
+}  // namespace zarvo
