@@ -11,6 +11,7 @@
 #include "zarvo/platform/ManualScheduler.h"
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/player/ZMPlayer.h"
+#include "zarvo/player/ZMPlayerView.h"
 #include "zarvo/source/ZMPlaybackSourceOptions.h"
 
 #include "support/ScriptedMediaEngine.h"
@@ -244,6 +245,35 @@ TEST_F(ZMPlayerTest, OptionListsDropClosedCaptionsFromTheGroupAndFromTheDelegate
 
     player->selectOptionGroup(option("Polski"), MediaCharacteristic::legible());
     EXPECT_EQ(player->currentSubtitleOption(), option("Polski"));
+}
+
+}  // namespace
+}  // namespace zarvo
+
+namespace zarvo {
+namespace {
+
+TEST_F(ZMPlayerTest, ViewsShowTheSystemPlayerWithTheirGravityAndRunHeadlessWithoutADisplay) {
+    unsetenv("DISPLAY");
+    auto view = ZMPlayerView::make(Rect{0, 0, 640, 360});
+    EXPECT_FALSE(view->nativeWindow());
+    EXPECT_EQ(view->backgroundColor(), Color::black());
+    EXPECT_EQ(view->videoGravity(), LayerVideoGravity::resizeAspect);
+    ASSERT_TRUE(view->playerLayer());
+    EXPECT_EQ(view->playerLayer()->videoGravity(), LayerVideoGravity::resizeAspect);
+
+    auto second = ZMPlayerView::make(Rect{0, 0, 320, 180});
+    view->setPlayer(player);
+    second->setPlayer(player);
+    EXPECT_EQ(view->playerLayer()->player(), player->systemPlayer());
+    EXPECT_EQ(second->playerLayer()->player(), player->systemPlayer());
+    view->setVideoGravity(LayerVideoGravity::resizeAspectFill);
+    EXPECT_EQ(view->playerLayer()->videoGravity(), LayerVideoGravity::resizeAspectFill);
+    EXPECT_TRUE(engine->state(platform()).outputs.empty()) << "no window to draw into";
+
+    view->setPlayer(nullptr);
+    EXPECT_FALSE(view->playerLayer()->player());
+    EXPECT_EQ(second->player(), player) << "the other view keeps showing it";
 }
 
 }  // namespace

@@ -2,12 +2,14 @@
 #include <gtest/gtest.h>
 
 #include "support/SampleOriginTest.h"
+#include "support/XvfbDisplay.h"
 #include "zmplay/ZmplayRun.h"
 
 namespace zarvo {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 using PlayCommandTest = test::ZmplayTest<test::SampleOriginTest>;
 
 TEST_F(PlayCommandTest, PlaysAVodToItsEndAsJsonAndFailsOnAMissingStream) {
@@ -27,6 +29,23 @@ TEST_F(PlayCommandTest, PlaysAVodToItsEndAsJsonAndFailsOnAMissingStream) {
     auto wrong = run({"play", origin_->url("/vod/master.m3u8"), "--dvr", "soon"});
     EXPECT_EQ(wrong.status, 2);
     EXPECT_THAT(wrong.err, HasSubstr("--dvr needs a number of seconds"));
+}
+
+TEST_F(PlayCommandTest, AWindowShowsThePlaybackWhereThereIsADisplay) {
+    unsetenv("DISPLAY");
+    auto headless = run({"play", origin_->url("/vod/master.m3u8"), "--window", "--for", "1"});
+    EXPECT_EQ(headless.status, 2);
+    EXPECT_THAT(headless.err, HasSubstr("--window needs an X display"));
+
+    test::XvfbDisplay display;
+    if (!display.name()) {
+        GTEST_SKIP() << "Xvfb is not installed";
+    }
+    auto shown =
+        run({"play", origin_->url("/vod/master.m3u8"), "--window", "--for", "2", "--json"});
+    EXPECT_EQ(shown.status, 0) << shown.err;
+    EXPECT_THAT(shown.out, HasSubstr(R"({"event":"didChangePlaybackStatus","value":"playing"})"));
+    EXPECT_THAT(shown.err, Not(HasSubstr("X11 error")));
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/platform/Url.h"
 #include "zarvo/player/ZMPlayer.h"
+#include "zarvo/player/ZMPlayerView.h"
 #include "zarvo/source/ZMPlaybackSource.h"
 #include "zarvo/source/ZMPlaybackSourceOptions.h"
 #include "zarvo/source/ZMPlaybackTimeshift.h"
@@ -28,7 +29,8 @@ namespace {
 
 constexpr const char* usage =
     "play <url> [--live] [--dvr SECONDS | --start-time ISO8601] [--header NAME:VALUE]... "
-    "[--audio LANG] [--subtitles LANG] [--headless] [--for SECONDS] [--seek SECONDS] [--json]";
+    "[--audio LANG] [--subtitles LANG] [--window | --headless] [--for SECONDS] [--seek SECONDS] "
+    "[--json]";
 
 struct PlayOptions {
     std::string url;
@@ -41,6 +43,7 @@ struct PlayOptions {
     std::optional<double> forSeconds;
     std::optional<double> seekTo;
     bool json = false;
+    bool window = false;
 };
 
 std::optional<double> parseNumber(const std::string& text) {
@@ -67,8 +70,8 @@ std::optional<std::string> parse(const std::vector<std::string>& arguments, Play
             options.live = true;
         } else if (flag == "--json") {
             options.json = true;
-        } else if (flag == "--headless") {
-            continue;
+        } else if (flag == "--headless" || flag == "--window") {
+            options.window = flag == "--window";
         } else if (flag == "--dvr" || flag == "--for" || flag == "--seek") {
             auto text = value();
             auto number = text ? parseNumber(*text) : std::nullopt;
@@ -327,10 +330,24 @@ int play(const std::vector<std::string>& arguments) {
     }
     auto printer = std::make_shared<Printer>(options);
     auto player = ZMPlayer::make();
+    bool ended = false;
+    std::shared_ptr<ZMPlayerView> view;
+    std::vector<Observation> windowObservations;
+    if (options.window) {
+        view = ZMPlayerView::make(Rect{0, 0, 960, 540});
+        if (!view->nativeWindow()) {
+            std::cerr << "zmplay play: --window needs an X display (set DISPLAY)\n";
+            return 2;
+        }
+        view->setTitle("zmplay " + options.url);
+        view->setPlayer(player);
+        windowObservations.push_back(view->observeKeyPresses(
+            [&ended](const std::string& key) { ended = ended || key == "q" || key == "Q"; }));
+        windowObservations.push_back(view->observeCloseRequests([&ended] { ended = true; }));
+    }
     player->setDelegate(printer);
     player->open(makeSource(options, *url), true);
 
-    bool ended = false;
     Observation end;
     if (const auto& item = player->systemPlayer()->currentItem()) {
         end = NotificationCenter::defaultCenter().addObserver(
