@@ -55,11 +55,10 @@ protected:
                     last = x;
                 }
             }
-            failure << " [picture in columns " << first << ".." << last << " of "
-                    << grab->width() << "]";
+            failure << " [picture in columns " << first << ".." << last << " of " << grab->width()
+                    << "]";
             failure << " (centre " << centre.red << "," << centre.green << "," << centre.blue
-                    << ", left column " << (grab->columnIsBlack(2) ? "black" : "not black")
-                    << ")";
+                    << ", left column " << (grab->columnIsBlack(2) ? "black" : "not black") << ")";
         }
         return failure;
     }

@@ -1,14 +1,13 @@
 #include "support/XvfbDisplay.h"
 
-#include <csignal>
-#include <cstdlib>
-#include <string>
-
-#include <poll.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+#include <csignal>
+#include <cstdlib>
+#include <poll.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace zarvo::test {
 
@@ -21,8 +20,8 @@ XvfbDisplay::XvfbDisplay() {
     pid_ = fork();
     if (pid_ == 0) {
         close(fds[0]);
-        execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "800x600x24",
-               "-nolisten", "tcp", "-noreset", static_cast<char*>(nullptr));
+        execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "800x600x24", "-nolisten",
+               "tcp", "-noreset", static_cast<char*>(nullptr));
         _exit(127);
     }
     close(fds[1]);

@@ -45,8 +45,8 @@ GstElement* element(const char* factory) {
 GstVideoOutputs::GstVideoOutputs(Token) {}
 
 std::shared_ptr<GstVideoOutputs> GstVideoOutputs::make() {
-    for (const char* factory : {"tee", "queue", "fakesink", "videocrop", "videoscale",
-                                "videoconvert", "capsfilter"}) {
+    for (const char* factory :
+         {"tee", "queue", "fakesink", "videocrop", "videoscale", "videoconvert", "capsfilter"}) {
         GstRef<GstElementFactory> found(gst_element_factory_find(factory));
         if (!found) {
             return nullptr;
@@ -68,9 +68,9 @@ std::shared_ptr<GstVideoOutputs> GstVideoOutputs::make() {
     outputs->teeSink_ = adoptGst(gst_element_get_static_pad(tee, "sink"));
     gst_element_add_pad(outputs->bin_.get(), gst_ghost_pad_new("sink", outputs->teeSink_.get()));
     // Removed by the destructor, which runs once the pipeline has stopped.
-    outputs->capsProbe_ = gst_pad_add_probe(outputs->teeSink_.get(),
-                                            GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, onCaps,
-                                            outputs.get(), nullptr);
+    outputs->capsProbe_ =
+        gst_pad_add_probe(outputs->teeSink_.get(), GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, onCaps,
+                          outputs.get(), nullptr);
     return outputs;
 }
 
@@ -191,8 +191,8 @@ std::unique_ptr<GstVideoOutputs::Branch> GstVideoOutputs::addBranch(const VideoO
     gst_element_link_many(branch->queue, branch->crop, branch->scale, branch->convert,
                           branch->filter, sink, nullptr);
     layout(*branch);
-    for (GstElement* element : {sink, branch->filter, branch->convert, branch->scale,
-                                branch->crop, branch->queue}) {
+    for (GstElement* element :
+         {sink, branch->filter, branch->convert, branch->scale, branch->crop, branch->queue}) {
         gst_element_sync_state_with_parent(element);
     }
     branch->teePad = adoptGst(gst_element_request_pad_simple(tee_, "src_%u"));
@@ -284,9 +284,9 @@ void GstVideoOutputs::layout(Branch& branch) {
     }
     g_object_set(branch.crop, "left", cropX, "right", cropX, "top", cropY, "bottom", cropY,
                  nullptr);
-    GstCaps* caps = gst_caps_new_simple("video/x-raw", "width", G_TYPE_INT, width, "height",
-                                        G_TYPE_INT, height, "pixel-aspect-ratio",
-                                        GST_TYPE_FRACTION, 1, 1, nullptr);
+    GstCaps* caps =
+        gst_caps_new_simple("video/x-raw", "width", G_TYPE_INT, width, "height", G_TYPE_INT, height,
+                            "pixel-aspect-ratio", GST_TYPE_FRACTION, 1, 1, nullptr);
     g_object_set(branch.filter, "caps", caps, nullptr);
     gst_caps_unref(caps);
 }

@@ -1,11 +1,11 @@
 #include "zarvo/platform/View.h"
 
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
 #include <cstdio>
 #include <map>
 
 #include <glib-unix.h>
-#include <X11/Xlib.h>
-#include <X11/Xutil.h>
 
 namespace zarvo {
 
@@ -123,9 +123,9 @@ void View::install(Rect frame, std::optional<NativeWindowHandle> parent) {
     ownWindow_ = !parent;
     const Window under = parent ? *parent : DefaultRootWindow(display);
     const unsigned long background = pixelOf(display, backgroundColor_);
-    const Window window = XCreateSimpleWindow(
-        display, under, static_cast<int>(frame.x), static_cast<int>(frame.y),
-        extent(frame.width), extent(frame.height), 0, background, background);
+    const Window window =
+        XCreateSimpleWindow(display, under, static_cast<int>(frame.x), static_cast<int>(frame.y),
+                            extent(frame.width), extent(frame.height), 0, background, background);
     XSelectInput(display, window, ExposureMask | StructureNotifyMask | KeyPressMask);
     if (ownWindow_) {
         Atom protocols[] = {connection->deleteWindow()};
@@ -237,7 +237,8 @@ void View::handleEvent(const void* raw) {
             return;
         }
         case ClientMessage:
-            if (static_cast<Atom>(event.xclient.data.l[0]) == Connection::shared()->deleteWindow()) {
+            if (static_cast<Atom>(event.xclient.data.l[0]) ==
+                Connection::shared()->deleteWindow()) {
                 closeObservers_.notify();
             }
             return;
