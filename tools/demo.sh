@@ -29,6 +29,11 @@ section "The live stream played through ZMPlayer for 15 s (headless): statuses, 
 "$bin/zmplay" play "$origin/live/master.m3u8" --live --headless --for 15 |
   grep -v -e '^currentTime' -e '^access log' || true
 
+section "The protected VOD for 5 s: its content key comes from the licence server (skd:// key URI)"
+"$bin/zmplay" play "$origin/protected/master.m3u8" --cert "$origin/fps/cert" \
+  --license "$origin/fps/license" --headless --for 5 |
+  grep -v -e '^currentTime' -e '^access log' || true
+
 section "Download qualities and sizes of $origin/vod/master.m3u8"
 "$bin/zmplay" info "$origin/vod/master.m3u8"
 

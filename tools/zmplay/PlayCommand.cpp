@@ -18,6 +18,7 @@
 #include "zarvo/platform/Url.h"
 #include "zarvo/player/ZMPlayer.h"
 #include "zarvo/player/ZMPlayerView.h"
+#include "zarvo/source/ZMFairPlayUrls.h"
 #include "zarvo/source/ZMPlaybackSource.h"
 #include "zarvo/source/ZMPlaybackSourceOptions.h"
 #include "zarvo/source/ZMPlaybackTimeshift.h"
@@ -29,8 +30,8 @@ namespace {
 
 constexpr const char* usage =
     "play <url> [--live] [--dvr SECONDS | --start-time ISO8601] [--header NAME:VALUE]... "
-    "[--audio LANG] [--subtitles LANG] [--window | --headless] [--for SECONDS] [--seek SECONDS] "
-    "[--json]";
+    "[--cert URL --license URL [--license-header NAME:VALUE]...] [--audio LANG] "
+    "[--subtitles LANG] [--window | --headless] [--for SECONDS] [--seek SECONDS] [--json]";
 
 struct PlayOptions {
     std::string url;
@@ -38,6 +39,9 @@ struct PlayOptions {
     std::optional<std::int64_t> dvrSeconds;
     std::optional<Date> startTime;
     std::map<std::string, std::string> headers;
+    std::optional<std::string> certUrl;
+    std::optional<std::string> licenseUrl;
+    std::map<std::string, std::string> licenseHeaders;
     std::optional<std::string> audio;
     std::optional<std::string> subtitles;
     std::optional<double> forSeconds;
@@ -92,13 +96,20 @@ std::optional<std::string> parse(const std::vector<std::string>& arguments, Play
                 return "--start-time needs an ISO 8601 date";
             }
             options.startTime = date;
-        } else if (flag == "--header") {
+        } else if (flag == "--header" || flag == "--license-header") {
             auto text = value();
             auto colon = text ? text->find(':') : std::string::npos;
             if (colon == std::string::npos || colon == 0) {
-                return "--header needs NAME:VALUE";
+                return flag + " needs NAME:VALUE";
             }
-            options.headers[text->substr(0, colon)] = text->substr(colon + 1);
+            auto& headers = flag == "--header" ? options.headers : options.licenseHeaders;
+            headers[text->substr(0, colon)] = text->substr(colon + 1);
+        } else if (flag == "--cert" || flag == "--license") {
+            auto text = value();
+            if (!text || !Url::parse(*text)) {
+                return flag + " needs a URL";
+            }
+            (flag == "--cert" ? options.certUrl : options.licenseUrl) = *text;
         } else if (flag == "--audio" || flag == "--subtitles") {
             auto text = value();
             if (!text || text->empty()) {
@@ -115,6 +126,9 @@ std::optional<std::string> parse(const std::vector<std::string>& arguments, Play
     }
     if (options.url.empty()) {
         return "a URL is needed";
+    }
+    if (options.certUrl.has_value() != options.licenseUrl.has_value()) {
+        return "--cert and --license go together";
     }
     if (options.dvrSeconds && options.startTime) {
         return "--dvr and --start-time exclude each other";
@@ -313,6 +327,11 @@ std::shared_ptr<ZMPlaybackSource> makeSource(const PlayOptions& options, const U
     }
     if (!options.headers.empty()) {
         sourceOptions->setAvAssetOptions(UrlAsset::Options{options.headers});
+    }
+    if (options.certUrl) {
+        sourceOptions->setDrm(ZMFairPlayUrls(*Url::parse(*options.certUrl),
+                                             *Url::parse(*options.licenseUrl),
+                                             options.licenseHeaders));
     }
     return std::make_shared<ZMPlaybackSource>(url, *sourceOptions);
 }

@@ -7,10 +7,14 @@
 
 namespace zarvo {
 
-// Whole-file reads.
+// Whole-file reads and writes.
 struct DataFile {
     // The file's bytes, or nothing when it cannot be opened or read.
     static std::optional<Data> read(const std::filesystem::path& path);
+    // Replaces the file with `data` in one step (a new file, flushed, renamed over the old
+    // one), with permission bits `mode`. False, with the old file untouched, on any failure.
+    static bool writeAtomically(const std::filesystem::path& path, const Data& data,
+                                std::filesystem::perms mode);
 };
 
 }  // namespace zarvo

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "zarvo/fairplay/FairPlayAssetLoaderDelegate.h"
 #include "zarvo/platform/UrlComponents.h"
 
 namespace zarvo {
@@ -72,10 +73,8 @@ std::shared_ptr<PlayerItem> ZMPlaybackSource::createPlayerItem() {
 std::shared_ptr<AssetResourceLoaderDelegate> ZMPlaybackSource::makeAssetDelegate(
     const std::shared_ptr<UrlAsset>& asset, const ZMFairPlayUrls& drm,
     const std::string& assetName) {
-    (void)asset;
-    (void)drm;
-    (void)assetName;
-    return nullptr;
+    return FairPlayAssetLoaderDelegate::make(asset, assetName, drm.serverCertUrl(),
+                                             drm.licenseUrl(), drm.headerFields());
 }
 
 }  // namespace zarvo

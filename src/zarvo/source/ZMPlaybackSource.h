@@ -62,8 +62,7 @@ public:
 
 protected:
     // Makes the FairPlay key loader of `asset` and attaches it to the asset's resource loader.
-    // `assetName` is the source's asset name, or the asset URL's text without one. No key
-    // loader exists yet, so this gives nothing.
+    // `assetName` is the source's asset name, or the asset URL's text without one.
     virtual std::shared_ptr<AssetResourceLoaderDelegate> makeAssetDelegate(
         const std::shared_ptr<UrlAsset>& asset, const ZMFairPlayUrls& drm,
         const std::string& assetName);

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "zarvo/media/AssetResourceLoaderDelegate.h"
+#include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Url.h"
+
+namespace zarvo {
+
+class AssetResourceLoadingRequest;
+class UrlAsset;
+
+// Answers the content-key requests ("skd" URLs) of one protected asset while it plays: it
+// fetches the application certificate, has the loading request make the key request, posts
+// it to the licence server and hands the answer back. When the asset's resource loader
+// preloads eligible content keys it asks for a persistent key instead, keeps it in a file of
+// `documentUrl` (its name in the user defaults under `assetName` + "-Key"), and answers later
+// requests from that file without the network. Failures end the request with the
+// "ZMPlayerErrorDomain" error 10 and the number of the step that failed.
+class FairPlayAssetLoaderDelegate : public AssetResourceLoaderDelegate,
+                                    public std::enable_shared_from_this<FairPlayAssetLoaderDelegate> {
+public:
+    // A delegate installed on `asset`'s resource loader, called on its own serial queue.
+    // `documentUrl`: where persistent keys go (the application home's Documents by default).
+    static std::shared_ptr<FairPlayAssetLoaderDelegate> make(
+        std::shared_ptr<UrlAsset> asset, std::string assetName, Url fpsCertUrl, Url licenseUrl,
+        std::map<std::string, std::string> headerFields,
+        std::optional<std::filesystem::path> documentUrl = std::nullopt);
+
+    bool shouldWaitForLoadingOfRequestedResource(
+        AssetResourceLoader& loader,
+        const std::shared_ptr<AssetResourceLoadingRequest>& request) override;
+    bool shouldWaitForRenewalOfRequestedResource(
+        AssetResourceLoader& loader,
+        const std::shared_ptr<AssetResourceLoadingRequest>& request) override;
+
+    const std::shared_ptr<UrlAsset>& asset() const { return asset_; }
+    const std::string& assetName() const { return assetName_; }
+    const std::filesystem::path& documentUrl() const { return documentUrl_; }
+    const std::shared_ptr<DispatchQueue>& resourceLoadingRequestQueue() const { return queue_; }
+    // The user-defaults key of the persistent key file's name: `assetName` + "-Key".
+    const std::string& assetUserDefaultsKey() const;
+
+    struct Token {
+        explicit Token() = default;
+    };
+    FairPlayAssetLoaderDelegate(Token, std::shared_ptr<UrlAsset> asset, std::string assetName,
+                                Url fpsCertUrl, Url licenseUrl,
+                                std::map<std::string, std::string> headerFields,
+                                std::filesystem::path documentUrl);
+
+private:
+    bool take(const std::shared_ptr<AssetResourceLoadingRequest>& request);
+    void handle(const std::shared_ptr<AssetResourceLoadingRequest>& request);
+    void requestKey(const std::shared_ptr<AssetResourceLoadingRequest>& request,
+                    const std::string& contentIdentifier, bool persistent, const Data& certificate);
+    void deliverKey(const std::shared_ptr<AssetResourceLoadingRequest>& request, bool persistent,
+                    const Data& keyResponse);
+    // The name of the persistent key file: a stable hash of the asset URL, "%lu.key".
+    std::string keyFileName() const;
+
+    const std::shared_ptr<UrlAsset> asset_;
+    const std::string assetName_;
+    const Url fpsCertUrl_;
+    const Url licenseUrl_;
+    const std::map<std::string, std::string> headerFields_;
+    const std::filesystem::path documentUrl_;
+    const std::shared_ptr<DispatchQueue> queue_;
+    mutable std::once_flag defaultsKeyOnce_;
+    mutable std::string assetUserDefaultsKey_;
+};
+
+}  // namespace zarvo
