@@ -38,10 +38,9 @@ protected:
     std::shared_ptr<FairPlayAssetLoaderDelegate> delegate(
         std::map<std::string, std::string> headers = {{"X-Licence-Token", "secret"}},
         const std::string& certPath = "/fps/cert") {
-        return FairPlayAssetLoaderDelegate::make(asset_, "movie-7",
-                                                 *Url::parse(origin_->url(certPath)),
-                                                 *Url::parse(origin_->url("/fps/license")),
-                                                 std::move(headers), home_.path() / "keys");
+        return FairPlayAssetLoaderDelegate::make(
+            asset_, "movie-7", *Url::parse(origin_->url(certPath)),
+            *Url::parse(origin_->url("/fps/license")), std::move(headers), home_.path() / "keys");
     }
 
     // Offers a key request for `url` and waits for its outcome; nothing when it was declined.
@@ -92,11 +91,10 @@ TEST_F(FairPlayAssetLoaderDelegateTest, KeysComeFromTheLicenceServerAndFailuresN
     EXPECT_FALSE(refused->data.empty());
     EXPECT_FALSE(ContentKeyRequest::contentKey(refused->data));
 
-    auto noCertificate =
-        load(*FairPlayAssetLoaderDelegate::make(asset_, "movie-7",
-                                                *Url::parse("http://127.0.0.1:1/fps/cert"),
-                                                *Url::parse(origin_->url("/fps/license")), {}),
-             "skd://zm-sample-1");
+    auto noCertificate = load(*FairPlayAssetLoaderDelegate::make(
+                                  asset_, "movie-7", *Url::parse("http://127.0.0.1:1/fps/cert"),
+                                  *Url::parse(origin_->url("/fps/license")), {}),
+                              "skd://zm-sample-1");
     ASSERT_TRUE(noCertificate);
     EXPECT_EQ(failure(*noCertificate), "FairPlay initialization error with code 4");
 
@@ -140,7 +138,8 @@ TEST_F(FairPlayAssetLoaderDelegateTest, PersistentKeysAreKeptInAPrivateFileAndAn
     auto request = std::make_shared<AssetResourceLoadingRequest>(
         UrlRequest(*Url::parse("skd://zm-sample-1")), false, true,
         [&bare](const Outcome& done) { bare = done; });
-    ASSERT_TRUE(loader->shouldWaitForLoadingOfRequestedResource(*asset_->resourceLoader(), request));
+    ASSERT_TRUE(
+        loader->shouldWaitForLoadingOfRequestedResource(*asset_->resourceLoader(), request));
     ASSERT_TRUE(RunLoop::main().runUntil([&] { return bare.has_value(); }, 20s));
     EXPECT_EQ(failure(*bare), "FairPlay initialization error with code 3");
 }
@@ -155,8 +154,10 @@ TEST_F(FairPlayAssetLoaderDelegateTest, ARequestOfADelegateThatWentStaysUnanswer
     auto request = std::make_shared<AssetResourceLoadingRequest>(
         UrlRequest(*Url::parse("skd://zm-sample-1")), true, true,
         [&finished](const Outcome&) { finished = true; });
-    ASSERT_TRUE(loader->shouldWaitForLoadingOfRequestedResource(*asset_->resourceLoader(), request));
-    ASSERT_TRUE(RunLoop::main().runUntil([&] { return origin_->requestCount("/fps/cert") == 1; }, 5s));
+    ASSERT_TRUE(
+        loader->shouldWaitForLoadingOfRequestedResource(*asset_->resourceLoader(), request));
+    ASSERT_TRUE(
+        RunLoop::main().runUntil([&] { return origin_->requestCount("/fps/cert") == 1; }, 5s));
     loader.reset();
     // The certificate arrives after the delegate went: its completion has nothing to do.
     // A later fetch on the same session completes after the delegate's.

@@ -79,7 +79,8 @@ bool FairPlayAssetLoaderDelegate::shouldWaitForRenewalOfRequestedResource(
     return take(request);
 }
 
-bool FairPlayAssetLoaderDelegate::take(const std::shared_ptr<AssetResourceLoadingRequest>& request) {
+bool FairPlayAssetLoaderDelegate::take(
+    const std::shared_ptr<AssetResourceLoadingRequest>& request) {
     if (request->request().url.scheme() != "skd") {
         return false;
     }
@@ -155,8 +156,8 @@ void FairPlayAssetLoaderDelegate::requestKey(
         options[AssetResourceLoadingRequest::streamingContentKeyRequestRequiresPersistentKey] =
             true;
     }
-    auto keyRequest = request->streamingContentKeyRequestData(certificate, contentIdentifier,
-                                                               options);
+    auto keyRequest =
+        request->streamingContentKeyRequestData(certificate, contentIdentifier, options);
     if (std::holds_alternative<Error>(keyRequest)) {
         return fail(request, 5);
     }
@@ -204,9 +205,9 @@ void FairPlayAssetLoaderDelegate::deliverKey(
     const std::string fileName = keyFileName();
     std::error_code error;
     std::filesystem::create_directories(documentUrl_, error);
-    if (!DataFile::writeAtomically(documentUrl_ / fileName, key,
-                                   std::filesystem::perms::owner_read |
-                                       std::filesystem::perms::owner_write)) {
+    if (!DataFile::writeAtomically(
+            documentUrl_ / fileName, key,
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write)) {
         return fail(request, 8);
     }
     auto defaults = UserDefaults::standard();

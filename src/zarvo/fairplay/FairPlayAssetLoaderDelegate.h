@@ -23,8 +23,9 @@ class UrlAsset;
 // `documentUrl` (its name in the user defaults under `assetName` + "-Key"), and answers later
 // requests from that file without the network. Failures end the request with the
 // "ZMPlayerErrorDomain" error 10 and the number of the step that failed.
-class FairPlayAssetLoaderDelegate : public AssetResourceLoaderDelegate,
-                                    public std::enable_shared_from_this<FairPlayAssetLoaderDelegate> {
+class FairPlayAssetLoaderDelegate
+    : public AssetResourceLoaderDelegate,
+      public std::enable_shared_from_this<FairPlayAssetLoaderDelegate> {
 public:
     // A delegate installed on `asset`'s resource loader, called on its own serial queue.
     // `documentUrl`: where persistent keys go (the application home's Documents by default).

@@ -51,9 +51,6 @@ std::optional<GstRef<GstElement>> sinkFromEnvironment(const char* variable,
     return retainGst(bin);
 }
 
-// GST_PLAY_FLAG_NATIVE_VIDEO of playbin3's "flags": no conversion or scaling before the sink.
-constexpr guint nativeVideoFlag = 0x40;
-
 GstRef<GstElement> makeElement(const char* factory, const char* name = nullptr) {
     return retainGst(gst_element_factory_make(factory, name));
 }
@@ -104,11 +101,6 @@ std::optional<Error> GstPipelineSinks::make(GstPipelineSinks& out) {
         out.videoSink = std::move(*sink);
     } else if ((out.windows = GstVideoOutputs::make())) {
         out.videoSink = retainGst(out.windows->sink());
-        // The decoder's pictures reach the windows as they are: each window scales and crops
-        // for itself (the player would otherwise scale them all to one window's size).
-        guint flags = 0;
-        g_object_get(out.playbin.get(), "flags", &flags, nullptr);
-        g_object_set(out.playbin.get(), "flags", flags | nativeVideoFlag, nullptr);
     } else {
         out.videoSink = syncedFakeSink("zm-video-sink");
     }

@@ -197,6 +197,23 @@ std::unique_ptr<GstVideoOutputs::Branch> GstVideoOutputs::addBranch(const VideoO
     }
     branch->teePad = adoptGst(gst_element_request_pad_simple(tee_, "src_%u"));
     GstRef<GstPad> queueSink(gst_element_get_static_pad(branch->queue, "sink"));
+    // A window takes pictures of any size: the sizes of its own scaler must not reach the
+    // player, which would scale every picture to the last window's size.
+    gst_pad_add_probe(
+        queueSink.get(), GST_PAD_PROBE_TYPE_QUERY_DOWNSTREAM,
+        [](GstPad*, GstPadProbeInfo* info, gpointer) {
+            GstQuery* query = GST_PAD_PROBE_INFO_QUERY(info);
+            if (GST_QUERY_TYPE(query) != GST_QUERY_CAPS) {
+                return GST_PAD_PROBE_OK;
+            }
+            GstCaps* filter = nullptr;
+            gst_query_parse_caps(query, &filter);
+            GstCaps* any = gst_caps_new_any();
+            gst_query_set_caps_result(query, filter != nullptr ? filter : any);
+            gst_caps_unref(any);
+            return GST_PAD_PROBE_HANDLED;
+        },
+        nullptr, nullptr);
     gst_pad_link(branch->teePad.get(), queueSink.get());
     return branch;
 }
