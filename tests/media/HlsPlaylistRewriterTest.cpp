@@ -122,6 +122,7 @@ TEST(HlsPlaylistRewriter, LiveMediaPlaylistDatesSequencesKeysAndDateRanges) {
 #EXT-X-TARGETDURATION:2
 #EXT-X-MEDIA-SEQUENCE:14074018
 #EXT-X-DISCONTINUITY-SEQUENCE:938267
+#EXT-X-START:TIME-OFFSET=-4.5,PRECISE=YES
 #EXT-X-DATERANGE:ID="zm-cue-938268",START-DATE="2026-11-22T18:54:00.000Z",DURATION=10.000,X-AD-EVENT="eyJ2YXN0Ijp7fX0"
 #EXT-X-KEY:METHOD=AES-128,URI="skd://live-1",IV=0x0000000000000000000000000000000A
 #EXT-X-PROGRAM-DATE-TIME:2026-11-22T18:53:56.000Z
@@ -151,6 +152,7 @@ seg3.ts
     EXPECT_FALSE(r.isMasterPlaylist);
     EXPECT_EQ(std::tie(r.targetDuration, r.mediaSequence, r.discontinuitySequence),
               std::make_tuple(2, 14074018, 938267));
+    EXPECT_EQ(r.start, (Rewriter::Result::Start{-4.5, true}));
     // sequence offset, date, discontinuity, key index, URL
     const std::vector<std::tuple<int, const char*, bool, std::optional<std::size_t>, const char*>>
         expected{{0, "2026-11-22T18:53:56.000Z", false, 0, "chunks/seg13.ts"},

@@ -8,6 +8,11 @@
 
 namespace zarvo::origin {
 
+void LivePlaylist::Schedule::beginAdBreakAfter(double seconds, Date now) {
+    // Break 1 starts one interval after the epoch.
+    epoch = Date(std::floor(now.timeIntervalSince1970()) + seconds - adInterval);
+}
+
 LivePlaylist::LivePlaylist(Schedule schedule, std::vector<double> timeline)
     : schedule_(schedule), durations_(std::move(timeline)) {
     if (durations_.empty()) {

@@ -22,6 +22,10 @@ public:
         double dvrDepthSeconds = 600;        // how far back a DVR playlist reaches
         double adInterval = 30;              // seconds between advertising breaks
         double adDuration = 10;              // length of each break
+
+        // Moves the epoch so that an advertising break begins `seconds` after `now`, counted
+        // from `now`'s whole second (`seconds` within [0, adInterval]).
+        void beginAdBreakAfter(double seconds, Date now);
     };
 
     // `timeline`: the durations of the reference rendition's segments (must not be empty).

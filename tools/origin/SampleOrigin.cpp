@@ -244,7 +244,9 @@ struct SampleOrigin::Impl {
             [this](const httplib::Request& request, httplib::Response& response) {
                 {
                     std::lock_guard lock(requestsMutex);
-                    requests.push_back(request.method + " " + request.path);
+                    const std::string query = rawQuery(request);
+                    requests.push_back(request.method + " " + request.path +
+                                       (query.empty() ? "" : "?" + query));
                 }
                 if (!hasRequiredContentHeaders(request)) {
                     sendText(response, 403, "A required header is missing.");

@@ -45,7 +45,8 @@ public:
     // Valid once start() succeeded.
     const SampleContent& content() const;
     const LivePlaylist& livePlaylist() const;
-    // "METHOD /path" of every request received, in order (for checks of client traffic).
+    // "METHOD /path" (with "?query" as sent when there is one) of every request received, in
+    // order (for checks of client traffic). requestCount matches the path and query text.
     std::vector<std::string> requests() const;
     std::size_t requestCount(const std::string& pathPrefix) const;
     void clearRequests();

@@ -1,5 +1,4 @@
 // zm-origin: serves the sample origin on loopback until interrupted.
-#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -86,9 +85,7 @@ int main(int argc, char** argv) {
                 seconds > options.schedule.adInterval) {
                 return usage(("invalid delay before the first ad " + value).c_str());
             }
-            // Live time starts so that an advertising break begins `seconds` from now.
-            const double now = std::floor(zarvo::Date::systemNow().timeIntervalSince1970());
-            options.schedule.epoch = zarvo::Date(now + seconds - options.schedule.adInterval);
+            options.schedule.beginAdBreakAfter(seconds, zarvo::Date::systemNow());
         } else if (arg == "--cache") {
             options.cacheRoot = value;
         } else {

@@ -252,7 +252,8 @@ public:
         if (!item_ || !pipeline_) {
             return MediaTime::invalid();
         }
-        if (seekId_ || pendingSeek_) {
+        // Before the item is ready, the only seek in flight is the one to its start point.
+        if (seekId_ || pendingSeek_ || (!prerolled_ && inFlightSeqnum_ != GST_SEQNUM_INVALID)) {
             return seekTarget_;
         }
         return currentPosition();
@@ -317,6 +318,10 @@ public:
             return;
         }
         // The main media playlist: the asset's own URL when it has no master.
+        if (!std::exchange(startRead_, true)) {
+            startSeek_ = startSeek(served.info);
+            applyTargetState();
+        }
         timeline_.add(served.info.segments);
         const double position = currentPosition().isNumeric() ? currentPosition().seconds() : 0;
         if (accessLog_.variantServed(served.url, playbackTypeOf(*item_->asset(), served.info),
@@ -421,6 +426,8 @@ private:
         lastPosition_ = MediaTime::zero();
         lastResourceError_.reset();
         timeline_.reset();
+        startRead_ = false;
+        startSeek_.reset();
         accessLog_ = AccessLogRecorder();
         requestedState_ = GST_STATE_VOID_PENDING;
         currentState_ = GST_STATE_NULL;
@@ -589,6 +596,24 @@ private:
         item_->updateDuration(key_, known ? fromClockTime(duration) : MediaTime::indefinite());
     }
 
+    // Where the first media playlist asks playback to begin (EXT-X-START), which the demuxer
+    // does not do itself (it starts a live stream near its end). The pipeline's timeline
+    // begins at that playlist's first segment.
+    static std::optional<PendingSeek> startSeek(const HlsPlaylistRewriter::Result& playlist) {
+        if (!playlist.start) {
+            return std::nullopt;
+        }
+        double length = 0;
+        for (const auto& segment : playlist.segments) {
+            length += segment.duration;
+        }
+        const double offset = playlist.start->timeOffset;
+        const double position =
+            offset >= 0 ? std::min(offset, length) : std::max(length + offset, 0.0);
+        return PendingSeek{std::nullopt, MediaTime::make(position, nanosecondTimescale),
+                           playlist.start->precise};
+    }
+
     // One flushing seek is in the pipeline at a time: a seek asked for meanwhile waits for it
     // to preroll and replaces any other one waiting (the adaptive demuxer cannot take a flush
     // while it is still restarting its downloads from the previous one).
@@ -643,8 +668,10 @@ private:
         if (!pipeline_ || !item_ || itemFailed_) {
             return;
         }
+        // Nothing plays before the item stands at its start point.
+        const bool starting = startSeek_ || (!prerolled_ && inFlightSeqnum_ != GST_SEQNUM_INVALID);
         const GstState target =
-            rate_ > 0 && !buffering_ && !ended_ ? GST_STATE_PLAYING : GST_STATE_PAUSED;
+            rate_ > 0 && !buffering_ && !ended_ && !starting ? GST_STATE_PLAYING : GST_STATE_PAUSED;
         if (target != requestedState_) {
             requestedState_ = target;
             // A change that completes at once posts its message later: count it done now, so
@@ -721,6 +748,17 @@ private:
     }
 
     void prerolled() {
+        // The playlist's start point first (unless the host has asked for a seek): the item is
+        // ready once that seek has prerolled, and this runs again then.
+        if (auto start = std::exchange(startSeek_, std::nullopt);
+            start && !pendingSeek_ &&
+            std::fabs(start->time.seconds() - currentPosition().seconds()) > 0.001) {
+            seekTarget_ = start->time;
+            sendSeek(start->time, start->exact, std::nullopt);
+            if (inFlightSeqnum_ != GST_SEQNUM_INVALID) {
+                return;
+            }
+        }
         prerolled_ = true;
         updateDuration();
         updateSeekableRanges();
@@ -802,7 +840,12 @@ private:
             }
             case GST_MESSAGE_ASYNC_DONE: {
                 if (!prerolled_) {
-                    prerolled();
+                    if (inFlightSeqnum_ == GST_SEQNUM_INVALID ||
+                        gst_util_seqnum_compare(gst_message_get_seqnum(message), inFlightSeqnum_) >
+                            0) {
+                        inFlightSeqnum_ = GST_SEQNUM_INVALID;
+                        prerolled();
+                    }
                 } else if (inFlightSeqnum_ != GST_SEQNUM_INVALID &&
                            gst_util_seqnum_compare(gst_message_get_seqnum(message),
                                                    inFlightSeqnum_) > 0) {
@@ -965,6 +1008,8 @@ private:
         reported_ = std::make_pair(Player::TimeControlStatus::paused,
                                    std::optional<Player::WaitingReason>());
     ProgramDateTimeline timeline_;
+    bool startRead_ = false;                // the first media playlist was read for its start
+    std::optional<PendingSeek> startSeek_;  // to its start point, sent at the first preroll
     AccessLogRecorder accessLog_;
 
     // Shared with GStreamer's threads.

@@ -477,6 +477,17 @@ private:
             }
         } else if (name == "#EXT-X-ENDLIST") {
             result_.hasEndList = true;
+        } else if (name == "#EXT-X-START") {
+            const AttributeList list(line, listStart);
+            const Attribute* offset = list.find("TIME-OFFSET");
+            if (!result_.start && offset) {
+                // A signed-decimal-floating-point.
+                const bool negative = !offset->value.empty() && offset->value.front() == '-';
+                if (auto seconds = readDecimal(offset->value.substr(negative ? 1 : 0))) {
+                    result_.start = Rewriter::Result::Start{negative ? -*seconds : *seconds,
+                                                            list.yes("PRECISE")};
+                }
+            }
         } else if (name == "#EXT-X-STREAM-INF") {
             pending_ = Pending::variant;
             pendingVariant_ = variant(AttributeList(line, listStart), false);

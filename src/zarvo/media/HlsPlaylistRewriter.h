@@ -131,6 +131,15 @@ public:
         std::optional<std::int64_t> targetDuration, mediaSequence, discontinuitySequence;
         std::optional<std::string> playlistType;  // "VOD", "EVENT" as written
         bool hasEndList = false;
+        // The first valid EXT-X-START: where playback begins, TIME-OFFSET seconds from the
+        // start of the playlist (from its end when negative), exactly there when PRECISE.
+        struct Start {
+            double timeOffset = 0;
+            bool precise = false;
+
+            bool operator==(const Start&) const = default;
+        };
+        std::optional<Start> start;
         // Numbered from EXT-X-MEDIA-SEQUENCE (0 without it). A segment without a
         // PROGRAM-DATE-TIME of its own is dated after the previous one, unless a discontinuity
         // comes between them.

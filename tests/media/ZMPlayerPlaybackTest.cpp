@@ -1,0 +1,227 @@
+// ZMPlayer on the GStreamer engine against the sample origin: what a host's delegate receives
+// for a VOD (statuses, ticks, an audio switch, the end), a live stream's ad break and a DVR
+// source's timeshift. Playback runs in real time; waits run the main loop until a condition.
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "zarvo/media/PlayerItem.h"
+#include "zarvo/platform/NotificationCenter.h"
+#include "zarvo/platform/RunLoop.h"
+#include "zarvo/player/ZMPlayer.h"
+#include "zarvo/source/ZMPlaybackSourceOptions.h"
+
+#include "origin/SampleOrigin.h"
+#include "support/TempHome.h"
+
+namespace zarvo {
+namespace {
+
+using namespace std::chrono_literals;
+
+bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadline = 20s) {
+    return RunLoop::main().runUntil(done, deadline);
+}
+
+// Keeps what the player reports; ad events with the programme date of the item at that moment.
+class Recorder : public ZMPlayerDelegate {
+public:
+    struct Tick {
+        double time;
+        double duration;
+    };
+    struct Event {
+        ZMPlayerMetadataEvent event;
+        std::optional<Date> date;
+    };
+
+    std::vector<ZMPlayerStatus> playerStatuses;
+    std::vector<ZMPlayerStatus> itemStatuses;
+    std::vector<ZMPlaybackStatus> playback;
+    std::vector<Tick> ticks;
+    std::vector<double> bitrates;
+    std::vector<std::string> errors;
+    std::vector<Event> events;
+
+    void playerCurrentTime(ZMPlayer&, double time, double duration) override {
+        ticks.push_back({time, duration});
+    }
+    void playerDidChangePlayerStatus(ZMPlayer&, ZMPlayerStatus status) override {
+        playerStatuses.push_back(status);
+    }
+    void playerPlayedItemDidChange(ZMPlayer&, ZMPlayerStatus status) override {
+        itemStatuses.push_back(status);
+    }
+    void playerDidChangePlaybackStatus(ZMPlayer&, ZMPlaybackStatus status) override {
+        playback.push_back(status);
+    }
+    void playerDidChangeIndicatedBitrate(ZMPlayer&, double bitrate) override {
+        bitrates.push_back(bitrate);
+    }
+    void playerDidOccurError(ZMPlayer&, const Error& error) override {
+        errors.push_back(error.description());
+    }
+    void playerDidOccurEvents(ZMPlayer& player,
+                              const std::vector<ZMPlayerMetadataEvent>& due) override {
+        for (const auto& event : due) {
+            events.push_back({event, player.systemPlayer()->currentItem()->currentDate()});
+        }
+    }
+    std::optional<std::vector<ZMMediaOption>> playerMapMediaOptions(
+        ZMPlayer&, const std::vector<MediaSelectionOption>&, const MediaCharacteristic&) override {
+        return std::nullopt;
+    }
+    std::vector<TextStyleRule> playerInternalSubtitlesTextStyleRules(ZMPlayer&) override {
+        return {};
+    }
+    void playerDidOccurAccessLogEvents(ZMPlayer&,
+                                       const std::vector<PlayerItemAccessLogEvent>&) override {}
+};
+
+class ZMPlayerPlaybackTest : public ::testing::Test {
+protected:
+    // The live schedule's break 1 begins this long after the origin starts.
+    static constexpr double adBreakAfter = 2;
+
+    void SetUp() override {
+        origin::OriginOptions options;
+        options.schedule.beginAdBreakAfter(adBreakAfter, Date::systemNow());
+        origin_ = std::make_unique<origin::SampleOrigin>(options);
+        auto error = origin_->start();
+        ASSERT_FALSE(error) << error->description();
+        player_->setDelegate(recorder_);
+    }
+
+    std::shared_ptr<ZMPlaybackSource> source(const std::string& path,
+                                             const ZMPlaybackSourceOptions& options) const {
+        return std::make_shared<ZMPlaybackSource>(*Url::parse(origin_->url(path)), options);
+    }
+    bool playing() const { return player_->playbackStatus() == ZMPlaybackStatus::playing; }
+    std::optional<Date> date() const {
+        return player_->systemPlayer()->currentItem()->currentDate();
+    }
+
+    test::TempHome home_;  // a new player restores tracking sessions from the home
+    std::unique_ptr<origin::SampleOrigin> origin_;
+    std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
+    std::shared_ptr<ZMPlayer> player_ = ZMPlayer::make();
+};
+
+TEST_F(ZMPlayerPlaybackTest, VodReportsItsStatusesTicksAnAudioSwitchAndItsEnd) {
+    player_->open(source("/vod/master.m3u8", ZMPlaybackSourceOptions(false)), true);
+    ASSERT_TRUE(waitFor([&] { return playing() && player_->currentTime() > 0.6; }));
+    EXPECT_EQ(recorder_->playerStatuses, std::vector{ZMPlayerStatus::readyToPlay});
+    ASSERT_FALSE(recorder_->itemStatuses.empty());
+    EXPECT_EQ(recorder_->itemStatuses.front(), ZMPlayerStatus::readyToPlay);
+    EXPECT_EQ(recorder_->playback,
+              (std::vector{ZMPlaybackStatus::waiting, ZMPlaybackStatus::playing}));
+    EXPECT_EQ(player_->streamType(), ZMStreamType::vod);
+    EXPECT_NEAR(player_->duration(), 30.0, 0.1);
+    ASSERT_FALSE(recorder_->bitrates.empty());
+    bool announced = false;
+    for (const auto& variant : origin_->content().variants()) {
+        announced |= recorder_->bitrates.front() == variant.bandwidth / 1000.0;
+    }
+    EXPECT_TRUE(announced) << recorder_->bitrates.front() << " kbit/s is no variant's";
+
+    // The audio options are the master's renditions; choosing English fetches its rendition.
+    const auto audio = player_->audioOptions();
+    ASSERT_EQ(audio.size(), 2u);
+    EXPECT_EQ(audio[0].title(), "Polski");
+    EXPECT_EQ(audio[1].title(), "English");
+    EXPECT_EQ(player_->currentAudioOption(), audio[0].audioSelectionOption());
+    origin_->clearRequests();
+    const std::size_t itemReports = recorder_->itemStatuses.size();
+    player_->selectOptionGroup(audio[1].audioSelectionOption(), MediaCharacteristic::audible());
+    EXPECT_EQ(player_->currentAudioOption(), audio[1].audioSelectionOption());
+    EXPECT_TRUE(waitFor([&] { return origin_->requestCount("/vod/a_eng/seg") > 0; }));
+    EXPECT_GT(recorder_->itemStatuses.size(), itemReports) << "the selection change is reported";
+
+    // An exact seek near the end, then playing to it.
+    bool ended = false;
+    auto end = NotificationCenter::defaultCenter().addObserver(
+        PlayerItem::didPlayToEndTimeNotification, player_->systemPlayer()->currentItem().get(),
+        nullptr, [&](const Notification&) { ended = true; });
+    bool seeked = false;
+    player_->seek(27.0, 600, MediaTime::zero(), MediaTime::zero(),
+                  [&](bool finished) { seeked = finished; });
+    ASSERT_TRUE(waitFor([&] { return seeked; }));
+    EXPECT_NEAR(player_->currentTime(), 27.0, 1.0 / 24);
+    const std::size_t ticksBefore = recorder_->ticks.size();
+    ASSERT_TRUE(waitFor([&] { return ended; }));
+    RunLoop::main().runUntilIdle();
+    EXPECT_EQ(recorder_->playback.back(), ZMPlaybackStatus::paused);
+    EXPECT_TRUE(player_->isPaused());
+    EXPECT_NEAR(player_->currentTime(), 30.0, 0.2);
+
+    // A tick on every half second of media time played, each with the item's duration.
+    std::vector<Recorder::Tick> ticks(recorder_->ticks.begin() + ticksBefore,
+                                      recorder_->ticks.end());
+    for (double boundary = 27.5; boundary < 30.0; boundary += 0.5) {
+        EXPECT_TRUE(std::any_of(ticks.begin(), ticks.end(), [&](const Recorder::Tick& tick) {
+            return std::fabs(tick.time - boundary) < 0.04;
+        })) << boundary;
+    }
+    for (std::size_t i = 1; i < ticks.size(); ++i) {
+        EXPECT_GE(ticks[i].time, ticks[i - 1].time - 1e-6) << i;
+        EXPECT_NEAR(ticks[i].duration, 30.0, 0.1);
+    }
+    EXPECT_TRUE(recorder_->errors.empty()) << recorder_->errors.front();
+}
+
+TEST_F(ZMPlayerPlaybackTest, LiveReportsItsAdBreakOnceAndDvrAsksForItsWindow) {
+    player_->open(source("/live/master.m3u8", ZMPlaybackSourceOptions(true)), true);
+    ASSERT_TRUE(waitFor([&] { return playing(); }));
+    EXPECT_EQ(player_->streamType(), ZMStreamType::live);
+    EXPECT_EQ(player_->timeshiftAvailable(), false);
+    ASSERT_TRUE(date());
+    EXPECT_NEAR(player_->currentTime(), date()->timeIntervalSince1970(), 0.5);
+
+    // The break the origin puts shortly after its start: reported at the first tick within it,
+    // and only once while it lasts.
+    const auto& schedule = origin_->livePlaylist().schedule();
+    const Date breakStart = schedule.epoch.addingTimeInterval(schedule.adInterval);
+    ASSERT_TRUE(waitFor([&] { return !recorder_->events.empty(); }, 30s));
+    const auto& first = recorder_->events.front();
+    EXPECT_EQ(first.event.identifier, "zm-cue-1");
+    EXPECT_EQ(first.event.offset,
+              std::llround(breakStart.timeIntervalSinceReferenceDate() * 1000.0));
+    ASSERT_TRUE(first.date);
+    EXPECT_GE(first.date->timeIntervalSince(breakStart), 0.0);
+    EXPECT_LE(first.date->timeIntervalSince(breakStart), 1.0);
+    ASSERT_TRUE(waitFor([&] { return date() && date()->timeIntervalSince(breakStart) > 3.0; }));
+    EXPECT_EQ(recorder_->events.size(), 1u);
+
+    // Half a minute back (the origin's history starts shortly before it did): the seconds go
+    // into the playback address and from there into every playlist the engine asks for, and
+    // playback starts that far behind.
+    origin_->clearRequests();
+    player_->open(source("/dvr/master.m3u8",
+                         ZMPlaybackSourceOptions(ZMPlaybackTimeshift(std::int64_t{30}), true)),
+                  true);
+    EXPECT_EQ(player_->streamType(), ZMStreamType::dvrWindowLive);
+    EXPECT_EQ(player_->timeshiftAvailable(), true);
+    ASSERT_TRUE(waitFor([&] { return playing() && date(); }));
+    EXPECT_GE(origin_->requestCount("/dvr/master.m3u8?dvr=30000"), 1u);
+    std::size_t playlists = 0;
+    for (const auto& request : origin_->requests()) {
+        if (request.find("/index.m3u8") != std::string::npos) {
+            ++playlists;
+            EXPECT_NE(request.find("/index.m3u8?dvr=30000"), std::string::npos) << request;
+        }
+    }
+    EXPECT_GE(playlists, 2u) << "a video and an audio playlist";
+    // From the start of the segment that holds that moment, plus the time to start.
+    const double behind = origin_->now().timeIntervalSince(*date());
+    EXPECT_GE(behind, 29.9);
+    EXPECT_LE(behind, 34.0);
+    EXPECT_TRUE(recorder_->errors.empty()) << recorder_->errors.front();
+}
+
+}  // namespace
+}  // namespace zarvo
