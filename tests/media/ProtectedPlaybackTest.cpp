@@ -61,9 +61,8 @@ protected:
 
     void open(const std::string& certUrl, std::map<std::string, std::string> headers) {
         ZMPlaybackSourceOptions options(false);
-        options.setDrm(ZMFairPlayUrls(*Url::parse(certUrl),
-                                      *Url::parse(origin_->url("/fps/license")),
-                                      std::move(headers)));
+        options.setDrm(ZMFairPlayUrls(
+            *Url::parse(certUrl), *Url::parse(origin_->url("/fps/license")), std::move(headers)));
         player_->setDelegate(recorder_);
         player_->open(std::make_shared<ZMPlaybackSource>(
                           *Url::parse(origin_->url("/protected/master.m3u8")), options),
