@@ -3,10 +3,18 @@
 //     a fresh process (a child started for each run);
 //   - CPU time and peak RSS of a child process that plays the whole sample VOD;
 //   - one 100 MB segment through the loopback resource server against curl from the origin.
-// Children are this executable started with --child MODE ENGINE URL; they print one number.
+// The player facade (ZMPlayer with a delegate) against the engine's own Player: first frame
+// in a fresh process and whole-VOD CPU, as medians.
+// Children are this executable started with --child MODE ENGINE URL (ENGINE: sdk, playbin3 or
+// zmplayer); they print one number: the first frame's seconds, or the main thread's CPU
+// seconds over the whole VOD.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <spawn.h>
@@ -30,6 +38,9 @@
 #include "zarvo/platform/NotificationCenter.h"
 #include "zarvo/platform/ProcessInfo.h"
 #include "zarvo/platform/RunLoop.h"
+#include "zarvo/player/ZMPlayer.h"
+#include "zarvo/source/ZMPlaybackSource.h"
+#include "zarvo/source/ZMPlaybackSourceOptions.h"
 
 #include "LoopbackBodyServer.h"
 #include "origin/SampleOrigin.h"
@@ -78,6 +89,83 @@ bool sdkPlayToEnd(const std::string& url) {
     player->play();
     return RunLoop::main().runUntil([&] { return ended || item->error(); }, playbackDeadline) &&
            ended;
+}
+
+// --- The facade: ZMPlayer on the same engine, as a host uses it -----------------------------
+
+// Counts the calls: the least a host's delegate does.
+class CountingDelegate : public zarvo::ZMPlayerDelegate {
+public:
+    std::size_t calls = 0;
+
+    void playerCurrentTime(zarvo::ZMPlayer&, double, double) override { ++calls; }
+    void playerDidChangePlayerStatus(zarvo::ZMPlayer&, zarvo::ZMPlayerStatus) override { ++calls; }
+    void playerPlayedItemDidChange(zarvo::ZMPlayer&, zarvo::ZMPlayerStatus) override { ++calls; }
+    void playerDidChangePlaybackStatus(zarvo::ZMPlayer&, zarvo::ZMPlaybackStatus) override {
+        ++calls;
+    }
+    void playerDidChangeIndicatedBitrate(zarvo::ZMPlayer&, double) override { ++calls; }
+    void playerDidOccurError(zarvo::ZMPlayer&, const zarvo::Error&) override { ++calls; }
+    void playerDidOccurEvents(zarvo::ZMPlayer&,
+                              const std::vector<zarvo::ZMPlayerMetadataEvent>&) override {
+        ++calls;
+    }
+    std::optional<std::vector<zarvo::ZMMediaOption>> playerMapMediaOptions(
+        zarvo::ZMPlayer&, const std::vector<zarvo::MediaSelectionOption>&,
+        const zarvo::MediaCharacteristic&) override {
+        ++calls;
+        return std::nullopt;
+    }
+    std::vector<zarvo::TextStyleRule> playerInternalSubtitlesTextStyleRules(
+        zarvo::ZMPlayer&) override {
+        ++calls;
+        return {};
+    }
+    void playerDidOccurAccessLogEvents(
+        zarvo::ZMPlayer&, const std::vector<zarvo::PlayerItemAccessLogEvent>&) override {
+        ++calls;
+    }
+};
+
+// Opens `url` as a VOD source on a new ZMPlayer that plays at once; the player and its
+// delegate, which the player holds weakly.
+std::pair<std::shared_ptr<zarvo::ZMPlayer>, std::shared_ptr<CountingDelegate>> openFacade(
+    const std::string& url) {
+    auto delegate = std::make_shared<CountingDelegate>();
+    auto player = zarvo::ZMPlayer::make();
+    player->setDelegate(delegate);
+    player->open(std::make_shared<zarvo::ZMPlaybackSource>(*zarvo::Url::parse(url),
+                                                           zarvo::ZMPlaybackSourceOptions(false)),
+                 true);
+    return {player, delegate};
+}
+
+std::optional<double> facadeFirstFrame(const std::string& url, double since) {
+    auto [player, delegate] = openFacade(url);
+    std::optional<double> frameAt;
+    auto token = zarvo::NotificationCenter::defaultCenter().addObserver(
+        zarvo::PlayerItem::firstVideoFrameNotification, player->systemPlayer()->currentItem().get(),
+        nullptr, [&](const zarvo::Notification& notification) {
+            frameAt = std::any_cast<double>(
+                notification.userInfo.at(zarvo::PlayerItem::firstVideoFrameUptimeKey));
+        });
+    RunLoop::main().runUntil([&] { return frameAt.has_value(); }, playbackDeadline);
+    player->removeCurrentSource();
+    if (!frameAt) {
+        return std::nullopt;
+    }
+    return *frameAt - since;
+}
+
+bool facadePlayToEnd(const std::string& url) {
+    auto [player, delegate] = openFacade(url);
+    const auto item = player->systemPlayer()->currentItem();
+    bool ended = false;
+    auto token = zarvo::NotificationCenter::defaultCenter().addObserver(
+        zarvo::PlayerItem::didPlayToEndTimeNotification, item.get(), nullptr,
+        [&](const zarvo::Notification&) { ended = true; });
+    return RunLoop::main().runUntil([&] { return ended || item->error(); }, playbackDeadline) &&
+           ended && delegate->calls > 0;
 }
 
 // --- The peer: a plain playbin3 with synced fake sinks ------------------------------------
@@ -161,6 +249,8 @@ int childMain(const std::string& mode, const std::string& engine, const std::str
         std::optional<double> seconds;
         if (engine == "sdk") {
             seconds = sdkFirstFrame(zarvo::Player::make(), url, start);
+        } else if (engine == "zmplayer") {
+            seconds = facadeFirstFrame(url, start);
         } else {
             seconds = PlainPlaybin().firstFrame(url, start);
         }
@@ -170,9 +260,18 @@ int childMain(const std::string& mode, const std::string& engine, const std::str
         std::printf("%.6f\n", *seconds);
         return 0;
     }
-    const bool ended = engine == "sdk" ? sdkPlayToEnd(url) : PlainPlaybin().playToEnd(url);
-    std::printf("%d\n", ended ? 1 : 0);
-    return ended ? 0 : 1;
+    const bool ended = engine == "sdk"        ? sdkPlayToEnd(url)
+                       : engine == "zmplayer" ? facadePlayToEnd(url)
+                                              : PlainPlaybin().playToEnd(url);
+    if (!ended) {
+        return 1;
+    }
+    // The main thread's CPU: where the player, its observers and a facade's delegate run,
+    // apart from the streaming threads whose load varies most from run to run.
+    timespec cpu{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpu);
+    std::printf("%.6f\n", static_cast<double>(cpu.tv_sec) + cpu.tv_nsec / 1e9);
+    return 0;
 }
 
 struct ChildRun {
@@ -180,6 +279,23 @@ struct ChildRun {
     double cpuSeconds = 0;
     double peakRssMb = 0;
 };
+
+// An empty folder for the children's application homes, removed at exit.
+const std::string& childHome() {
+    static char path[] = "/tmp/media_bench.XXXXXX";
+    static const std::string home = [] {
+        if (::mkdtemp(path) == nullptr) {
+            std::perror("mkdtemp");
+            std::exit(1);
+        }
+        std::atexit([] {
+            std::error_code ignored;
+            std::filesystem::remove_all(path, ignored);
+        });
+        return std::string(path);
+    }();
+    return home;
+}
 
 std::optional<ChildRun> runChild(const std::string& mode, const std::string& engine,
                                  const std::string& url) {
@@ -198,10 +314,13 @@ std::optional<ChildRun> runChild(const std::string& mode, const std::string& eng
         argv.push_back(arg.data());
     }
     argv.push_back(nullptr);
-    // Both engines send audio to a synced fake sink.
-    std::vector<std::string> environment{"ZM_AUDIO_SINK=fakesink sync=true"};
+    // Every engine sends audio to a synced fake sink; ZMPlayer restores tracking sessions from
+    // an empty application home.
+    std::vector<std::string> environment{"ZM_AUDIO_SINK=fakesink sync=true",
+                                         "ZM_HOME=" + childHome()};
     for (char** entry = environ; *entry != nullptr; ++entry) {
-        if (std::strncmp(*entry, "ZM_AUDIO_SINK=", 14) != 0) {
+        if (std::strncmp(*entry, "ZM_AUDIO_SINK=", 14) != 0 &&
+            std::strncmp(*entry, "ZM_HOME=", 8) != 0) {
             environment.emplace_back(*entry);
         }
     }
@@ -311,15 +430,25 @@ void BM_FirstFrameLaterItem(benchmark::State& state) {
 }
 BENCHMARK(BM_FirstFrameLaterItem)->Iterations(10)->Unit(benchmark::kMillisecond);
 
-// Runs a child of each engine per iteration, the SDK first; the runs, or nothing when one failed.
+// Runs a child of each engine per iteration, `engine` first in even iterations and `peer`
+// first in odd ones (the second of a pair has run slower or faster by itself); the runs, or
+// nothing when one failed.
 std::optional<std::pair<std::vector<ChildRun>, std::vector<ChildRun>>> alternateChildren(
-    benchmark::State& state, const std::string& mode) {
+    benchmark::State& state, const std::string& mode, const std::string& engine = "sdk",
+    const std::string& peer = "playbin3") {
     const std::string url = sampleOrigin().url("/vod/master.m3u8");
-    runChild(mode, "sdk", url);  // the page cache warm for both
+    runChild(mode, engine, url);  // the page cache warm for both
     std::pair<std::vector<ChildRun>, std::vector<ChildRun>> runs;
     for (auto _ : state) {
-        auto a = runChild(mode, "sdk", url);
-        auto b = runChild(mode, "playbin3", url);
+        std::optional<ChildRun> a;
+        std::optional<ChildRun> b;
+        if (runs.first.size() % 2 == 0) {
+            a = runChild(mode, engine, url);
+            b = runChild(mode, peer, url);
+        } else {
+            b = runChild(mode, peer, url);
+            a = runChild(mode, engine, url);
+        }
         if (!a || !b) {
             state.SkipWithError("a child failed");
             return std::nullopt;
@@ -337,6 +466,22 @@ double mean(const std::vector<ChildRun>& runs, Field field) {
         sum += run.*field;
     }
     return runs.empty() ? 0 : sum / static_cast<double>(runs.size());
+}
+
+// The middle value (the mean of the two middle ones for an even count): one run slowed by
+// another process on the machine does not move it.
+template <typename Field>
+double median(const std::vector<ChildRun>& runs, Field field) {
+    std::vector<double> values;
+    for (const auto& run : runs) {
+        values.push_back(run.*field);
+    }
+    if (values.empty()) {
+        return 0;
+    }
+    std::sort(values.begin(), values.end());
+    const std::size_t middle = values.size() / 2;
+    return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
 double peak(const std::vector<ChildRun>& runs) {
@@ -368,6 +513,35 @@ void BM_WholeVodCpuAndPeakRss(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_WholeVodCpuAndPeakRss)->Iterations(2)->Unit(benchmark::kSecond);
+
+// ZMPlayer (with a delegate) against the engine's Player, both in fresh processes.
+void BM_FacadeFirstFrameFreshProcess(benchmark::State& state) {
+    if (auto runs = alternateChildren(state, "first-frame", "zmplayer", "sdk")) {
+        const double facade = median(runs->first, &ChildRun::value) * 1000;
+        const double engine = median(runs->second, &ChildRun::value) * 1000;
+        state.counters["ms_zmplayer"] = facade;
+        state.counters["ms_player"] = engine;
+        state.counters["ratio"] = engine > 0 ? facade / engine : 0;
+    }
+}
+BENCHMARK(BM_FacadeFirstFrameFreshProcess)->Iterations(10)->Unit(benchmark::kMillisecond);
+
+void BM_FacadeWholeVodCpu(benchmark::State& state) {
+    if (auto runs = alternateChildren(state, "whole", "zmplayer", "sdk")) {
+        const double facade = median(runs->first, &ChildRun::cpuSeconds);
+        const double engine = median(runs->second, &ChildRun::cpuSeconds);
+        state.counters["cpu_s_zmplayer"] = facade;
+        state.counters["cpu_s_player"] = engine;
+        state.counters["cpu_ratio"] = engine > 0 ? facade / engine : 0;
+        const double facadeMain = median(runs->first, &ChildRun::value) * 1000;
+        const double engineMain = median(runs->second, &ChildRun::value) * 1000;
+        state.counters["main_ms_zmplayer"] = facadeMain;
+        state.counters["main_ms_player"] = engineMain;
+        state.counters["main_ratio"] = engineMain > 0 ? facadeMain / engineMain : 0;
+        state.counters["rss_MB_more"] = peak(runs->first) - peak(runs->second);
+    }
+}
+BENCHMARK(BM_FacadeWholeVodCpu)->Iterations(4)->Unit(benchmark::kSecond);
 
 void BM_SegmentThroughResourceServer(benchmark::State& state) {
     LoopbackBodyServer origin("/big.ts", segmentLength);
