@@ -10,43 +10,13 @@
 #include "zarvo/source/ZMPlaybackSourceOptions.h"
 
 #include "origin/SampleOrigin.h"
+#include "support/RecordingPlayerDelegate.h"
 #include "support/TempHome.h"
 
 namespace zarvo {
 namespace {
 
 using namespace std::chrono_literals;
-
-class Recorder : public ZMPlayerDelegate {
-public:
-    std::vector<std::string> calls;
-    std::optional<Error> error;
-
-    void playerCurrentTime(ZMPlayer&, double, double) override {}
-    void playerDidChangePlayerStatus(ZMPlayer&, ZMPlayerStatus) override {}
-    void playerPlayedItemDidChange(ZMPlayer&, ZMPlayerStatus status) override {
-        calls.push_back(status == ZMPlayerStatus::failed ? "item failed" : "item changed");
-    }
-    void playerDidChangePlaybackStatus(ZMPlayer&, ZMPlaybackStatus) override {}
-    void playerDidChangeIndicatedBitrate(ZMPlayer&, double) override {}
-    void playerDidOccurError(ZMPlayer&, const Error& occurred) override {
-        calls.push_back("error");
-        error = occurred;
-    }
-    void playerDidOccurEvents(ZMPlayer&, const std::vector<ZMPlayerMetadataEvent>&) override {}
-    std::optional<std::vector<ZMMediaOption>> playerMapMediaOptions(
-        ZMPlayer&, const std::vector<MediaSelectionOption>&, const MediaCharacteristic&) override {
-        return std::nullopt;
-    }
-    std::vector<TextStyleRule> playerInternalSubtitlesTextStyleRules(ZMPlayer&) override {
-        return {};
-    }
-    void playerDidOccurAccessLogEvents(ZMPlayer&,
-                                       const std::vector<PlayerItemAccessLogEvent>&) override {}
-    bool failed() const {
-        return std::find(calls.begin(), calls.end(), "item failed") != calls.end();
-    }
-};
 
 class ProtectedPlaybackTest : public ::testing::Test {
 protected:
@@ -71,8 +41,8 @@ protected:
 
     // The error the delegate got, or one of its inner errors, in the player's domain.
     std::optional<Error> playerError() const {
-        for (const Error* error = recorder_->error ? &*recorder_->error : nullptr; error;
-             error = error->innerError()) {
+        for (const Error* error = recorder_->errors.empty() ? nullptr : &recorder_->errors.back();
+             error; error = error->innerError()) {
             if (error->domain() == "ZMPlayerErrorDomain") {
                 return *error;
             }
@@ -82,7 +52,8 @@ protected:
 
     inline static std::unique_ptr<origin::SampleOrigin> origin_;
     test::TempHome home_;
-    std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
+    std::shared_ptr<test::RecordingPlayerDelegate> recorder_ =
+        std::make_shared<test::RecordingPlayerDelegate>();
     std::shared_ptr<ZMPlayer> player_ = ZMPlayer::make();
 };
 
@@ -96,30 +67,31 @@ TEST_F(ProtectedPlaybackTest, PlaysToItsEndWithTheKeyFromTheLicenceServer) {
         [&ended](const Notification&) { ended = true; });
     ASSERT_TRUE(RunLoop::main().runUntil(
         [&] { return item->status() != PlayerItem::Status::unknown; }, 20s));
-    ASSERT_EQ(item->status(), PlayerItem::Status::readyToPlay) << recorder_->calls.size();
+    ASSERT_EQ(item->status(), PlayerItem::Status::readyToPlay);
     player_->seek(27, 600, MediaTime::zero(), MediaTime::zero());
-    EXPECT_TRUE(RunLoop::main().runUntil([&] { return ended || recorder_->failed(); }, 20s));
+    EXPECT_TRUE(RunLoop::main().runUntil([&] { return ended || recorder_->itemFailed(); }, 20s));
     EXPECT_TRUE(ended);
-    EXPECT_FALSE(recorder_->error) << recorder_->error->description();
+    EXPECT_TRUE(recorder_->errors.empty()) << recorder_->errors.front().description();
     EXPECT_EQ(origin_->requestCount("/fps/license"), 1u);
 }
 
 TEST_F(ProtectedPlaybackTest, ARefusedOrImpossibleKeyExchangeFailsTheItemAfterTheError) {
     // Without the licence header the server answers 403; its body is no key.
     open(origin_->url("/fps/cert"), {});
-    ASSERT_TRUE(RunLoop::main().runUntil([&] { return recorder_->failed(); }, 20s));
-    EXPECT_EQ(recorder_->calls.back(), "item failed");
-    EXPECT_EQ(std::count(recorder_->calls.begin(), recorder_->calls.end(), "error"), 1);
-    EXPECT_LT(std::find(recorder_->calls.begin(), recorder_->calls.end(), "error"),
-              std::find(recorder_->calls.begin(), recorder_->calls.end(), "item failed"));
+    ASSERT_TRUE(RunLoop::main().runUntil([&] { return recorder_->itemFailed(); }, 20s));
+    EXPECT_EQ(recorder_->itemStatuses.back(), ZMPlayerStatus::failed);
+    EXPECT_EQ(recorder_->errors.size(), 1u);
+    const auto& order = recorder_->errorsAndItems;
+    EXPECT_LT(std::find(order.begin(), order.end(), "error") - order.begin(),
+              static_cast<std::ptrdiff_t>(order.size()) - 1)
+        << "the error comes before the failed item";
 
     // A certificate that cannot be fetched ends the exchange at its fourth step.
-    recorder_->calls.clear();
-    recorder_->error.reset();
+    recorder_ = std::make_shared<test::RecordingPlayerDelegate>();
     open("http://127.0.0.1:1/fps/cert", {});
-    ASSERT_TRUE(RunLoop::main().runUntil([&] { return recorder_->failed(); }, 20s));
+    ASSERT_TRUE(RunLoop::main().runUntil([&] { return recorder_->itemFailed(); }, 20s));
     auto error = playerError();
-    ASSERT_TRUE(error) << (recorder_->error ? recorder_->error->description() : "no error");
+    ASSERT_TRUE(error) << recorder_->errors.size() << " errors";
     EXPECT_EQ(error->code(), 10);
     EXPECT_EQ(error->localizedDescription(), "FairPlay initialization error with code 4");
 }

@@ -17,6 +17,7 @@
 #include "zarvo/source/ZMPlaybackSourceOptions.h"
 
 #include "origin/SampleOrigin.h"
+#include "support/RecordingPlayerDelegate.h"
 #include "support/TempHome.h"
 
 namespace zarvo {
@@ -28,60 +29,7 @@ bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadli
     return RunLoop::main().runUntil(done, deadline);
 }
 
-// Keeps what the player reports; ad events with the programme date of the item at that moment.
-class Recorder : public ZMPlayerDelegate {
-public:
-    struct Tick {
-        double time;
-        double duration;
-    };
-    struct Event {
-        ZMPlayerMetadataEvent event;
-        std::optional<Date> date;
-    };
-
-    std::vector<ZMPlayerStatus> playerStatuses;
-    std::vector<ZMPlayerStatus> itemStatuses;
-    std::vector<ZMPlaybackStatus> playback;
-    std::vector<Tick> ticks;
-    std::vector<double> bitrates;
-    std::vector<std::string> errors;
-    std::vector<Event> events;
-
-    void playerCurrentTime(ZMPlayer&, double time, double duration) override {
-        ticks.push_back({time, duration});
-    }
-    void playerDidChangePlayerStatus(ZMPlayer&, ZMPlayerStatus status) override {
-        playerStatuses.push_back(status);
-    }
-    void playerPlayedItemDidChange(ZMPlayer&, ZMPlayerStatus status) override {
-        itemStatuses.push_back(status);
-    }
-    void playerDidChangePlaybackStatus(ZMPlayer&, ZMPlaybackStatus status) override {
-        playback.push_back(status);
-    }
-    void playerDidChangeIndicatedBitrate(ZMPlayer&, double bitrate) override {
-        bitrates.push_back(bitrate);
-    }
-    void playerDidOccurError(ZMPlayer&, const Error& error) override {
-        errors.push_back(error.description());
-    }
-    void playerDidOccurEvents(ZMPlayer& player,
-                              const std::vector<ZMPlayerMetadataEvent>& due) override {
-        for (const auto& event : due) {
-            events.push_back({event, player.systemPlayer()->currentItem()->currentDate()});
-        }
-    }
-    std::optional<std::vector<ZMMediaOption>> playerMapMediaOptions(
-        ZMPlayer&, const std::vector<MediaSelectionOption>&, const MediaCharacteristic&) override {
-        return std::nullopt;
-    }
-    std::vector<TextStyleRule> playerInternalSubtitlesTextStyleRules(ZMPlayer&) override {
-        return {};
-    }
-    void playerDidOccurAccessLogEvents(ZMPlayer&,
-                                       const std::vector<PlayerItemAccessLogEvent>&) override {}
-};
+using Recorder = test::RecordingPlayerDelegate;
 
 class ZMPlayerPlaybackTest : public ::testing::Test {
 protected:
@@ -173,7 +121,7 @@ TEST_F(ZMPlayerPlaybackTest, VodReportsItsStatusesTicksAnAudioSwitchAndItsEnd) {
         EXPECT_GE(ticks[i].time, ticks[i - 1].time - 1e-6) << i;
         EXPECT_NEAR(ticks[i].duration, 30.0, 0.1);
     }
-    EXPECT_TRUE(recorder_->errors.empty()) << recorder_->errors.front();
+    EXPECT_TRUE(recorder_->errors.empty()) << recorder_->errors.front().description();
 }
 
 TEST_F(ZMPlayerPlaybackTest, LiveReportsItsAdBreakOnceAndDvrAsksForItsWindow) {
@@ -222,7 +170,7 @@ TEST_F(ZMPlayerPlaybackTest, LiveReportsItsAdBreakOnceAndDvrAsksForItsWindow) {
     const double behind = origin_->now().timeIntervalSince(*date());
     EXPECT_GE(behind, 29.9);
     EXPECT_LE(behind, 34.0);
-    EXPECT_TRUE(recorder_->errors.empty()) << recorder_->errors.front();
+    EXPECT_TRUE(recorder_->errors.empty()) << recorder_->errors.front().description();
 }
 
 }  // namespace

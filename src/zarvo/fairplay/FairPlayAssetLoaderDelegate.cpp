@@ -25,11 +25,6 @@ void fail(const std::shared_ptr<AssetResourceLoadingRequest>& request, long step
     request->finishLoading(ZMPlayerError::fairPlayInitialization(step));
 }
 
-// Whether a fetch gave bytes: the HTTP status is not looked at.
-bool arrived(const std::optional<Data>& data, const std::optional<Error>& error) {
-    return data.has_value() && !error;
-}
-
 // FNV-1a over the URL text: the same name for the same asset in every run.
 std::uint64_t stableHash(const std::string& text) {
     std::uint64_t hash = 14695981039346656037ull;
@@ -131,19 +126,30 @@ void FairPlayAssetLoaderDelegate::handle(
 
     UrlRequest certificateRequest(fpsCertUrl_, UrlRequest::CachePolicy::useProtocolCachePolicy,
                                   keyExchangeTimeout);
+    fetch(std::move(certificateRequest), request, 4,
+          [request, contentIdentifier, persistent](FairPlayAssetLoaderDelegate& self,
+                                                   const Data& certificate) {
+              self.requestKey(request, contentIdentifier, persistent, certificate);
+          });
+}
+
+void FairPlayAssetLoaderDelegate::fetch(
+    UrlRequest urlRequest, const std::shared_ptr<AssetResourceLoadingRequest>& request,
+    long failedStep, std::function<void(FairPlayAssetLoaderDelegate&, const Data&)> next) {
     UrlSession::shared()
-        ->dataTask(std::move(certificateRequest),
-                   [weakSelf = weak_from_this(), request, contentIdentifier, persistent](
+        ->dataTask(std::move(urlRequest),
+                   [weakSelf = weak_from_this(), request, failedStep, next = std::move(next)](
                        std::optional<Data> data, std::optional<HttpUrlResponse>,
                        std::optional<Error> error) {
                        auto self = weakSelf.lock();
                        if (!self) {
                            return;
                        }
-                       if (!arrived(data, error)) {
-                           return fail(request, 4);
+                       // Data without an error will do: the HTTP status is not looked at.
+                       if (!data || error) {
+                           return fail(request, failedStep);
                        }
-                       self->requestKey(request, contentIdentifier, persistent, *data);
+                       next(*self, *data);
                    })
         ->resume();
 }
@@ -170,21 +176,10 @@ void FairPlayAssetLoaderDelegate::requestKey(
     for (const auto& [name, value] : headerFields_) {
         post.setValue(value, name);
     }
-    UrlSession::shared()
-        ->dataTask(std::move(post),
-                   [weakSelf = weak_from_this(), request, persistent](
-                       std::optional<Data> data, std::optional<HttpUrlResponse>,
-                       std::optional<Error> error) {
-                       auto self = weakSelf.lock();
-                       if (!self) {
-                           return;
-                       }
-                       if (!arrived(data, error)) {
-                           return fail(request, 6);
-                       }
-                       self->deliverKey(request, persistent, *data);
-                   })
-        ->resume();
+    fetch(std::move(post), request, 6,
+          [request, persistent](FairPlayAssetLoaderDelegate& self, const Data& keyResponse) {
+              self.deliverKey(request, persistent, keyResponse);
+          });
 }
 
 void FairPlayAssetLoaderDelegate::deliverKey(

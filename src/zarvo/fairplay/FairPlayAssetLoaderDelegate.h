@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -10,6 +11,7 @@
 #include "zarvo/media/AssetResourceLoaderDelegate.h"
 #include "zarvo/platform/DispatchQueue.h"
 #include "zarvo/platform/Url.h"
+#include "zarvo/platform/UrlRequest.h"
 
 namespace zarvo {
 
@@ -59,6 +61,11 @@ public:
 private:
     bool take(const std::shared_ptr<AssetResourceLoadingRequest>& request);
     void handle(const std::shared_ptr<AssetResourceLoadingRequest>& request);
+    // Fetches `urlRequest` on the shared session; with its bytes calls `next` (while the
+    // delegate lives), else fails `request` at `failedStep`.
+    void fetch(UrlRequest urlRequest, const std::shared_ptr<AssetResourceLoadingRequest>& request,
+               long failedStep,
+               std::function<void(FairPlayAssetLoaderDelegate&, const Data&)> next);
     void requestKey(const std::shared_ptr<AssetResourceLoadingRequest>& request,
                     const std::string& contentIdentifier, bool persistent, const Data& certificate);
     void deliverKey(const std::shared_ptr<AssetResourceLoadingRequest>& request, bool persistent,
