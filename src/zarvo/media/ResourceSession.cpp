@@ -354,7 +354,7 @@ std::optional<double> ResourceSession::segmentDuration(const std::string& key) c
 namespace {
 
 // The state of one answer streamed from the origin to the pipeline. The server thread that
-// answers runs the transfer itself, writing each piece curl receives to the pipeline.
+// answers runs the transfer itself and writes what curl receives to the pipeline.
 struct StreamAnswer {
     std::shared_ptr<DirectUrlStream> stream;
     std::int64_t skip = 0;        // bytes of the body before the range (an origin that ignored it)

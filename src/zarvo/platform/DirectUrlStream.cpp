@@ -182,8 +182,8 @@ std::optional<Error> DirectUrlStream::run(bool untilHead) {
         curl_multi_timeout(multi, &wait);
         wait = wait >= 0 ? std::min(wait, longestWaitMilliseconds) : longestWaitMilliseconds;
         const double untilIdle = transfer_->idleDeadline() - transfer_->scheduler()->uptime();
-        wait = std::min(wait,
-                        static_cast<long>(std::ceil(std::clamp(untilIdle, 0.0, 3600.0) * 1000)));
+        wait =
+            std::min(wait, static_cast<long>(std::ceil(std::clamp(untilIdle, 0.0, 3600.0) * 1000)));
         curl_multi_poll(multi, nullptr, 0, static_cast<int>(wait), nullptr);
     }
 }
