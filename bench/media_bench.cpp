@@ -2,7 +2,8 @@
 //   - time to the first video frame of the sample VOD, for a later item in this process and in
 //     a fresh process (a child started for each run);
 //   - CPU time and peak RSS of a child process that plays the whole sample VOD;
-//   - one 100 MB segment through the loopback resource server against curl from the origin.
+//   - one 100 MB segment through the loopback resource server against curl from the origin
+//     (throughput and CPU time of each way).
 // The player facade (ZMPlayer with a delegate) against the engine's own Player: first frame
 // in a fresh process and whole-VOD CPU, as medians.
 // Children are this executable started with --child MODE ENGINE URL (ENGINE: sdk, playbin3 or
@@ -543,6 +544,15 @@ void BM_FacadeWholeVodCpu(benchmark::State& state) {
 }
 BENCHMARK(BM_FacadeWholeVodCpu)->Iterations(4)->Unit(benchmark::kSecond);
 
+// CPU seconds of this whole process so far (origin, server and client threads alike).
+double processCpuSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+// Each transfer also counts the CPU time of the process: where the machine lends the benchmark
+// about one CPU, the throughputs follow the CPU that each way costs.
 void BM_SegmentThroughResourceServer(benchmark::State& state) {
     LoopbackBodyServer origin("/big.ts", segmentLength);
     const zarvo::Url url = *zarvo::Url::parse(origin.url());
@@ -554,9 +564,15 @@ void BM_SegmentThroughResourceServer(benchmark::State& state) {
     const std::string served = session->urlFor(zarvo::ResourceSession::Kind::segment, url);
     double sdk = 0;
     double peer = 0;
+    double sdkCpu = 0;
+    double peerCpu = 0;
     for (auto _ : state) {
+        const double before = processCpuSeconds();
         const double a = curlThroughput(served);
+        const double between = processCpuSeconds();
         const double b = curlThroughput(origin.url());
+        sdkCpu += between - before;
+        peerCpu += processCpuSeconds() - between;
         if (a == 0 || b == 0) {
             state.SkipWithError("a transfer failed");
             return;
@@ -568,6 +584,8 @@ void BM_SegmentThroughResourceServer(benchmark::State& state) {
     state.counters["MBps_resource_server"] = sdk / n / 1e6;
     state.counters["MBps_curl_direct"] = peer / n / 1e6;
     state.counters["share"] = sdk / peer;
+    state.counters["cpu_ms_resource_server"] = sdkCpu / n * 1000;
+    state.counters["cpu_ms_curl_direct"] = peerCpu / n * 1000;
     session->close();
 }
 BENCHMARK(BM_SegmentThroughResourceServer)->Iterations(5)->Unit(benchmark::kMillisecond);

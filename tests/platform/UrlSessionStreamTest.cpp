@@ -17,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include "zarvo/platform/DirectUrlStream.h"
 #include "zarvo/platform/ManualScheduler.h"
 #include "zarvo/platform/UrlError.h"
 #include "zarvo/platform/UrlSession.h"
@@ -447,6 +448,123 @@ TEST(UrlSessionStreamHeadTest, AnyStatusIsAResponseAfterRedirectsAndTransportFai
         EXPECT_EQ(codeOfRead(*failing), static_cast<long>(expected)) << url;
     }
     ::close(closedPort);
+}
+
+// Streams run by the thread that consumes them.
+class DirectUrlStreamTest : public ::testing::Test {
+protected:
+    std::shared_ptr<DirectUrlStream> start(const std::string& url) {
+        auto started =
+            DirectUrlStream::start(UrlRequest(*Url::parse(url)), configuration, connections);
+        if (auto* error = std::get_if<Error>(&started)) {
+            ADD_FAILURE() << error->description();
+            return nullptr;
+        }
+        return std::get<std::shared_ptr<DirectUrlStream>>(started);
+    }
+    // Receives the body in blocks gathered from curl's pieces, checking every byte; stops
+    // after `count` bytes.
+    std::optional<Error> receive(DirectUrlStream& stream, std::size_t count = SIZE_MAX) {
+        return stream.receive(
+            [&](const char* data, std::size_t length) {
+                for (std::size_t i = 0; i < length; ++i, ++received) {
+                    if (data[i] != bodyByte(received)) {
+                        ADD_FAILURE() << "wrong byte at " << received;
+                        return false;
+                    }
+                }
+                return received < count;
+            },
+            100000);
+    }
+
+    BodyServer server;
+    UrlSessionConfiguration configuration;
+    std::shared_ptr<DirectUrlConnections> connections = std::make_shared<DirectUrlConnections>();
+    std::size_t received = 0;
+};
+
+TEST_F(DirectUrlStreamTest, HeadsAsForSessionsAndConnectionsLastUntilClosed) {
+    test::TestHttpServer origin;
+    origin.on("/first", test::TestHttpServer::Response::redirect("/missing"));
+    origin.on("/ok", test::TestHttpServer::Response::text("fine"));
+    configuration.httpAdditionalHeaders = {{"X-Session", "yes"}};
+
+    auto stream = start(origin.url("/first"));
+    auto head = stream->waitForResponse();
+    ASSERT_TRUE(std::holds_alternative<HttpUrlResponse>(head));
+    EXPECT_EQ(std::get<HttpUrlResponse>(head).statusCode, 404);
+    EXPECT_EQ(std::get<HttpUrlResponse>(head).url.absoluteString(), origin.url("/missing"));
+    EXPECT_EQ(origin.requests().back().header("X-Session"), "yes");
+    std::string body;
+    EXPECT_FALSE(stream->receive([&](const char* data, std::size_t length) {
+        body.append(data, length);
+        return true;
+    }));
+    EXPECT_EQ(body, "Not Found");
+    stream.reset();
+    EXPECT_TRUE(
+        std::holds_alternative<HttpUrlResponse>(start(origin.url("/ok"))->waitForResponse()));
+    EXPECT_EQ(origin.connectionCount(), 1u) << "the next stream reuses the connection";
+    connections->close();
+    EXPECT_TRUE(
+        std::holds_alternative<HttpUrlResponse>(start(origin.url("/ok"))->waitForResponse()));
+    EXPECT_EQ(origin.connectionCount(), 2u);
+
+    int closedPort = boundLoopbackSocket();
+    auto refused = start("http://127.0.0.1:" + std::to_string(localPort(closedPort)) + "/x");
+    auto failed = refused->waitForResponse();
+    ASSERT_TRUE(std::holds_alternative<Error>(failed));
+    EXPECT_TRUE(isUrlError(std::get<Error>(failed), UrlError::cannotConnectToHost));
+    ::close(closedPort);
+    EXPECT_TRUE(std::holds_alternative<Error>(DirectUrlStream::start(
+        UrlRequest(*Url::parse("ftp://127.0.0.1/x")), configuration, connections)));
+}
+
+TEST_F(DirectUrlStreamTest, BodiesArriveWholeOrStopEarlyAndCutsSilenceAndCancelFail) {
+    const std::string path = "/body/" + std::to_string(16 << 20);
+    auto whole = start(server.url(path));
+    ASSERT_TRUE(std::holds_alternative<HttpUrlResponse>(whole->waitForResponse()));
+    EXPECT_FALSE(receive(*whole));
+    EXPECT_EQ(received, std::size_t{16} << 20);
+
+    // The consumer stops: no failure, and the origin sees the client go.
+    received = 0;
+    const std::string big = "/body/" + std::to_string(64 << 20);
+    auto stopped = start(server.url(big));
+    ASSERT_TRUE(std::holds_alternative<HttpUrlResponse>(stopped->waitForResponse()));
+    EXPECT_FALSE(receive(*stopped, 100000));
+    stopped.reset();
+    EXPECT_TRUE(eventually([&] { return server.answer(big)->ended.load(); }));
+    EXPECT_FALSE(server.answer(big)->finished);
+
+    received = 0;
+    auto cut = start(server.url("/cut/100000/40000"));
+    ASSERT_TRUE(std::holds_alternative<HttpUrlResponse>(cut->waitForResponse()));
+    auto error = receive(*cut);
+    EXPECT_EQ(received, 40000u);
+    ASSERT_TRUE(error);
+    EXPECT_TRUE(isUrlError(*error, UrlError::networkConnectionLost)) << error->description();
+
+    auto clock = ManualScheduler::create();
+    ScopedStandardScheduler useClock(clock);
+    auto silent = start(server.url("/stall/1000/0"));
+    ASSERT_TRUE(std::holds_alternative<HttpUrlResponse>(silent->waitForResponse()));
+    auto waiting = std::async(std::launch::async, [&] { return receive(*silent); });
+    clock->advance(61s);
+    ASSERT_EQ(waiting.wait_for(safetyTimeout), std::future_status::ready);
+    error = waiting.get();
+    ASSERT_TRUE(error);
+    EXPECT_TRUE(isUrlError(*error, UrlError::timedOut)) << error->description();
+
+    auto cancelled = start(server.url("/stall/1000/0"));
+    ASSERT_TRUE(std::holds_alternative<HttpUrlResponse>(cancelled->waitForResponse()));
+    waiting = std::async(std::launch::async, [&] { return receive(*cancelled); });
+    cancelled->cancel();
+    ASSERT_EQ(waiting.wait_for(safetyTimeout), std::future_status::ready);
+    error = waiting.get();
+    ASSERT_TRUE(error);
+    EXPECT_TRUE(isUrlError(*error, UrlError::cancelled));
 }
 
 }  // namespace

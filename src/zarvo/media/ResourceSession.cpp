@@ -13,10 +13,10 @@
 #include "zarvo/media/ResourceServer.h"
 #include "zarvo/media/UrlAsset.h"
 #include "zarvo/platform/Base64.h"
+#include "zarvo/platform/DirectUrlStream.h"
 #include "zarvo/platform/Scheduler.h"
 #include "zarvo/platform/UrlError.h"
 #include "zarvo/platform/UrlSession.h"
-#include "zarvo/platform/UrlSessionStreamTask.h"
 
 namespace zarvo {
 
@@ -24,6 +24,9 @@ namespace {
 
 constexpr const char* playlistType = "application/vnd.apple.mpegurl";
 constexpr std::size_t fileChunk = 256 * 1024;
+// Segment bytes go to the pipeline in blocks of up to this size: one send per block instead
+// of one per piece of 16 KiB that curl hands out saves most of the system calls.
+constexpr std::size_t sendBlock = 512 * 1024;
 // Segment lengths remembered for the access log; a long live session starts over past this.
 constexpr std::size_t maxRememberedSegments = 4096;
 
@@ -156,7 +159,8 @@ ResourceSession::ResourceSession(Token, std::shared_ptr<UrlAsset> asset,
     : asset_(std::move(asset)),
       loader_(std::move(loader)),
       observer_(std::move(observer)),
-      observerQueue_(queue ? std::move(queue) : DispatchQueue::main()) {}
+      observerQueue_(queue ? std::move(queue) : DispatchQueue::main()),
+      connections_(std::make_shared<DirectUrlConnections>()) {}
 
 ResourceSession::~ResourceSession() {
     close();
@@ -173,7 +177,7 @@ std::string ResourceSession::urlFor(
 }
 
 void ResourceSession::close() {
-    std::set<std::shared_ptr<UrlSessionStreamTask>> streams;
+    std::set<std::shared_ptr<DirectUrlStream>> streams;
     std::map<std::string, std::shared_ptr<KeyWait>> waits;
     {
         std::lock_guard lock(mutex_);
@@ -188,6 +192,7 @@ void ResourceSession::close() {
     if (!token_.empty()) {
         ResourceServer::shared().remove(token_);
     }
+    connections_->close();
     for (const auto& stream : streams) {
         stream->cancel();
     }
@@ -216,23 +221,23 @@ void ResourceSession::notify(std::function<void(Observer&)> call) {
     });
 }
 
-void ResourceSession::track(const std::shared_ptr<UrlSessionStreamTask>& task) {
+void ResourceSession::track(const std::shared_ptr<DirectUrlStream>& stream) {
     bool closed = false;
     {
         std::lock_guard lock(mutex_);
         closed = closed_;
         if (!closed) {
-            streams_.insert(task);
+            streams_.insert(stream);
         }
     }
     if (closed) {
-        task->cancel();
+        stream->cancel();
     }
 }
 
-void ResourceSession::untrack(const std::shared_ptr<UrlSessionStreamTask>& task) {
+void ResourceSession::untrack(const std::shared_ptr<DirectUrlStream>& stream) {
     std::lock_guard lock(mutex_);
-    streams_.erase(task);
+    streams_.erase(stream);
 }
 
 void ResourceSession::handle(const httplib::Request&, httplib::Response& response, Kind kind,
@@ -348,61 +353,50 @@ std::optional<double> ResourceSession::segmentDuration(const std::string& key) c
 
 namespace {
 
-// The state of one answer streamed from the origin to the pipeline.
+// The state of one answer streamed from the origin to the pipeline. The server thread that
+// answers runs the transfer itself and writes what curl receives to the pipeline.
 struct StreamAnswer {
-    std::shared_ptr<UrlSessionStreamTask> task;
+    std::shared_ptr<DirectUrlStream> stream;
     std::int64_t skip = 0;        // bytes of the body before the range (an origin that ignored it)
     std::int64_t remaining = -1;  // bytes still to send; -1: to the end
-    Data piece;
-    std::size_t pieceOffset = 0;
     std::int64_t sent = 0;
     double started = 0;
+    bool passed = false;
     bool failed = false;
     bool released = false;
 
-    // The next bytes to send; false at the end or on a failure (`failed` tells which).
-    bool next() {
-        while (pieceOffset >= piece.size()) {
-            if (remaining == 0) {
-                return false;
-            }
-            auto read = task->read();
-            if (std::holds_alternative<Error>(read)) {
-                failed = true;
-                return false;
-            }
-            piece = std::move(std::get<Data>(read));
-            pieceOffset = 0;
-            if (piece.empty()) {
-                failed = remaining > 0;
-                return false;
-            }
-            if (skip > 0) {
-                const auto dropped =
-                    std::min<std::int64_t>(skip, static_cast<std::int64_t>(piece.size()));
-                pieceOffset = static_cast<std::size_t>(dropped);
-                skip -= dropped;
-            }
-        }
-        return true;
-    }
-
-    // Writes what is at hand, at most `limit` bytes; false when the pipeline hung up.
-    bool write(httplib::DataSink& sink, std::size_t limit) {
-        std::size_t count = std::min(piece.size() - pieceOffset, limit);
-        if (remaining >= 0) {
-            count = std::min(count, static_cast<std::size_t>(remaining));
-        }
-        if (!sink.write(piece.data() + pieceOffset, count)) {
+    // Runs the rest of the transfer into `sink`; false when it broke off (the origin, the
+    // pipeline hanging up, or a body shorter than announced).
+    bool pass(httplib::DataSink& sink) {
+        if (std::exchange(passed, true)) {
+            // Asked again: the body ended before the length announced.
             failed = true;
             return false;
         }
-        pieceOffset += count;
-        sent += static_cast<std::int64_t>(count);
-        if (remaining > 0) {
-            remaining -= static_cast<std::int64_t>(count);
-        }
-        return true;
+        const auto error = stream->receive(
+            [&](const char* data, std::size_t length) {
+                if (skip > 0) {
+                    const auto dropped = std::min(static_cast<std::size_t>(skip), length);
+                    data += dropped;
+                    length -= dropped;
+                    skip -= static_cast<std::int64_t>(dropped);
+                }
+                if (remaining >= 0) {
+                    length = std::min(length, static_cast<std::size_t>(remaining));
+                }
+                if (length > 0 && !sink.write(data, length)) {
+                    failed = true;
+                    return false;
+                }
+                sent += static_cast<std::int64_t>(length);
+                if (remaining > 0) {
+                    remaining -= static_cast<std::int64_t>(length);
+                }
+                return remaining != 0;
+            },
+            sendBlock);
+        failed = failed || error.has_value() || remaining > 0;
+        return !failed;
     }
 };
 
@@ -418,12 +412,21 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
     }
     auto answer = std::make_shared<StreamAnswer>();
     answer->started = Scheduler::standard()->uptime();
-    answer->task = loader_->session()->streamTask(std::move(request));
-    track(answer->task);
-    answer->task->resume();
-    auto head = answer->task->waitForResponse();
+    auto started =
+        DirectUrlStream::start(request, loader_->session()->configuration(), connections_);
+    auto head = [&]() -> std::variant<HttpUrlResponse, Error> {
+        if (auto* error = std::get_if<Error>(&started)) {
+            return std::move(*error);
+        }
+        answer->stream = std::get<std::shared_ptr<DirectUrlStream>>(std::move(started));
+        track(answer->stream);
+        auto waited = answer->stream->waitForResponse();
+        if (std::holds_alternative<Error>(waited)) {
+            untrack(answer->stream);
+        }
+        return waited;
+    }();
     if (auto* error = std::get_if<Error>(&head)) {
-        untrack(answer->task);
         if (!isClosed()) {
             const Error failure = transportError(url, *error);
             notify([failure](Observer& observer) { observer.resourceFailed(failure); });
@@ -433,8 +436,8 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
     }
     const auto& origin = std::get<HttpUrlResponse>(head);
     if (origin.statusCode >= 400 || origin.statusCode < 200) {
-        answer->task->cancel();
-        untrack(answer->task);
+        answer->stream->cancel();
+        untrack(answer->stream);
         const Error failure = statusError(url, origin.statusCode);
         notify([failure](Observer& observer) { observer.resourceFailed(failure); });
         response.status = origin.statusCode >= 400 ? origin.statusCode : 502;
@@ -453,12 +456,12 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
         if (std::exchange(answer->released, true)) {
             return;
         }
-        answer->task->cancel();
+        answer->stream->cancel();
         auto self = weakSelf.lock();
         if (!self) {
             return;
         }
-        self->untrack(answer->task);
+        self->untrack(answer->stream);
         Transfer transfer{kind,          url,
                           answer->sent,  Scheduler::standard()->uptime() - answer->started,
                           mediaDuration, success && !answer->failed};
@@ -467,22 +470,19 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
     if (length >= 0) {
         response.set_content_provider(
             static_cast<std::size_t>(length), type,
-            [answer](std::size_t, std::size_t limit, httplib::DataSink& sink) {
-                return answer->next() && answer->write(sink, limit);
+            [answer](std::size_t, std::size_t, httplib::DataSink& sink) {
+                return answer->pass(sink);
             },
             std::move(release));
     } else {
         response.set_chunked_content_provider(
             type,
             [answer](std::size_t, httplib::DataSink& sink) {
-                if (!answer->next()) {
-                    if (answer->failed) {
-                        return false;
-                    }
-                    sink.done();
-                    return true;
+                if (!answer->pass(sink)) {
+                    return false;
                 }
-                return answer->write(sink, answer->piece.size());
+                sink.done();
+                return true;
             },
             std::move(release));
     }

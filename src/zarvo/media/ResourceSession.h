@@ -26,15 +26,17 @@ struct Response;
 namespace zarvo {
 
 class AssetResourceLoadingRequest;
+class DirectUrlConnections;
+class DirectUrlStream;
 class UrlAsset;
-class UrlSessionStreamTask;
 
 // Everything one playback of an asset loads, served to the pipeline under one token of the
 // ResourceServer. Playlists are fetched (or taken from what the AssetLoader read ahead) and
 // rewritten so that each URI they name leads back here; segments stream through as they
-// arrive, never held whole; keys with an http(s) or file URL are fetched, others become
-// loading requests for the asset's resource loader. What it learns on the way (the playlists
-// it served, each transfer, failures) goes to its observer on the observer's queue.
+// arrive, fetched on the server thread that answers and never held whole; keys with an http(s) or
+// file URL are fetched, others become loading requests for the asset's resource loader. What it
+// learns on the way (the playlists it served, each transfer, failures) goes to its observer on the
+// observer's queue.
 class ResourceSession : public std::enable_shared_from_this<ResourceSession> {
 public:
     // What a served URL stands for; the letter is part of its path.
@@ -120,21 +122,22 @@ private:
 
     void notify(std::function<void(Observer&)> call);
     bool isClosed() const;
-    void track(const std::shared_ptr<UrlSessionStreamTask>& task);
-    void untrack(const std::shared_ptr<UrlSessionStreamTask>& task);
+    void track(const std::shared_ptr<DirectUrlStream>& stream);
+    void untrack(const std::shared_ptr<DirectUrlStream>& stream);
 
     const std::shared_ptr<UrlAsset> asset_;
     const std::shared_ptr<AssetLoader> loader_;
     const std::weak_ptr<Observer> observer_;
     const std::shared_ptr<DispatchQueue> observerQueue_;
-    std::string base_;  // "http://127.0.0.1:<port>/<token>"
+    const std::shared_ptr<DirectUrlConnections> connections_;  // to origins, for segments
+    std::string base_;                                         // "http://127.0.0.1:<port>/<token>"
     std::string token_;
     std::string entryUrl_;
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     bool closed_ = false;
-    std::set<std::shared_ptr<UrlSessionStreamTask>> streams_;
+    std::set<std::shared_ptr<DirectUrlStream>> streams_;
     std::map<std::string, Data> keys_;                          // content keys by URI, once loaded
     std::map<std::string, std::shared_ptr<KeyWait>> keyWaits_;  // loads in flight by URI
     std::map<std::string, double> segmentDurations_;

@@ -124,18 +124,26 @@ UrlError errorFor(CURLcode code) {
 std::variant<std::shared_ptr<CurlTransfer>, Error> CurlTransfer::make(
     const UrlRequest& request, const UrlSessionConfiguration& configuration,
     const std::string& connectionGroup, Finish finish) {
-    return makeWith(request, configuration, connectionGroup, std::move(finish), nullptr);
+    return makeWith(request, configuration, connectionGroup, std::move(finish), nullptr, nullptr);
 }
 
 std::variant<std::shared_ptr<CurlTransfer>, Error> CurlTransfer::makeStreamed(
     const UrlRequest& request, const UrlSessionConfiguration& configuration,
     const std::string& connectionGroup, std::shared_ptr<UrlStreamBuffer> stream) {
-    return makeWith(request, configuration, connectionGroup, nullptr, std::move(stream));
+    return makeWith(request, configuration, connectionGroup, nullptr, std::move(stream), nullptr);
+}
+
+std::variant<std::shared_ptr<CurlTransfer>, Error> CurlTransfer::makeDirect(
+    const UrlRequest& request, const UrlSessionConfiguration& configuration,
+    BodyReceiver& receiver) {
+    // Its owner runs it alone: no connection group or per-host limit applies.
+    return makeWith(request, configuration, "direct", nullptr, nullptr, &receiver);
 }
 
 std::variant<std::shared_ptr<CurlTransfer>, Error> CurlTransfer::makeWith(
     const UrlRequest& request, const UrlSessionConfiguration& configuration,
-    const std::string& connectionGroup, Finish finish, std::shared_ptr<UrlStreamBuffer> stream) {
+    const std::string& connectionGroup, Finish finish, std::shared_ptr<UrlStreamBuffer> stream,
+    BodyReceiver* receiver) {
     const std::string& text = request.url.absoluteString();
     std::string scheme = request.url.scheme();
     if (scheme != "http" && scheme != "https") {
@@ -148,6 +156,7 @@ std::variant<std::shared_ptr<CurlTransfer>, Error> CurlTransfer::makeWith(
     auto transfer = std::make_shared<CurlTransfer>(Token{}, request.url, Scheduler::standard());
     transfer->finish_ = std::move(finish);
     transfer->stream_ = std::move(stream);
+    transfer->receiver_ = receiver;
     int port = request.url.port().value_or(scheme == "https" ? 443 : 80);
     transfer->hostKey_ =
         connectionGroup + " " + scheme + "://" + *host + ":" + std::to_string(port);
@@ -186,9 +195,10 @@ bool CurlTransfer::configure(const UrlRequest& request,
 
     set(CURLOPT_HEADERDATA, static_cast<void*>(this));
     set(CURLOPT_WRITEDATA, static_cast<void*>(this));
-    if (stream_) {
+    if (isStreamedOrDirect()) {
         set(CURLOPT_HEADERFUNCTION, &CurlTransfer::onStreamHeader);
-        set(CURLOPT_WRITEFUNCTION, &CurlTransfer::onStreamBody);
+        set(CURLOPT_WRITEFUNCTION,
+            stream_ ? &CurlTransfer::onStreamBody : &CurlTransfer::onDirectBody);
         set(CURLOPT_BUFFERSIZE, streamReceiveBufferSize);
         // A proxy's answer to CONNECT is not the head of the response.
         set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
@@ -336,6 +346,20 @@ size_t CurlTransfer::onStreamBody(char* data, size_t size, size_t count, void* s
     return length;
 }
 
+size_t CurlTransfer::onDirectBody(char* data, size_t size, size_t count, void* self) {
+    auto* transfer = static_cast<CurlTransfer*>(self);
+    size_t length = size * count;
+    transfer->markProgress();
+    if (!transfer->headPublished_) {
+        transfer->publishHead();
+    }
+    size_t taken = transfer->receiver_->receive(data, length);
+    if (taken == CURL_WRITEFUNC_PAUSE) {
+        transfer->receivePaused_ = true;
+    }
+    return taken;
+}
+
 int CurlTransfer::onProgress(void* self, curl_off_t, curl_off_t downloaded, curl_off_t,
                              curl_off_t uploaded) {
     auto* transfer = static_cast<CurlTransfer*>(self);
@@ -367,7 +391,11 @@ bool CurlTransfer::isFinalHead() const {
 void CurlTransfer::publishHead() {
     if (auto response = takeResponse()) {
         headPublished_ = true;
-        stream_->setResponse(std::move(*response));
+        if (stream_) {
+            stream_->setResponse(std::move(*response));
+        } else {
+            head_ = std::move(response);
+        }
     }
 }
 
@@ -426,16 +454,25 @@ void CurlTransfer::endStream() {
         publishHead();
     }
     if (!headPublished_) {
-        stream_->finish(makeUrlError(UrlError::badServerResponse, url_.absoluteString(),
-                                     "No HTTP status arrived."));
+        finishStream(makeUrlError(UrlError::badServerResponse, url_.absoluteString(),
+                                  "No HTTP status arrived."));
         return;
     }
-    stream_->finish(std::nullopt);
+    finishStream(std::nullopt);
+}
+
+void CurlTransfer::finishStream(std::optional<Error> error) {
+    if (stream_) {
+        stream_->finish(std::move(error));
+        return;
+    }
+    ended_ = true;
+    failure_ = std::move(error);
 }
 
 void CurlTransfer::complete(CURLcode code) {
     if (code == CURLE_OK) {
-        if (stream_) {
+        if (isStreamedOrDirect()) {
             endStream();
         } else {
             deliver(responseOutcome());
@@ -457,8 +494,8 @@ void CurlTransfer::complete(CURLcode code) {
 
 void CurlTransfer::fail(UrlError code, const std::string& detail) {
     auto error = makeUrlError(code, url_.absoluteString(), detail);
-    if (stream_) {
-        stream_->finish(std::move(error));
+    if (isStreamedOrDirect()) {
+        finishStream(std::move(error));
         return;
     }
     deliver({std::nullopt, std::nullopt, std::move(error)});

@@ -25,9 +25,18 @@ namespace zarvo {
 // One HTTP exchange on a curl easy handle: the request made into curl options, and the body
 // and headers of the response collected while CurlNetworkThread drives it, or, for a streamed
 // transfer, handed to a UrlStreamBuffer as they arrive. Built on any thread; after start it is
-// touched only by the network thread.
+// touched only by the network thread. A direct transfer is driven by its owner instead (see
+// DirectUrlStream): it keeps the head and hands body bytes to a receiver.
 class CurlTransfer {
 public:
+    // Takes the body of a direct transfer; answers as curl's write callback does: the length
+    // taken, CURL_WRITEFUNC_PAUSE to hold the bytes until resumeReceiving(), 0 to stop.
+    class BodyReceiver {
+    public:
+        virtual ~BodyReceiver() = default;
+        virtual std::size_t receive(const char* data, std::size_t length) = 0;
+    };
+
     // What a transfer ends with: a response (any status) with its body, or an error.
     struct Outcome {
         std::optional<Data> data;
@@ -47,6 +56,10 @@ public:
     static std::variant<std::shared_ptr<CurlTransfer>, Error> makeStreamed(
         const UrlRequest& request, const UrlSessionConfiguration& configuration,
         const std::string& connectionGroup, std::shared_ptr<UrlStreamBuffer> stream);
+    // A direct transfer: body bytes go to `receiver`, which must outlive it.
+    static std::variant<std::shared_ptr<CurlTransfer>, Error> makeDirect(
+        const UrlRequest& request, const UrlSessionConfiguration& configuration,
+        BodyReceiver& receiver);
 
     ~CurlTransfer();
     CurlTransfer(const CurlTransfer&) = delete;
@@ -88,6 +101,13 @@ public:
     // Hands the body bytes received since the last call to the stream's readers.
     void publishReceived() { stream_->publish(); }
 
+    // A direct transfer: whether the head of the final response arrived, and taking it.
+    bool hasHead() const { return headPublished_; }
+    std::optional<HttpUrlResponse> takeHead() { return std::exchange(head_, std::nullopt); }
+    // A direct transfer that ended (complete or fail), and its failure if it failed.
+    bool hasEnded() const { return ended_; }
+    const std::optional<Error>& failure() const { return failure_; }
+
 private:
     struct Token {
         explicit Token() = default;
@@ -100,7 +120,9 @@ public:
 private:
     static std::variant<std::shared_ptr<CurlTransfer>, Error> makeWith(
         const UrlRequest& request, const UrlSessionConfiguration& configuration,
-        const std::string& connectionGroup, Finish finish, std::shared_ptr<UrlStreamBuffer> stream);
+        const std::string& connectionGroup, Finish finish, std::shared_ptr<UrlStreamBuffer> stream,
+        BodyReceiver* receiver);
+    bool isStreamedOrDirect() const { return stream_ != nullptr || receiver_ != nullptr; }
     bool configure(const UrlRequest& request, const UrlSessionConfiguration& configuration);
     void deliver(Outcome outcome);
     void markProgress() { lastProgress_ = scheduler_->uptime(); }
@@ -112,13 +134,16 @@ private:
     bool isFinalHead() const;
     void publishHead();
     // The body ended: the head, unless a body byte brought it already, then the end go to the
-    // stream; without a status line, an error instead.
+    // stream (or are kept, for a direct transfer); without a status line, an error instead.
     void endStream();
+    // Ends a streamed or direct transfer with `error`, or without one.
+    void finishStream(std::optional<Error> error);
 
     static size_t onHeader(char* data, size_t size, size_t count, void* self);
     static size_t onBody(char* data, size_t size, size_t count, void* self);
     static size_t onStreamHeader(char* data, size_t size, size_t count, void* self);
     static size_t onStreamBody(char* data, size_t size, size_t count, void* self);
+    static size_t onDirectBody(char* data, size_t size, size_t count, void* self);
     static int onProgress(void* self, curl_off_t downloadTotal, curl_off_t downloaded,
                           curl_off_t uploadTotal, curl_off_t uploaded);
 
@@ -144,6 +169,11 @@ private:
     std::shared_ptr<UrlStreamBuffer> stream_;
     bool headPublished_ = false;
     bool receivePaused_ = false;
+
+    BodyReceiver* receiver_ = nullptr;
+    std::optional<HttpUrlResponse> head_;
+    std::optional<Error> failure_;
+    bool ended_ = false;
 };
 
 }  // namespace zarvo

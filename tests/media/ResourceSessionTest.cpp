@@ -1,0 +1,215 @@
+// Segments through the loopback resource server against a scripted origin: byte ranges whether
+// or not the origin honours them, unknown lengths, failures and their errors, the transfers
+// reported, and close() ending a transfer that waits on the origin.
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include "zarvo/media/AssetLoader.h"
+#include "zarvo/media/MediaEngine.h"
+#include "zarvo/media/MediaError.h"
+#include "zarvo/media/ResourceSession.h"
+#include "zarvo/media/UrlAsset.h"
+#include "zarvo/platform/CurlHandles.h"
+#include "zarvo/platform/UrlError.h"
+
+namespace zarvo {
+namespace {
+
+using namespace std::chrono_literals;
+using Kind = ResourceSession::Kind;
+
+constexpr auto safetyTimeout = 20s;
+
+struct TestEngineKey : MediaEngine {
+    static MediaEngineKey get() { return key(); }
+};
+
+std::string bodyOf(std::size_t length) {
+    std::string body;
+    for (std::size_t i = 0; i < length; ++i) {
+        body.push_back(static_cast<char>('a' + (i * 7) % 26));
+    }
+    return body;
+}
+
+// Spins until `condition` holds; false after the safety time-out.
+template <typename Condition>
+bool eventually(Condition condition) {
+    const auto deadline = std::chrono::steady_clock::now() + safetyTimeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+// GET with curl: the status (0 when the transfer broke off) and the body. `received` counts
+// the body bytes as they arrive.
+std::pair<long, std::string> get(const std::string& url,
+                                 std::atomic<std::size_t>* received = nullptr) {
+    struct Sink {
+        std::string body;
+        std::atomic<std::size_t>* received;
+    } sink{{}, received};
+    CurlEasy curl(curl_easy_init());
+    curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
+    curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT_MS, 20000L);
+    curl_easy_setopt(
+        curl.get(), CURLOPT_WRITEFUNCTION, +[](char* data, size_t, size_t count, void* to) {
+            auto* sink = static_cast<Sink*>(to);
+            sink->body.append(data, count);
+            if (sink->received != nullptr) {
+                *sink->received += count;
+            }
+            return count;
+        });
+    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &sink);
+    long status = 0;
+    if (curl_easy_perform(curl.get()) == CURLE_OK) {
+        curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
+    }
+    return {status, sink.body};
+}
+
+struct Recorder : ResourceSession::Observer {
+    void playlistServed(const ResourceSession::PlaylistServed&) override {}
+    void transferred(const ResourceSession::Transfer& transfer) override {
+        std::lock_guard lock(mutex);
+        transfers.push_back(transfer);
+    }
+    void failed(const Error&) override {}
+    void resourceFailed(const Error& error) override {
+        std::lock_guard lock(mutex);
+        errors.push_back(error);
+    }
+    std::size_t count() {
+        std::lock_guard lock(mutex);
+        return transfers.size() + errors.size();
+    }
+
+    std::mutex mutex;
+    std::vector<ResourceSession::Transfer> transfers;
+    std::vector<Error> errors;
+};
+
+class ResourceSessionTest : public ::testing::Test {
+protected:
+    ResourceSessionTest() {
+        // httplib answers ranges of a whole body itself; a chunked body goes out whole.
+        origin_.Get("/whole.ts", [this](const httplib::Request&, httplib::Response& response) {
+            response.set_content(body_, "video/mp2t");
+        });
+        origin_.Get("/chunked.ts", [this](const httplib::Request&, httplib::Response& response) {
+            response.status = 200;
+            response.set_chunked_content_provider(
+                "video/mp2t", [this](std::size_t offset, httplib::DataSink& sink) {
+                    if (offset == body_.size()) {
+                        sink.done();
+                        return true;
+                    }
+                    return sink.write(body_.data() + offset,
+                                      std::min<std::size_t>(700, body_.size() - offset));
+                });
+        });
+        // Sends a few bytes, then waits until released.
+        origin_.Get("/stall.ts", [this](const httplib::Request&, httplib::Response& response) {
+            response.status = 200;
+            response.set_chunked_content_provider(
+                "video/mp2t", [this](std::size_t, httplib::DataSink& sink) {
+                    sink.write("ts", 2);
+                    std::unique_lock lock(mutex_);
+                    released_.wait(lock, [&] { return release_; });
+                    return false;
+                });
+        });
+        // Connections kept open by clients hold the origin's stop back this long.
+        origin_.set_keep_alive_timeout(1);
+        port_ = origin_.bind_to_any_port("127.0.0.1");
+        listener_ = std::thread([this] { origin_.listen_after_bind(); });
+        auto asset = UrlAsset::make(url("/index.m3u8"));
+        session_ = ResourceSession::open(asset, AssetLoader::start(asset, TestEngineKey::get()),
+                                         recorder_, DispatchQueue::serial("test.observer"));
+    }
+    ~ResourceSessionTest() override {
+        session_->close();
+        {
+            std::lock_guard lock(mutex_);
+            release_ = true;
+        }
+        released_.notify_all();
+        origin_.stop();
+        listener_.join();
+    }
+
+    Url url(const std::string& path) const {
+        return *Url::parse("http://127.0.0.1:" + std::to_string(port_) + path);
+    }
+    std::string served(const std::string& path,
+                       std::optional<HlsPlaylistRewriter::ByteRange> range = {}) const {
+        return session_->urlFor(Kind::segment, url(path), range);
+    }
+
+    const std::string body_ = bodyOf(5000);
+    httplib::Server origin_;
+    int port_ = 0;
+    std::thread listener_;
+    std::mutex mutex_;
+    std::condition_variable released_;
+    bool release_ = false;
+    std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
+    std::shared_ptr<ResourceSession> session_;
+};
+
+TEST_F(ResourceSessionTest, RangesAndUnknownLengthsPassThroughAndFailuresKeepTheirCause) {
+    const HlsPlaylistRewriter::ByteRange range{3000, 1500};
+    EXPECT_EQ(get(served("/whole.ts", range)), std::pair(200L, body_.substr(3000, 1500)));
+    EXPECT_EQ(get(served("/chunked.ts", range)), std::pair(200L, body_.substr(3000, 1500)))
+        << "the origin ignored the range: the bytes before it are skipped";
+    EXPECT_EQ(get(served("/chunked.ts")), std::pair(200L, body_));
+    ASSERT_TRUE(eventually([&] { return recorder_->count() == 3; }));
+    std::multiset<std::int64_t> lengths;
+    for (const auto& transfer : recorder_->transfers) {
+        lengths.insert(transfer.bytes);
+        EXPECT_TRUE(transfer.complete);
+        EXPECT_EQ(transfer.kind, Kind::segment);
+    }
+    EXPECT_EQ(lengths, (std::multiset<std::int64_t>{1500, 1500, 5000}));
+
+    EXPECT_EQ(get(served("/missing.ts")).first, 404);
+    std::string nowhere = "http://127.0.0.1:9/x.ts";
+    EXPECT_EQ(get(session_->urlFor(Kind::segment, *Url::parse(nowhere))).first, 502);
+    ASSERT_TRUE(eventually([&] { return recorder_->count() == 5; }));
+    const Error& missing = recorder_->errors[0];
+    EXPECT_TRUE(isMediaError(missing, MediaError::resourceUnavailable)) << missing.description();
+    EXPECT_EQ(missing.userInfoValue(httpStatusCodeKey), "404");
+    const Error& unreachable = recorder_->errors[1];
+    EXPECT_TRUE(isMediaError(unreachable, MediaError::networkFailure));
+    ASSERT_NE(unreachable.innerError(), nullptr);
+    EXPECT_TRUE(isUrlError(*unreachable.innerError(), UrlError::cannotConnectToHost));
+}
+
+TEST_F(ResourceSessionTest, CloseEndsATransferWaitingOnTheOrigin) {
+    std::atomic<std::size_t> received{0};
+    auto fetch =
+        std::async(std::launch::async, [&] { return get(served("/stall.ts"), &received); });
+    ASSERT_TRUE(eventually([&] { return received == 2; })) << "the first bytes came through";
+    session_->close();
+    ASSERT_EQ(fetch.wait_for(safetyTimeout), std::future_status::ready);
+    EXPECT_EQ(fetch.get().first, 0) << "the answer broke off";
+    ASSERT_TRUE(eventually([&] { return recorder_->count() == 1; }));
+    EXPECT_FALSE(recorder_->transfers.at(0).complete);
+    EXPECT_EQ(get(served("/whole.ts")).first, 404);
+}
+
+}  // namespace
+}  // namespace zarvo
