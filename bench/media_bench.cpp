@@ -40,6 +40,7 @@
 #include "zarvo/platform/ProcessInfo.h"
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/player/ZMPlayer.h"
+#include "zarvo/source/ZMFairPlayUrls.h"
 #include "zarvo/source/ZMPlaybackSource.h"
 #include "zarvo/source/ZMPlaybackSourceOptions.h"
 
@@ -129,20 +130,27 @@ public:
 };
 
 // Opens `url` as a VOD source on a new ZMPlayer that plays at once; the player and its
-// delegate, which the player holds weakly.
+// delegate, which the player holds weakly. A protected source takes its keys from the
+// certificate and licence endpoints of the same origin.
 std::pair<std::shared_ptr<zarvo::ZMPlayer>, std::shared_ptr<CountingDelegate>> openFacade(
-    const std::string& url) {
+    const std::string& url, bool isProtected = false) {
     auto delegate = std::make_shared<CountingDelegate>();
     auto player = zarvo::ZMPlayer::make();
     player->setDelegate(delegate);
-    player->open(std::make_shared<zarvo::ZMPlaybackSource>(*zarvo::Url::parse(url),
-                                                           zarvo::ZMPlaybackSourceOptions(false)),
-                 true);
+    const zarvo::Url source = *zarvo::Url::parse(url);
+    zarvo::ZMPlaybackSourceOptions options(false);
+    if (isProtected) {
+        const zarvo::Url root = source.deletingLastPathComponent().deletingLastPathComponent();
+        options.setDrm(zarvo::ZMFairPlayUrls(root.appendingPathComponent("fps/cert"),
+                                             root.appendingPathComponent("fps/license"), {}));
+    }
+    player->open(std::make_shared<zarvo::ZMPlaybackSource>(source, options), true);
     return {player, delegate};
 }
 
-std::optional<double> facadeFirstFrame(const std::string& url, double since) {
-    auto [player, delegate] = openFacade(url);
+std::optional<double> facadeFirstFrame(const std::string& url, double since,
+                                       bool isProtected = false) {
+    auto [player, delegate] = openFacade(url, isProtected);
     std::optional<double> frameAt;
     auto token = zarvo::NotificationCenter::defaultCenter().addObserver(
         zarvo::PlayerItem::firstVideoFrameNotification, player->systemPlayer()->currentItem().get(),
@@ -252,6 +260,8 @@ int childMain(const std::string& mode, const std::string& engine, const std::str
             seconds = sdkFirstFrame(zarvo::Player::make(), url, start);
         } else if (engine == "zmplayer") {
             seconds = facadeFirstFrame(url, start);
+        } else if (engine == "zmplayer-protected") {
+            seconds = facadeFirstFrame(url, start, true);
         } else {
             seconds = PlainPlaybin().firstFrame(url, start);
         }
@@ -436,18 +446,21 @@ BENCHMARK(BM_FirstFrameLaterItem)->Iterations(10)->Unit(benchmark::kMillisecond)
 // nothing when one failed.
 std::optional<std::pair<std::vector<ChildRun>, std::vector<ChildRun>>> alternateChildren(
     benchmark::State& state, const std::string& mode, const std::string& engine = "sdk",
-    const std::string& peer = "playbin3") {
-    const std::string url = sampleOrigin().url("/vod/master.m3u8");
+    const std::string& peer = "playbin3", const std::string& enginePath = "/vod/master.m3u8",
+    const std::string& peerPath = "/vod/master.m3u8") {
+    const std::string url = sampleOrigin().url(enginePath);
+    const std::string peerUrl = sampleOrigin().url(peerPath);
     runChild(mode, engine, url);  // the page cache warm for both
+    runChild(mode, peer, peerUrl);
     std::pair<std::vector<ChildRun>, std::vector<ChildRun>> runs;
     for (auto _ : state) {
         std::optional<ChildRun> a;
         std::optional<ChildRun> b;
         if (runs.first.size() % 2 == 0) {
             a = runChild(mode, engine, url);
-            b = runChild(mode, peer, url);
+            b = runChild(mode, peer, peerUrl);
         } else {
-            b = runChild(mode, peer, url);
+            b = runChild(mode, peer, peerUrl);
             a = runChild(mode, engine, url);
         }
         if (!a || !b) {
@@ -526,6 +539,20 @@ void BM_FacadeFirstFrameFreshProcess(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_FacadeFirstFrameFreshProcess)->Iterations(10)->Unit(benchmark::kMillisecond);
+
+// The protected VOD (keys from the origin's certificate and licence endpoints) against the same
+// VOD in the clear, both through ZMPlayer in fresh processes.
+void BM_ProtectedFirstFrameFreshProcess(benchmark::State& state) {
+    if (auto runs = alternateChildren(state, "first-frame", "zmplayer-protected", "zmplayer",
+                                      "/protected/master.m3u8")) {
+        const double keyed = median(runs->first, &ChildRun::value) * 1000;
+        const double clear = median(runs->second, &ChildRun::value) * 1000;
+        state.counters["ms_protected"] = keyed;
+        state.counters["ms_clear"] = clear;
+        state.counters["ratio"] = clear > 0 ? keyed / clear : 0;
+    }
+}
+BENCHMARK(BM_ProtectedFirstFrameFreshProcess)->Iterations(10)->Unit(benchmark::kMillisecond);
 
 void BM_FacadeWholeVodCpu(benchmark::State& state) {
     if (auto runs = alternateChildren(state, "whole", "zmplayer", "sdk")) {

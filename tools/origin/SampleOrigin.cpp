@@ -412,6 +412,8 @@ std::optional<Error> SampleOrigin::start() {
     };
     // Stopping waits for idle keep-alive connections to time out: keep that short.
     impl.server.set_keep_alive_timeout(1);
+    // A small body written after its head must not wait for the client's delayed acknowledgement.
+    impl.server.set_tcp_nodelay(true);
     if (impl.options.port == 0) {
         impl.port = impl.server.bind_to_any_port("127.0.0.1");
     } else {

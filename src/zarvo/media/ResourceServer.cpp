@@ -150,6 +150,9 @@ struct ResourceServer::Impl {
             return new QuietThreadPool(workerCount);
         };
         server.set_keep_alive_max_count(1000);
+        // Heads and bodies go out in separate writes: without this a small body waits for the
+        // client's delayed acknowledgement of the head (about 40 ms).
+        server.set_tcp_nodelay(true);
         server.Get(R"(/([0-9a-f]{32})/([a-z])/([A-Za-z0-9_-]+)(?:~(\d{1,18})-(\d{1,18}))?/[^/]*)",
                    [this](const httplib::Request& request, httplib::Response& response) {
                        route(request, response);
