@@ -463,10 +463,14 @@ private:
             std::sort(chosen.begin(), chosen.end());
             // A text stream stays selected when subtitles are turned off: showing or hiding
             // them is the overlay's job, whether or not the streams change.
-            subtitlesShown_ = wanted_.text.has_value();
-            for (auto& overlay : overlays_) {
-                styleOverlay(overlay.get());
+            if (subtitlesShown_ != wanted_.text.has_value()) {
+                subtitlesShown_ = wanted_.text.has_value();
+                ++styleVersion_;
             }
+        }
+        restyleOverlays();
+        {
+            std::lock_guard lock(mutex_);
             if (chosen == selected_ && collection == answered_.get()) {
                 return;
             }
@@ -484,31 +488,76 @@ private:
     }
 
     void applyTextStyle() {
+        {
+            std::lock_guard lock(mutex_);
+            style_ = item_ ? item_->textStyleRules() : std::vector<TextStyleRule>{};
+            ++styleVersion_;
+        }
+        restyleOverlays();
+    }
+
+    // How subtitles look, as one snapshot: overlays are styled outside mutex_, because an overlay
+    // calls back into this class (deep-element-added) while it holds its own lock.
+    struct OverlayStyle {
+        bool shown = false;
+        std::vector<TextStyleRule> rules;
+        std::uint64_t version = 0;
+    };
+
+    OverlayStyle overlayStyle() {
         std::lock_guard lock(mutex_);
-        style_ = item_ ? item_->textStyleRules() : std::vector<TextStyleRule>{};
-        for (auto& overlay : overlays_) {
-            styleOverlay(overlay.get());
+        return {subtitlesShown_, style_, styleVersion_};
+    }
+
+    void restyleOverlays() {
+        std::vector<GstRef<GstElement>> overlays;
+        {
+            std::lock_guard lock(mutex_);
+            for (const auto& overlay : overlays_) {
+                overlays.push_back(retainGst(overlay.get()));
+            }
+        }
+        const OverlayStyle style = overlayStyle();
+        for (const auto& overlay : overlays) {
+            styleOverlay(overlay.get(), style);
         }
     }
 
-    // Called with mutex_ held.
-    void styleOverlay(GstElement* element) {
+    // Styles an overlay that has just appeared, again if the style changed meanwhile: the main
+    // thread may have restyled the others with a newer style while this one took the older.
+    void styleNewOverlay(GstElement* element) {
+        {
+            std::lock_guard lock(mutex_);
+            overlays_.push_back(retainGst(element));
+        }
+        for (OverlayStyle style = overlayStyle();;) {
+            styleOverlay(element, style);
+            OverlayStyle now = overlayStyle();
+            if (now.version == style.version) {
+                return;
+            }
+            style = std::move(now);
+        }
+    }
+
+    static void styleOverlay(GstElement* element, const OverlayStyle& style) {
         GstElementFactory* factory = gst_element_get_factory(element);
         const std::string name = factory ? GST_OBJECT_NAME(factory) : "";
+        const gboolean silent = style.shown ? FALSE : TRUE;
         if (name == "subtitleoverlay") {
-            g_object_set(element, "silent", subtitlesShown_ ? FALSE : TRUE, "font-desc",
-                         fontDescription(style_).c_str(), nullptr);
+            g_object_set(element, "silent", silent, "font-desc",
+                         fontDescription(style.rules).c_str(), nullptr);
             return;
         }
         if (name != "textoverlay") {
             return;
         }
         // Video never waits for subtitles: a rendition with nothing to say must not stall it.
-        g_object_set(element, "wait-text", FALSE, "silent", subtitlesShown_ ? FALSE : TRUE,
-                     "font-desc", fontDescription(style_).c_str(), nullptr);
+        g_object_set(element, "wait-text", FALSE, "silent", silent, "font-desc",
+                     fontDescription(style.rules).c_str(), nullptr);
         std::optional<TextStyleRule::Color> foreground;
         std::optional<TextStyleRule::Color> background;
-        for (const auto& rule : style_) {
+        for (const auto& rule : style.rules) {
             foreground = rule.foregroundColor ? rule.foregroundColor : foreground;
             background = rule.backgroundColor ? rule.backgroundColor : background;
         }
@@ -946,9 +995,7 @@ private:
         if (name != "subtitleoverlay" && name != "textoverlay") {
             return;
         }
-        std::lock_guard lock(self->mutex_);
-        self->overlays_.push_back(retainGst(element));
-        self->styleOverlay(element);
+        self->styleNewOverlay(element);
     }
 
     static void onOverlayChild(GstBin*, GstBin*, GstElement* element, gpointer data) {
@@ -1020,6 +1067,7 @@ private:
     GstRef<GstStreamCollection> answered_;  // the collection they were sent for
     bool subtitlesShown_ = false;
     std::vector<TextStyleRule> style_;
+    std::uint64_t styleVersion_ = 0;  // counts changes of subtitlesShown_ and style_
     std::vector<GstRef<GstElement>> overlays_;
     bool firstFrameSeen_ = false;
 };
