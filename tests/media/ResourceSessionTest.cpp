@@ -88,18 +88,13 @@ struct Recorder : ResourceSession::Observer {
         transfers.push_back(transfer);
     }
     void failed(const Error&) override {}
-    void resourceFailed(const Error& error) override {
-        std::lock_guard lock(mutex);
-        errors.push_back(error);
-    }
     std::size_t count() {
         std::lock_guard lock(mutex);
-        return transfers.size() + errors.size();
+        return transfers.size();
     }
 
     std::mutex mutex;
     std::vector<ResourceSession::Transfer> transfers;
-    std::vector<Error> errors;
 };
 
 class ResourceSessionTest : public ::testing::Test {
@@ -185,17 +180,20 @@ TEST_F(ResourceSessionTest, RangesAndUnknownLengthsPassThroughAndFailuresKeepThe
     }
     EXPECT_EQ(lengths, (std::multiset<std::int64_t>{1500, 1500, 5000}));
 
+    // A failure is known by the time its answer arrives.
+    EXPECT_FALSE(session_->lastFailure());
     EXPECT_EQ(get(served("/missing.ts")).first, 404);
+    const auto missing = session_->lastFailure();
+    ASSERT_TRUE(missing);
+    EXPECT_TRUE(isMediaError(*missing, MediaError::resourceUnavailable)) << missing->description();
+    EXPECT_EQ(missing->userInfoValue(httpStatusCodeKey), "404");
     std::string nowhere = "http://127.0.0.1:9/x.ts";
     EXPECT_EQ(get(session_->urlFor(Kind::segment, *Url::parse(nowhere))).first, 502);
-    ASSERT_TRUE(eventually([&] { return recorder_->count() == 5; }));
-    const Error& missing = recorder_->errors[0];
-    EXPECT_TRUE(isMediaError(missing, MediaError::resourceUnavailable)) << missing.description();
-    EXPECT_EQ(missing.userInfoValue(httpStatusCodeKey), "404");
-    const Error& unreachable = recorder_->errors[1];
-    EXPECT_TRUE(isMediaError(unreachable, MediaError::networkFailure));
-    ASSERT_NE(unreachable.innerError(), nullptr);
-    EXPECT_TRUE(isUrlError(*unreachable.innerError(), UrlError::cannotConnectToHost));
+    const auto unreachable = session_->lastFailure();
+    ASSERT_TRUE(unreachable);
+    EXPECT_TRUE(isMediaError(*unreachable, MediaError::networkFailure));
+    ASSERT_NE(unreachable->innerError(), nullptr);
+    EXPECT_TRUE(isUrlError(*unreachable->innerError(), UrlError::cannotConnectToHost));
 }
 
 TEST_F(ResourceSessionTest, CloseEndsATransferWaitingOnTheOrigin) {

@@ -67,7 +67,16 @@ GstRef<GstElement> syncedFakeSink(const char* name) {
 
 void GstPipelineSinks::initialize() {
     static std::once_flag once;
-    std::call_once(once, [] { gst_init(nullptr, nullptr); });
+    std::call_once(once, [] {
+        gst_init(nullptr, nullptr);
+        // playbin3 reads the entry playlist from our loopback server with the highest-ranked HTTP
+        // source. curlhttpsrc goes first: souphttpsrc (libsoup 3) can crash when its session
+        // thread closes a stream while the pipeline tears it down.
+        GstRef<GstElementFactory> curl(gst_element_factory_find("curlhttpsrc"));
+        if (curl) {
+            gst_plugin_feature_set_rank(GST_PLUGIN_FEATURE(curl.get()), GST_RANK_PRIMARY + 1);
+        }
+    });
 }
 
 std::optional<Error> GstPipelineSinks::make(GstPipelineSinks& out) {
@@ -78,12 +87,9 @@ std::optional<Error> GstPipelineSinks::make(GstPipelineSinks& out) {
     };
     // What HLS playback of the streams we serve needs beyond playbin3 itself.
     static constexpr Needed needed[] = {
-        {"playbin3", "gstreamer1.0-plugins-base"},
-        {"hlsdemux2", "gstreamer1.0-plugins-good"},
-        {"souphttpsrc", "gstreamer1.0-plugins-good"},
-        {"tsdemux", "gstreamer1.0-plugins-bad"},
-        {"h264parse", "gstreamer1.0-plugins-bad"},
-        {"avdec_h264", "gstreamer1.0-libav"},
+        {"playbin3", "gstreamer1.0-plugins-base"},   {"hlsdemux2", "gstreamer1.0-plugins-good"},
+        {"curlhttpsrc", "gstreamer1.0-plugins-bad"}, {"tsdemux", "gstreamer1.0-plugins-bad"},
+        {"h264parse", "gstreamer1.0-plugins-bad"},   {"avdec_h264", "gstreamer1.0-libav"},
         {"fakesink", "libgstreamer1.0-0"},
     };
     for (const auto& [element, package] : needed) {

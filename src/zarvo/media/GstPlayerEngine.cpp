@@ -197,8 +197,13 @@ public:
                 if (!self || !item || item != self->item_) {
                     return;
                 }
+                self->selectionsLoaded_ = true;
                 if (error) {
                     self->failItem(*error);
+                    return;
+                }
+                if (auto failure = std::exchange(self->pipelineFailure_, std::nullopt)) {
+                    self->failItem(*failure);
                     return;
                 }
                 self->mediaSelectionChanged();
@@ -346,8 +351,6 @@ public:
 
     void failed(const Error& error) override { failItem(error); }
 
-    void resourceFailed(const Error& error) override { lastResourceError_ = error; }
-
 private:
     struct PendingSeek {
         std::optional<std::uint64_t> id;  // none for a seek that only changes the rate
@@ -423,8 +426,9 @@ private:
         pendingSeek_.reset();
         inFlightSeqnum_ = GST_SEQNUM_INVALID;
         firstFrameSeen_ = false;
+        selectionsLoaded_ = false;
+        pipelineFailure_.reset();
         lastPosition_ = MediaTime::zero();
-        lastResourceError_.reset();
         timeline_.reset();
         startRead_ = false;
         startSeek_.reset();
@@ -860,8 +864,15 @@ private:
                     failItem(failure);
                     return;
                 }
-                failItem(
-                    makeMediaError(MediaError::playbackFailed, text, lastResourceError_, info));
+                Error failure =
+                    makeMediaError(MediaError::playbackFailed, text,
+                                   resources_ ? resources_->lastFailure() : std::nullopt, info);
+                if (!selectionsLoaded_) {
+                    // The asset reads the same master: when it cannot, its error is the cause.
+                    pipelineFailure_ = std::move(failure);
+                    return;
+                }
+                failItem(failure);
                 return;
             }
             case GST_MESSAGE_EOS:
@@ -1050,7 +1061,6 @@ private:
     guint32 inFlightSeqnum_ = GST_SEQNUM_INVALID;  // the flushing seek not yet prerolled
     MediaTime seekTarget_ = MediaTime::zero();
     mutable MediaTime lastPosition_ = MediaTime::zero();
-    std::optional<Error> lastResourceError_;
     std::optional<std::pair<Player::TimeControlStatus, std::optional<Player::WaitingReason>>>
         reported_ = std::make_pair(Player::TimeControlStatus::paused,
                                    std::optional<Player::WaitingReason>());
@@ -1058,6 +1068,8 @@ private:
     bool startRead_ = false;                // the first media playlist was read for its start
     std::optional<PendingSeek> startSeek_;  // to its start point, sent at the first preroll
     AccessLogRecorder accessLog_;
+    bool selectionsLoaded_ = false;         // the asset has read its master
+    std::optional<Error> pipelineFailure_;  // reported once it has, unless the asset failed
 
     // Shared with GStreamer's threads.
     std::mutex mutex_;

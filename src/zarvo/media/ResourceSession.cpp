@@ -221,6 +221,16 @@ void ResourceSession::notify(std::function<void(Observer&)> call) {
     });
 }
 
+void ResourceSession::recordFailure(const Error& error) {
+    std::lock_guard lock(mutex_);
+    lastFailure_ = error;
+}
+
+std::optional<Error> ResourceSession::lastFailure() const {
+    std::lock_guard lock(mutex_);
+    return lastFailure_;
+}
+
 void ResourceSession::track(const std::shared_ptr<DirectUrlStream>& stream) {
     bool closed = false;
     {
@@ -299,13 +309,13 @@ void ResourceSession::servePlaylist(httplib::Response& response, Kind kind, cons
 
     if (fetched.error) {
         const Error error = transportError(url, *fetched.error);
-        notify([error](Observer& observer) { observer.resourceFailed(error); });
+        recordFailure(error);
         response.status = 502;
         return;
     }
     if (fetched.statusCode < 200 || fetched.statusCode >= 300) {
         const Error error = statusError(url, fetched.statusCode);
-        notify([error](Observer& observer) { observer.resourceFailed(error); });
+        recordFailure(error);
         response.status = fetched.statusCode >= 400 ? fetched.statusCode : 502;
         response.set_content(fetched.body, "text/plain");
         return;
@@ -429,7 +439,7 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
     if (auto* error = std::get_if<Error>(&head)) {
         if (!isClosed()) {
             const Error failure = transportError(url, *error);
-            notify([failure](Observer& observer) { observer.resourceFailed(failure); });
+            recordFailure(failure);
         }
         response.status = 502;
         return;
@@ -439,7 +449,7 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
         answer->stream->cancel();
         untrack(answer->stream);
         const Error failure = statusError(url, origin.statusCode);
-        notify([failure](Observer& observer) { observer.resourceFailed(failure); });
+        recordFailure(failure);
         response.status = origin.statusCode >= 400 ? origin.statusCode : 502;
         return;
     }
@@ -500,7 +510,7 @@ void ResourceSession::serveFile(httplib::Response& response, Kind kind, const Ur
     if (reader->file == nullptr || std::fseek(reader->file, 0, SEEK_END) != 0) {
         response.status = 404;
         const Error failure = statusError(url, 404);
-        notify([failure](Observer& observer) { observer.resourceFailed(failure); });
+        recordFailure(failure);
         return;
     }
     const long size = std::ftell(reader->file);
@@ -571,7 +581,7 @@ std::optional<Data> ResourceSession::fetchKeyOverNetwork(const Url& url,
     if (fetched.error || fetched.statusCode < 200 || fetched.statusCode >= 300) {
         error = fetched.error ? transportError(url, *fetched.error)
                               : statusError(url, fetched.statusCode);
-        notify([failure = *error](Observer& observer) { observer.resourceFailed(failure); });
+        recordFailure(*error);
         return std::nullopt;
     }
     return fetched.body;

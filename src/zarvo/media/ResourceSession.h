@@ -69,8 +69,6 @@ public:
         virtual void transferred(const Transfer& transfer) = 0;
         // A failure that ends the playback (a content key that could not be had).
         virtual void failed(const Error& error) = 0;
-        // A failure the pipeline may get over (it retries), kept to explain one it does not.
-        virtual void resourceFailed(const Error& error) = 0;
     };
 
     static std::shared_ptr<ResourceSession> open(std::shared_ptr<UrlAsset> asset,
@@ -86,6 +84,10 @@ public:
     // Stops serving: transfers in flight are cancelled, loading requests the delegate holds
     // are cancelled (it is told), waiting requests are let go; later requests get 404.
     void close();
+    // The last resource that could not be served and why. The pipeline may get over it (it
+    // retries); when it does not, this explains its error. Kept before the answer goes out, so
+    // it is there by the time the pipeline reports the answer.
+    std::optional<Error> lastFailure() const;
 
     // The server's entry point for a request of this session (on a server thread).
     void handle(const httplib::Request& request, httplib::Response& response, Kind kind,
@@ -121,6 +123,7 @@ private:
     std::optional<double> segmentDuration(const std::string& key) const;
 
     void notify(std::function<void(Observer&)> call);
+    void recordFailure(const Error& error);
     bool isClosed() const;
     void track(const std::shared_ptr<DirectUrlStream>& stream);
     void untrack(const std::shared_ptr<DirectUrlStream>& stream);
@@ -141,6 +144,7 @@ private:
     std::map<std::string, Data> keys_;                          // content keys by URI, once loaded
     std::map<std::string, std::shared_ptr<KeyWait>> keyWaits_;  // loads in flight by URI
     std::map<std::string, double> segmentDurations_;
+    std::optional<Error> lastFailure_;
 };
 
 }  // namespace zarvo
