@@ -76,8 +76,8 @@ bool looksLikePlaylist(const Data& body) {
 std::shared_ptr<AssetLoader> AssetLoader::start(const std::shared_ptr<UrlAsset>& asset,
                                                 const MediaEngineKey& key) {
     auto loader = std::make_shared<AssetLoader>(asset, key);
-    if (isHttp(asset->url()) || asset->url().isFileUrl()) {
-        loader->readAhead(asset->url(), true);
+    if (isHttp(asset->playlistUrl()) || asset->playlistUrl().isFileUrl()) {
+        loader->readAhead(asset->playlistUrl(), true);
     }
     return loader;
 }
@@ -101,7 +101,7 @@ void AssetLoader::fetch(const Url& url, FetchDone done) {
         return;
     }
     auto asset = asset_.lock();
-    if (!url.isFileUrl() || !asset || !mayReadFile(asset->url(), url)) {
+    if (!url.isFileUrl() || !asset || !mayReadFile(asset->playlistUrl(), url)) {
         done(Fetched{0, {}, makeUrlError(UrlError::unsupportedUrl, url.absoluteString())});
         return;
     }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Url.h"
 
 namespace zarvo {
 
@@ -24,6 +25,9 @@ enum class MediaError : long {
     playbackFailed = 6,
     // The master playlist is not an HLS playlist.
     invalidPlaylist = 7,
+    // A downloaded file could not be written (the disk is full, a permission); the system's
+    // text says which.
+    writeFailed = 8,
 };
 
 inline constexpr const char* mediaErrorDomain = "ZMMediaErrorDomain";
@@ -33,5 +37,9 @@ inline constexpr const char* debugInfoKey = "DebugInfo";
 Error makeMediaError(MediaError code, const std::string& description,
                      std::optional<Error> inner = std::nullopt, Error::UserInfo userInfo = {});
 bool isMediaError(const Error& error, MediaError code);
+// resourceUnavailable for `url` answered with HTTP `status`.
+Error makeStatusError(const Url& url, int status);
+// networkFailure for `url`, with the transport error inside.
+Error makeTransportError(const Url& url, const Error& error);
 
 }  // namespace zarvo

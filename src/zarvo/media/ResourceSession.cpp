@@ -106,18 +106,6 @@ std::string rangeKey(const Url& url, const std::optional<HlsPlaylistRewriter::By
                  : url.absoluteString();
 }
 
-Error statusError(const Url& url, int status) {
-    return makeMediaError(MediaError::resourceUnavailable,
-                          url.absoluteString() + " answered " + std::to_string(status) + ".",
-                          std::nullopt, {{httpStatusCodeKey, std::to_string(status)}});
-}
-
-Error transportError(const Url& url, const Error& error) {
-    return makeMediaError(
-        MediaError::networkFailure,
-        url.absoluteString() + " could not be loaded: " + error.localizedDescription(), error);
-}
-
 // A file read in pieces for one answer.
 struct FileReader {
     std::FILE* file = nullptr;
@@ -148,7 +136,7 @@ std::shared_ptr<ResourceSession> ResourceSession::open(std::shared_ptr<UrlAsset>
     auto& server = ResourceServer::shared();
     session->token_ = server.add(session);
     session->base_ = server.baseUrl() + "/" + session->token_;
-    session->entryUrl_ = session->urlFor(Kind::master, session->asset_->url());
+    session->entryUrl_ = session->urlFor(Kind::master, session->asset_->playlistUrl());
     return session;
 }
 
@@ -308,13 +296,13 @@ void ResourceSession::servePlaylist(httplib::Response& response, Kind kind, cons
     AssetLoader::Fetched fetched = std::move(*result);
 
     if (fetched.error) {
-        const Error error = transportError(url, *fetched.error);
+        const Error error = makeTransportError(url, *fetched.error);
         recordFailure(error);
         response.status = 502;
         return;
     }
     if (fetched.statusCode < 200 || fetched.statusCode >= 300) {
-        const Error error = statusError(url, fetched.statusCode);
+        const Error error = makeStatusError(url, fetched.statusCode);
         recordFailure(error);
         response.status = fetched.statusCode >= 400 ? fetched.statusCode : 502;
         response.set_content(fetched.body, "text/plain");
@@ -438,7 +426,7 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
     }();
     if (auto* error = std::get_if<Error>(&head)) {
         if (!isClosed()) {
-            const Error failure = transportError(url, *error);
+            const Error failure = makeTransportError(url, *error);
             recordFailure(failure);
         }
         response.status = 502;
@@ -448,7 +436,7 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
     if (origin.statusCode >= 400 || origin.statusCode < 200) {
         answer->stream->cancel();
         untrack(answer->stream);
-        const Error failure = statusError(url, origin.statusCode);
+        const Error failure = makeStatusError(url, origin.statusCode);
         recordFailure(failure);
         response.status = origin.statusCode >= 400 ? origin.statusCode : 502;
         return;
@@ -509,7 +497,7 @@ void ResourceSession::serveFile(httplib::Response& response, Kind kind, const Ur
     reader->file = std::fopen(url.decodedPath().c_str(), "rb");
     if (reader->file == nullptr || std::fseek(reader->file, 0, SEEK_END) != 0) {
         response.status = 404;
-        const Error failure = statusError(url, 404);
+        const Error failure = makeStatusError(url, 404);
         recordFailure(failure);
         return;
     }
@@ -579,8 +567,8 @@ std::optional<Data> ResourceSession::fetchKeyOverNetwork(const Url& url,
     }
     const AssetLoader::Fetched fetched = std::move(*result);
     if (fetched.error || fetched.statusCode < 200 || fetched.statusCode >= 300) {
-        error = fetched.error ? transportError(url, *fetched.error)
-                              : statusError(url, fetched.statusCode);
+        error = fetched.error ? makeTransportError(url, *fetched.error)
+                              : makeStatusError(url, fetched.statusCode);
         recordFailure(*error);
         return std::nullopt;
     }

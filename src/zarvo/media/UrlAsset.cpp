@@ -1,5 +1,6 @@
 #include "zarvo/media/UrlAsset.h"
 
+#include <filesystem>
 #include <utility>
 
 #include "zarvo/media/MediaEngine.h"
@@ -12,8 +13,21 @@ std::shared_ptr<UrlAsset> UrlAsset::make(Url url, Options options) {
     return asset;
 }
 
+namespace {
+
+Url playlistOf(const Url& url) {
+    std::error_code ignored;
+    if (url.isFileUrl() && std::filesystem::is_directory(url.decodedPath(), ignored)) {
+        return Url::fileUrl((std::filesystem::path(url.decodedPath()) / "master.m3u8").string());
+    }
+    return url;
+}
+
+}  // namespace
+
 UrlAsset::UrlAsset(Url url, Options options)
     : url_(std::move(url)),
+      playlistUrl_(playlistOf(url_)),
       options_(std::move(options)),
       resourceLoader_(std::make_shared<AssetResourceLoader>()) {}
 

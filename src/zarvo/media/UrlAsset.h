@@ -44,6 +44,9 @@ public:
     UrlAsset& operator=(const UrlAsset&) = delete;
 
     const Url& url() const { return url_; }
+    // The master playlist: the URL itself, or, for a directory on disk (a downloaded package),
+    // the "master.m3u8" inside it.
+    const Url& playlistUrl() const { return playlistUrl_; }
     const Options& options() const { return options_; }
     const std::shared_ptr<AssetResourceLoader>& resourceLoader() const { return resourceLoader_; }
 
@@ -75,6 +78,7 @@ private:
     void settle(std::vector<MediaSelectionGroup> groups, std::optional<Error> error);
 
     const Url url_;
+    const Url playlistUrl_;
     std::weak_ptr<MediaEngine> engine_;  // the engine owns state that refers to its assets
     std::once_flag loadingStarted_;
     const Options options_;

@@ -23,6 +23,8 @@ struct UrlSessionConfiguration {
     double timeoutIntervalForRequest = 60.0;  // seconds without progress
     double timeoutIntervalForResource = 7 * 24 * 3600.0;
     int httpMaximumConnectionsPerHost = 6;
+    // false: no transfers while the network in use is metered (a mobile connection).
+    bool allowsCellularAccess = true;
     // Added to every request that does not set the same header itself.
     std::vector<std::pair<std::string, std::string>> httpAdditionalHeaders;
 };

@@ -1,0 +1,243 @@
+// The download service against the sample origin: what a package holds and how it plays from
+// disk, suspend, resume and cancel, faults, and a process killed in the middle of a download.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "zarvo/media/AssetDownloadUrlSession.h"
+#include "zarvo/media/MediaError.h"
+#include "zarvo/media/Player.h"
+#include "zarvo/media/PlayerItem.h"
+#include "zarvo/platform/AppDirectories.h"
+#include "zarvo/platform/DataFile.h"
+#include "zarvo/platform/RunLoop.h"
+#include "zarvo/platform/UrlError.h"
+
+#include "support/SampleOriginTest.h"
+#include "support/TempHome.h"
+
+namespace zarvo {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using TaskPtr = std::shared_ptr<AggregateAssetDownloadTask>;
+
+bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadline = 30s) {
+    return RunLoop::main().runUntil(done, deadline);
+}
+
+struct Recorder : AssetDownloadDelegate {
+    void willDownloadTo(AssetDownloadUrlSession&, const TaskPtr&, const Url& url) override {
+        locations.push_back(url);
+    }
+    void didLoad(AssetDownloadUrlSession&, const TaskPtr&, const MediaTimeRange&,
+                 const std::vector<MediaTimeRange>& loaded, const MediaTimeRange& expected,
+                 const MediaSelection&) override {
+        double sum = 0;
+        for (const auto& range : loaded) {
+            sum += range.duration.seconds() / expected.duration.seconds();
+        }
+        progress.push_back(sum);
+    }
+    void didCompleteFor(AssetDownloadUrlSession&, const TaskPtr&, const MediaSelection&) override {
+        ++selectionsCompleted;
+    }
+    void didCompleteWithError(AssetDownloadUrlSession&, const TaskPtr&,
+                              const std::optional<Error>& error) override {
+        completions.push_back(error);
+    }
+    std::vector<Url> locations;
+    std::vector<double> progress;
+    int selectionsCompleted = 0;
+    std::vector<std::optional<Error>> completions;
+};
+
+std::set<std::string> filesUnder(const fs::path& root) {
+    std::set<std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+        if (entry.is_regular_file()) {
+            files.insert(entry.path().lexically_relative(root).string());
+        }
+    }
+    return files;
+}
+
+class AssetDownloadTest : public test::SampleOriginTest {
+protected:
+    void SetUp() override { origin_->faults().clear(); }
+
+    std::shared_ptr<AssetDownloadUrlSession> makeSession(const std::string& identifier = "Test") {
+        AssetDownloadUrlSession::Settings settings;
+        settings.tasks.retryDelays = {0.01, 0.01};
+        return AssetDownloadUrlSession::make(UrlSessionConfiguration::background(identifier),
+                                             recorder_, DispatchQueue::main(), settings);
+    }
+    std::shared_ptr<UrlAsset> loadedVod() {
+        auto asset = UrlAsset::make(*Url::parse(origin_->url("/vod/master.m3u8")));
+        bool loaded = false;
+        asset->loadMediaSelections(DispatchQueue::main(), [&](auto) { loaded = true; });
+        EXPECT_TRUE(waitFor([&] { return loaded; }));
+        return asset;
+    }
+    fs::path vodFolder() const { return origin_->content().directory() / "vod"; }
+    std::size_t segmentRequests() const {
+        std::size_t count = 0;
+        for (const auto& request : origin_->requests()) {
+            count += request.ends_with(".ts") || request.ends_with(".vtt");
+        }
+        return count;
+    }
+
+    test::TempHome home_;
+    std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
+};
+
+TEST_F(AssetDownloadTest, APackageHoldsTheChosenRenditionsAndPlaysWithoutTheNetwork) {
+    auto session = makeSession();
+    auto asset = loadedVod();
+    const auto selections = asset->allMediaSelections();
+    ASSERT_EQ(selections.size(), 4u) << "two audio renditions, subtitles on and off";
+    const auto& variants = origin_->content().variants();
+    AssetDownloadUrlSession::TaskOptions options{variants[1].bandwidth - 1};
+    auto task = session->makeAggregateAssetDownloadTask(asset, selections, "Sample: VOD",
+                                                        std::nullopt, options);
+    ASSERT_TRUE(task);
+    EXPECT_EQ(task->state(), AggregateAssetDownloadTask::State::suspended);
+    task->resume();
+    ASSERT_TRUE(waitFor([&] { return !recorder_->completions.empty(); }));
+    ASSERT_EQ(recorder_->completions[0], std::nullopt) << recorder_->completions[0]->description();
+    EXPECT_EQ(task->state(), AggregateAssetDownloadTask::State::completed);
+    ASSERT_EQ(recorder_->locations.size(), 1u);
+    const fs::path package = recorder_->locations[0].decodedPath();
+    EXPECT_TRUE(AppDirectories::isInsideHome(package));
+    EXPECT_NE(package.string().find("/Library/"), std::string::npos);
+    EXPECT_TRUE(std::is_sorted(recorder_->progress.begin(), recorder_->progress.end()));
+    EXPECT_DOUBLE_EQ(recorder_->progress.back(), 1.0);
+    EXPECT_EQ(recorder_->selectionsCompleted, 4);
+
+    // The variant the minimum bitrate asks for, both audio renditions and the subtitles, each
+    // file as the origin has it; no partial files.
+    const auto master = *DataFile::read(package / "master.m3u8");
+    EXPECT_NE(master.find("BANDWIDTH=" + std::to_string(variants[1].bandwidth)), std::string::npos);
+    EXPECT_EQ(master.find("BANDWIDTH=" + std::to_string(variants[0].bandwidth)), std::string::npos);
+    for (const auto& file : filesUnder(package)) {
+        EXPECT_FALSE(file.ends_with(".part")) << file;
+    }
+    // Byte ranges of one file in the origin, files of their own in the package.
+    auto joined = [](const fs::path& folder, const std::string& prefix) {
+        std::string all;
+        for (int i = 0; fs::exists(folder / (prefix + std::to_string(i) + ".ts")); ++i) {
+            all += *DataFile::read(folder / (prefix + std::to_string(i) + ".ts"));
+        }
+        return all;
+    };
+    EXPECT_TRUE(joined(package / "video", "") == DataFile::read(vodFolder() / "v1" / "index.ts"));
+    EXPECT_TRUE(joined(package / "audio1", "") == joined(vodFolder() / "a_pol", "seg"));
+    EXPECT_TRUE(joined(package / "audio2", "") == joined(vodFolder() / "a_eng", "seg"));
+    EXPECT_EQ(filesUnder(package).count("subtitles3/index.m3u8"), 1u);
+
+    // The package plays from disk, with both audio options and the subtitles.
+    origin_->clearRequests();
+    auto player = Player::make();
+    auto item = PlayerItem::make(UrlAsset::make(Url::fileUrl(package.string(), true)));
+    player->replaceCurrentItem(item);
+    player->play();
+    ASSERT_TRUE(waitFor([&] {
+        return item->status() == PlayerItem::Status::failed ||
+               (player->timeControlStatus() == Player::TimeControlStatus::playing &&
+                player->currentTime().seconds() > 1.0);
+    }));
+    EXPECT_NE(item->status(), PlayerItem::Status::failed);
+    auto audible = item->asset()->mediaSelectionGroup(MediaCharacteristic::audible());
+    ASSERT_TRUE(audible);
+    EXPECT_EQ(audible->options().size(), 2u);
+    EXPECT_TRUE(item->asset()->mediaSelectionGroup(MediaCharacteristic::legible()));
+    EXPECT_TRUE(origin_->requests().empty());
+}
+
+TEST_F(AssetDownloadTest, SuspendResumeCancelAndFaults) {
+    auto session = makeSession();
+    auto asset = UrlAsset::make(*Url::parse(origin_->url("/vod/master.m3u8")));
+    origin_->clearRequests();
+    // Slow segments: the task is still downloading when it is suspended.
+    origin::Fault slow;
+    slow.pathPrefix = "/vod/v";
+    slow.bytesPerSecond = 200'000;
+    origin_->faults().add(slow);
+    auto task = session->makeAggregateAssetDownloadTask(asset, {}, "Slow", std::nullopt, {});
+    task->resume();
+    ASSERT_TRUE(waitFor([&] { return recorder_->progress.size() >= 2; }));
+    task->suspend();
+    EXPECT_EQ(task->state(), AggregateAssetDownloadTask::State::suspended);
+    const std::size_t progressAtSuspend = recorder_->progress.size();
+    origin_->faults().clear();
+    task->resume();
+    ASSERT_TRUE(waitFor([&] { return !recorder_->completions.empty(); }));
+    EXPECT_EQ(recorder_->completions[0], std::nullopt);
+    EXPECT_GT(recorder_->progress.size(), progressAtSuspend);
+    // 15 video and 16 audio segments: only those cut off by the suspension came twice.
+    EXPECT_LE(segmentRequests(), 31u + 4u);
+
+    // Cancel: ends with UrlError::cancelled and leaves no partial file.
+    origin_->faults().add(slow);
+    auto cancelled = session->makeAggregateAssetDownloadTask(asset, {}, "Cancelled", std::nullopt, {});
+    cancelled->resume();
+    ASSERT_TRUE(waitFor([&] { return recorder_->locations.size() == 2; }));
+    cancelled->cancel();
+    ASSERT_TRUE(waitFor([&] { return recorder_->completions.size() == 2; }));
+    ASSERT_TRUE(recorder_->completions[1]);
+    EXPECT_TRUE(isUrlError(*recorder_->completions[1], UrlError::cancelled));
+    for (const auto& file : filesUnder(recorder_->locations[1].decodedPath())) {
+        EXPECT_FALSE(file.ends_with(".part")) << file;
+    }
+
+    // A fifth of the segments failing once still completes; a segment that stays missing
+    // fails the task naming it.
+    origin_->faults().clear();
+    origin_->clearRequests();
+    for (const char* folder : {"v2", "a_pol"}) {
+        for (int segment = 0; segment < 15; segment += 5) {
+            origin::Fault once;
+            once.pathPrefix = "/vod/" + std::string(folder) + "/seg" + std::to_string(segment) + ".ts";
+            once.status = 503;
+            once.count = 1;
+            origin_->faults().add(once);
+        }
+    }
+    auto retried = session->makeAggregateAssetDownloadTask(asset, {}, "Flaky", std::nullopt, {});
+    retried->resume();
+    ASSERT_TRUE(waitFor([&] { return recorder_->completions.size() == 3; }));
+    EXPECT_EQ(recorder_->completions[2], std::nullopt) << recorder_->completions[2]->description();
+    EXPECT_EQ(segmentRequests(), 31u + 6u);
+
+    origin_->faults().clear();
+    origin::Fault missing;
+    missing.pathPrefix = "/vod/v2/seg3.ts";
+    missing.status = 404;
+    origin_->faults().add(missing);
+    auto failed = session->makeAggregateAssetDownloadTask(asset, {}, "Missing", std::nullopt, {});
+    failed->resume();
+    ASSERT_TRUE(waitFor([&] { return recorder_->completions.size() == 4; }));
+    ASSERT_TRUE(recorder_->completions[3]);
+    EXPECT_TRUE(isMediaError(*recorder_->completions[3], MediaError::resourceUnavailable));
+    EXPECT_NE(recorder_->completions[3]->localizedDescription().find("/vod/v2/seg3.ts"),
+              std::string::npos);
+
+    // A master without variants fails at once.
+    auto media = UrlAsset::make(*Url::parse(origin_->url("/vod/v0/index.m3u8")));
+    auto invalid = session->makeAggregateAssetDownloadTask(media, {}, "Media", std::nullopt, {});
+    invalid->resume();
+    ASSERT_TRUE(waitFor([&] { return recorder_->completions.size() == 5; }));
+    ASSERT_TRUE(recorder_->completions[4]);
+    EXPECT_TRUE(isMediaError(*recorder_->completions[4], MediaError::invalidPlaylist));
+}
+
+}  // namespace
+}  // namespace zarvo
