@@ -1,12 +1,12 @@
 // The download service against the sample origin: what a package holds and how it plays from
 // disk, suspend, resume and cancel, faults, and a process killed in the middle of a download.
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -187,7 +187,8 @@ TEST_F(AssetDownloadTest, SuspendResumeCancelAndFaults) {
 
     // Cancel: ends with UrlError::cancelled and leaves no partial file.
     origin_->faults().add(slow);
-    auto cancelled = session->makeAggregateAssetDownloadTask(asset, {}, "Cancelled", std::nullopt, {});
+    auto cancelled =
+        session->makeAggregateAssetDownloadTask(asset, {}, "Cancelled", std::nullopt, {});
     cancelled->resume();
     ASSERT_TRUE(waitFor([&] { return recorder_->locations.size() == 2; }));
     cancelled->cancel();
@@ -205,7 +206,8 @@ TEST_F(AssetDownloadTest, SuspendResumeCancelAndFaults) {
     for (const char* folder : {"v2", "a_pol"}) {
         for (int segment = 0; segment < 15; segment += 5) {
             origin::Fault once;
-            once.pathPrefix = "/vod/" + std::string(folder) + "/seg" + std::to_string(segment) + ".ts";
+            once.pathPrefix =
+                "/vod/" + std::string(folder) + "/seg" + std::to_string(segment) + ".ts";
             once.status = 503;
             once.count = 1;
             origin_->faults().add(once);
@@ -230,13 +232,157 @@ TEST_F(AssetDownloadTest, SuspendResumeCancelAndFaults) {
     EXPECT_NE(recorder_->completions[3]->localizedDescription().find("/vod/v2/seg3.ts"),
               std::string::npos);
 
+    // No downloads on a metered network when the configuration forbids cellular access.
+    origin_->faults().clear();
+    origin_->clearRequests();
+    std::atomic<bool> metered{true};
+    std::atomic<int> asked{0};
+    AssetDownloadUrlSession::Settings settings;
+    settings.isNetworkMetered = [&] {
+        ++asked;
+        return metered.load();
+    };
+    auto configuration = UrlSessionConfiguration::background("Metered");
+    configuration.allowsCellularAccess = false;
+    auto wifiOnly =
+        AssetDownloadUrlSession::make(configuration, recorder_, DispatchQueue::main(), settings);
+    auto waiting = wifiOnly->makeAggregateAssetDownloadTask(asset, {}, "Metered", std::nullopt, {});
+    waiting->resume();
+    ASSERT_TRUE(waitFor([&] { return asked >= 3; }));
+    EXPECT_TRUE(origin_->requests().empty());
+    metered = false;
+    ASSERT_TRUE(waitFor([&] { return recorder_->completions.size() == 5; }));
+    EXPECT_EQ(recorder_->completions[4], std::nullopt);
+
     // A master without variants fails at once.
     auto media = UrlAsset::make(*Url::parse(origin_->url("/vod/v0/index.m3u8")));
     auto invalid = session->makeAggregateAssetDownloadTask(media, {}, "Media", std::nullopt, {});
     invalid->resume();
-    ASSERT_TRUE(waitFor([&] { return recorder_->completions.size() == 5; }));
-    ASSERT_TRUE(recorder_->completions[4]);
-    EXPECT_TRUE(isMediaError(*recorder_->completions[4], MediaError::invalidPlaylist));
+    ASSERT_TRUE(waitFor([&] { return recorder_->completions.size() == 6; }));
+    ASSERT_TRUE(recorder_->completions[5]);
+    EXPECT_TRUE(isMediaError(*recorder_->completions[5], MediaError::invalidPlaylist));
+}
+
+// The child half of the kill test: downloads until the test below kills it.
+TEST(AssetDownloadKillTest, ChildDownloadsUntilKilled) {
+    const char* master = std::getenv("ZM_DOWNLOAD_CHILD_MASTER");
+    if (!master) {
+        GTEST_SKIP() << "runs as the child of AProcessKilledMidDownloadIsContinuedFromItsPackage";
+    }
+    auto recorder = std::make_shared<Recorder>();
+    auto session = AssetDownloadUrlSession::make(UrlSessionConfiguration::background("Killed"),
+                                                 recorder, DispatchQueue::main());
+    ASSERT_TRUE(session);
+    auto task = session->makeAggregateAssetDownloadTask(UrlAsset::make(*Url::parse(master)), {},
+                                                        "Killed", std::nullopt, {});
+    task->resume();
+    RunLoop::main().runUntil([&] { return !recorder->completions.empty(); }, 60s);
+    ADD_FAILURE() << "the download ended before the kill";
+}
+
+std::optional<fs::path> packageUnder(const fs::path& home) {
+    std::error_code error;
+    for (auto it = fs::recursive_directory_iterator(home / "Library", error);
+         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
+        if (it->path().extension() == ".movpkg") {
+            return it->path();
+        }
+    }
+    return std::nullopt;
+}
+
+std::size_t wholeSegmentsIn(const fs::path& package) {
+    std::size_t count = 0;
+    std::error_code error;
+    for (auto it = fs::recursive_directory_iterator(package, error);
+         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
+        count += it->path().extension() == ".ts";
+    }
+    return count;
+}
+
+TEST_F(AssetDownloadTest, AProcessKilledMidDownloadIsContinuedFromItsPackage) {
+    const std::string master = origin_->url("/vod/master.m3u8");
+    auto cleanSession = makeSession("Clean");
+    auto clean = cleanSession->makeAggregateAssetDownloadTask(UrlAsset::make(*Url::parse(master)),
+                                                              {}, "Clean", std::nullopt, {});
+    clean->resume();
+    ASSERT_TRUE(waitFor([&] { return recorder_->completions.size() == 1; }));
+    const fs::path cleanPackage = recorder_->locations.at(0).decodedPath();
+    const auto cleanFiles = filesUnder(cleanPackage);
+
+    origin::Fault slow;
+    slow.pathPrefix = "/vod/";
+    slow.bytesPerSecond = 400'000;
+    for (std::size_t point : {1u, 4u, 9u, 16u, 25u}) {
+        SCOPED_TRACE("killed after " + std::to_string(point) + " segments");
+        const fs::path home = home_.path() / ("killed" + std::to_string(point));
+        fs::create_directories(home);
+        origin_->faults().clear();
+        origin_->faults().add(slow);
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            ::setenv("ZM_HOME", home.c_str(), 1);
+            ::setenv("ZM_DOWNLOAD_CHILD_MASTER", master.c_str(), 1);
+            ::execl("/proc/self/exe", "media_tests",
+                    "--gtest_filter=AssetDownloadKillTest.ChildDownloadsUntilKilled", nullptr);
+            ::_exit(127);
+        }
+        const bool reached = waitFor([&] {
+            auto package = packageUnder(home);
+            return package && wholeSegmentsIn(*package) >= point;
+        });
+        ::kill(child, SIGKILL);
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_TRUE(reached);
+        ASSERT_TRUE(WIFSIGNALED(status)) << status;
+
+        // The next process: the task comes back cut off by the end of its process, and a task
+        // for the package fetches only what it lacks.
+        origin_->faults().clear();
+        origin_->clearRequests();
+        AppDirectories::setHome(home);
+        const fs::path package = *packageUnder(home);
+        const auto before = filesUnder(package);
+        auto next = std::make_shared<Recorder>();
+        auto session = AssetDownloadUrlSession::make(UrlSessionConfiguration::background("Killed"),
+                                                     next, DispatchQueue::main());
+        std::vector<TaskPtr> restored;
+        session->getAllTasks([&](auto tasks) { restored = tasks; });
+        ASSERT_TRUE(waitFor([&] { return next->completions.size() == 1; }));
+        ASSERT_EQ(restored.size(), 1u);
+        ASSERT_TRUE(next->completions[0]);
+        EXPECT_TRUE(isUrlError(*next->completions[0], UrlError::cancelled));
+        EXPECT_EQ(next->completions[0]->userInfoValue(
+                      AssetDownloadUrlSession::backgroundTaskCancelledReasonKey),
+                  "0");
+        auto restart = session->makeAggregateAssetDownloadTask(
+            UrlAsset::make(Url::fileUrl(package.string(), true)), {}, "Killed", std::nullopt, {});
+        ASSERT_TRUE(restart);
+        restart->resume();
+        ASSERT_TRUE(waitFor([&] { return next->completions.size() == 2; }));
+        EXPECT_EQ(next->completions[1], std::nullopt);
+        EXPECT_EQ(next->locations.at(0).decodedPath(),
+                  Url::fileUrl(package.string(), true).decodedPath());
+        for (const auto& request : origin_->requests()) {
+            for (const auto& file : before) {
+                const fs::path path(file);
+                const std::string source = path.parent_path() == "video" ? "v2" : "a_pol";
+                EXPECT_FALSE(path.extension() == ".ts" && request == "GET /vod/" + source + "/seg" +
+                                                                         path.stem().string() +
+                                                                         ".ts")
+                    << request << " again";
+            }
+        }
+        ASSERT_EQ(filesUnder(package), cleanFiles);
+        for (const auto& file : cleanFiles) {
+            EXPECT_TRUE(DataFile::read(package / file) == DataFile::read(cleanPackage / file))
+                << file;
+        }
+        AppDirectories::setHome(home_.path());
+    }
 }
 
 }  // namespace

@@ -41,7 +41,8 @@ std::optional<Error> loadKey(UrlAsset& asset, const Url& url, PackageFileFetcher
         wait->changed.notify_all();
     };
     auto request = std::make_shared<AssetResourceLoadingRequest>(
-        UrlRequest(url), true, true, [settle, url](const AssetResourceLoadingRequest::Outcome& outcome) {
+        UrlRequest(url), true, true,
+        [settle, url](const AssetResourceLoadingRequest::Outcome& outcome) {
             if (outcome.error) {
                 settle(makeMediaError(MediaError::resourceLoadingFailed,
                                       "The resource loader failed to load " + url.absoluteString() +
@@ -59,8 +60,8 @@ std::optional<Error> loadKey(UrlAsset& asset, const Url& url, PackageFileFetcher
         }
     });
     std::unique_lock lock(wait->mutex);
-    while (!wait->changed.wait_for(lock, std::chrono::milliseconds(100),
-                                   [&] { return wait->done; })) {
+    while (
+        !wait->changed.wait_for(lock, std::chrono::milliseconds(100), [&] { return wait->done; })) {
         if (fetcher.isStopped()) {
             lock.unlock();
             if (request->cancel()) {
@@ -75,9 +76,10 @@ std::optional<Error> loadKey(UrlAsset& asset, const Url& url, PackageFileFetcher
 }  // namespace
 
 AggregateAssetDownloadTask::AggregateAssetDownloadTask(
-    Token, std::weak_ptr<AssetDownloadUrlSession> session, std::shared_ptr<AssetDownloadStore> store,
-    AssetDownloadStore::TaskRecord record, std::shared_ptr<UrlAsset> asset,
-    std::vector<MediaSelection> selections, Settings settings, std::optional<State> state)
+    Token, std::weak_ptr<AssetDownloadUrlSession> session,
+    std::shared_ptr<AssetDownloadStore> store, AssetDownloadStore::TaskRecord record,
+    std::shared_ptr<UrlAsset> asset, std::vector<MediaSelection> selections, Settings settings,
+    std::optional<State> state)
     : session_(std::move(session)),
       store_(std::move(store)),
       asset_(std::move(asset)),
@@ -175,7 +177,8 @@ void AggregateAssetDownloadTask::resume() {
     }
     state_ = State::running;
     persist(AssetDownloadStore::TaskState::running);
-    PackageFileFetcher::Settings fetching{asset_->options().httpHeaderFields, settings_.retryDelays};
+    PackageFileFetcher::Settings fetching{asset_->options().httpHeaderFields,
+                                          settings_.retryDelays};
     fetcher_ = std::make_shared<PackageFileFetcher>(std::move(fetching));
     thread_ = std::thread([self = shared_from_this(), fetcher = fetcher_] { self->run(fetcher); });
 }
@@ -214,8 +217,8 @@ void AggregateAssetDownloadTask::cancel() {
         persist(AssetDownloadStore::TaskState::completed);
     }
     if (auto session = session_.lock()) {
-        session->post([task = shared_from_this(), error = error_](AssetDownloadDelegate& delegate,
-                                                                  AssetDownloadUrlSession& session) {
+        session->post([task = shared_from_this(), error = error_](
+                          AssetDownloadDelegate& delegate, AssetDownloadUrlSession& session) {
             delegate.didCompleteWithError(session, task, error);
         });
     }
@@ -249,6 +252,15 @@ void AggregateAssetDownloadTask::removePartialFiles() const {
             std::filesystem::remove(it->path(), ignored);
         }
     }
+}
+
+bool AggregateAssetDownloadTask::waitUntilMayDownload(PackageFileFetcher& fetcher) const {
+    while (settings_.mayDownload && !settings_.mayDownload()) {
+        if (!fetcher.wait(0.25)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 void AggregateAssetDownloadTask::run(std::shared_ptr<PackageFileFetcher> fetcher) {
@@ -299,9 +311,12 @@ std::optional<Error> AggregateAssetDownloadTask::download(PackageFileFetcher& fe
         record = record_;
         package = packagePath();
     }
-    auto planned = HlsPackagePlan::make(
-        *Url::parse(record.url), record.renditions, record.minimumBitrate,
-        [&](const Url& url) { return fetcher.fetchText(url); });
+    if (!waitUntilMayDownload(fetcher)) {
+        return makeUrlError(UrlError::cancelled, record.url);
+    }
+    auto planned =
+        HlsPackagePlan::make(*Url::parse(record.url), record.renditions, record.minimumBitrate,
+                             [&](const Url& url) { return fetcher.fetchText(url); });
     if (auto* error = std::get_if<Error>(&planned)) {
         return *error;
     }
@@ -371,10 +386,8 @@ std::optional<Error> AggregateAssetDownloadTask::download(PackageFileFetcher& fe
             if (index >= missing.size()) {
                 return;
             }
-            while (settings_.mayDownload && !settings_.mayDownload()) {
-                if (!fetcher.wait(1.0)) {
-                    return;
-                }
+            if (!waitUntilMayDownload(fetcher)) {
+                return;
             }
             const auto& file = *missing[index];
             auto fetched = fetcher.fetchFile(file.url, file.range, package / file.path);
@@ -396,7 +409,8 @@ std::optional<Error> AggregateAssetDownloadTask::download(PackageFileFetcher& fe
         }
     };
     std::vector<std::thread> workers;
-    const std::size_t count = std::max<std::size_t>(1, std::min(settings_.filesInFlight, missing.size()));
+    const std::size_t count =
+        std::max<std::size_t>(1, std::min(settings_.filesInFlight, missing.size()));
     for (std::size_t i = 1; i < count; ++i) {
         workers.emplace_back(work);
     }

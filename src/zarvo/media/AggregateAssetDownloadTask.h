@@ -68,6 +68,8 @@ public:
 private:
     void run(std::shared_ptr<PackageFileFetcher> fetcher);
     std::optional<Error> download(PackageFileFetcher& fetcher);
+    // Waits while the network must not be used; false when the run was stopped meanwhile.
+    bool waitUntilMayDownload(PackageFileFetcher& fetcher) const;
     // Stops the run in flight; the caller joins the thread it returns.
     std::thread stopRun();
     void finish(std::optional<Error> error);

@@ -53,7 +53,8 @@ AssetDownloadStore::TaskState stateNamed(const std::string& name) {
 std::string renditionsText(const std::vector<HlsPackagePlan::Rendition>& renditions) {
     Json list = Json::array();
     for (const auto& rendition : renditions) {
-        Json item = {{"type", rendition.type}, {"group", rendition.groupId}, {"name", rendition.name}};
+        Json item = {
+            {"type", rendition.type}, {"group", rendition.groupId}, {"name", rendition.name}};
         if (rendition.language) {
             item["language"] = *rendition.language;
         }

@@ -1,8 +1,7 @@
 #include "zarvo/media/AssetDownloadUrlSession.h"
 
-#include <gio/gio.h>
-
 #include <algorithm>
+#include <gio/gio.h>
 
 #include "zarvo/platform/AppDirectories.h"
 #include "zarvo/platform/UrlError.h"
@@ -20,7 +19,8 @@ bool glibSaysMetered() {
 std::string packageName(const std::string& title) {
     std::string name;
     for (char c : title) {
-        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+        const bool plain =
+            (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
         if (plain || c == '-' || c == '_') {
             name += c;
         } else if (!name.empty() && name.back() != '_') {
@@ -87,7 +87,9 @@ AggregateAssetDownloadTask::Settings AssetDownloadUrlSession::taskSettings() con
     auto settings = settings_.tasks;
     if (!configuration_.allowsCellularAccess) {
         auto metered = settings_.isNetworkMetered ? settings_.isNetworkMetered : glibSaysMetered;
-        settings.mayDownload = [metered] { return !metered(); };
+        settings.mayDownload = [metered] {
+            return !metered();
+        };
     }
     return settings;
 }
@@ -184,7 +186,8 @@ void AssetDownloadUrlSession::getAllTasks(
     tasks.insert(tasks.end(), cutOff.begin(), cutOff.end());
     delegateQueue_->async([completion = std::move(completion), tasks] { completion(tasks); });
     for (const auto& task : cutOff) {
-        const Error cancelled = makeUrlError(UrlError::cancelled, task->urlAsset()->url().absoluteString());
+        const Error cancelled =
+            makeUrlError(UrlError::cancelled, task->urlAsset()->url().absoluteString());
         Error::UserInfo info = cancelled.userInfo();
         info[backgroundTaskCancelledReasonKey] = "0";
         task->completeWithoutRunning(Error(urlErrorDomain, cancelled.code(), std::move(info)));
@@ -205,13 +208,14 @@ void AssetDownloadUrlSession::invalidateAndCancel() {
 
 void AssetDownloadUrlSession::post(
     std::function<void(AssetDownloadDelegate&, AssetDownloadUrlSession&)> call) {
-    delegateQueue_->async([weakSelf = weak_from_this(), delegate = delegate_, call = std::move(call)] {
-        auto self = weakSelf.lock();
-        auto strong = delegate.lock();
-        if (self && strong) {
-            call(*strong, *self);
-        }
-    });
+    delegateQueue_->async(
+        [weakSelf = weak_from_this(), delegate = delegate_, call = std::move(call)] {
+            auto self = weakSelf.lock();
+            auto strong = delegate.lock();
+            if (self && strong) {
+                call(*strong, *self);
+            }
+        });
 }
 
 }  // namespace zarvo

@@ -31,11 +31,11 @@ std::string keyOf(const Url& url, const std::optional<HlsPlaylistRewriter::ByteR
 // run of letters and digits; nothing otherwise.
 std::string extensionOf(const Url& url) {
     const std::string extension = url.pathExtension();
-    const bool plain = !extension.empty() && extension.size() <= 5 &&
-                       std::all_of(extension.begin(), extension.end(), [](char c) {
-                           return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                                  (c >= '0' && c <= '9');
-                       });
+    const bool plain =
+        !extension.empty() && extension.size() <= 5 &&
+        std::all_of(extension.begin(), extension.end(), [](char c) {
+            return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+        });
     return plain ? "." + extension : "";
 }
 
@@ -58,8 +58,8 @@ const HlsPlaylistRewriter::Variant& chooseVariant(
 
 // The renditions of `groupId` that go into the package.
 std::vector<const HlsPlaylistRewriter::Rendition*> chooseRenditions(
-    const HlsPlaylistRewriter::Result& master, const std::string& type,
-    const std::string& groupId, const std::vector<HlsPackagePlan::Rendition>& wanted) {
+    const HlsPlaylistRewriter::Result& master, const std::string& type, const std::string& groupId,
+    const std::vector<HlsPackagePlan::Rendition>& wanted) {
     std::vector<const HlsPlaylistRewriter::Rendition*> members;
     std::vector<const HlsPlaylistRewriter::Rendition*> chosen;
     for (const auto& rendition : master.renditions) {
@@ -92,7 +92,8 @@ std::string withoutLeftOut(const std::string& text) {
             kept.push_back(std::move(line));
             continue;
         }
-        if (!line.starts_with("#") && !kept.empty() && kept.back().starts_with("#EXT-X-STREAM-INF")) {
+        if (!line.starts_with("#") && !kept.empty() &&
+            kept.back().starts_with("#EXT-X-STREAM-INF")) {
             kept.pop_back();
         }
     }
@@ -137,8 +138,8 @@ std::variant<MediaPlaylistPlan, Error> planMediaPlaylist(const Url& url, const s
         auto [slot, added] = names.try_emplace(key);
         if (added) {
             const bool isMap = reference.kind == Kind::initializationSection;
-            slot->second = (isMap ? "init" : "") + std::to_string(count++) +
-                           extensionOf(reference.url);
+            slot->second =
+                (isMap ? "init" : "") + std::to_string(count++) + extensionOf(reference.url);
             if (isMap) {
                 maps.emplace(key, HlsPackagePlan::File{dir + "/" + slot->second, reference.url,
                                                        reference.byteRange, -1, 0});
@@ -148,8 +149,9 @@ std::variant<MediaPlaylistPlan, Error> planMediaPlaylist(const Url& url, const s
     };
     const auto result = HlsPlaylistRewriter::rewrite(std::get<std::string>(fetched), url, mapper);
     if (result.isMasterPlaylist) {
-        return makeMediaError(MediaError::invalidPlaylist,
-                              url.absoluteString() + " is a master playlist, not a media playlist.");
+        return makeMediaError(
+            MediaError::invalidPlaylist,
+            url.absoluteString() + " is a master playlist, not a media playlist.");
     }
     MediaPlaylistPlan plan;
     plan.text = result.text;
@@ -213,8 +215,9 @@ std::variant<HlsPackagePlan, Error> HlsPackagePlan::make(const Url& masterUrl,
             continue;
         }
         for (const auto* rendition : chooseRenditions(master, type, **group, wanted)) {
-            const std::string dir = std::string(type == std::string("AUDIO") ? "audio" : "subtitles") +
-                                    std::to_string(mediaPlaylists.size());
+            const std::string dir =
+                std::string(type == std::string("AUDIO") ? "audio" : "subtitles") +
+                std::to_string(mediaPlaylists.size());
             if (localPlaylists.try_emplace(rendition->url->absoluteString(), dir + "/index.m3u8")
                     .second) {
                 mediaPlaylists.emplace_back(*rendition->url, dir);

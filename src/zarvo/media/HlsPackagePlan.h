@@ -53,9 +53,9 @@ struct HlsPackagePlan {
                                                     std::optional<std::int64_t> minimumBitrate,
                                                     const FetchPlaylist& fetch);
 
-    std::vector<File> files;  // to fetch, ordered by start time across the playlists
-    std::vector<Playlist> playlists;  // the media playlists, then the master
-    std::vector<Url> loaderKeys;      // distinct key URIs that are not http(s), in playlist order
+    std::vector<File> files;            // to fetch, ordered by start time across the playlists
+    std::vector<Playlist> playlists;    // the media playlists, then the master
+    std::vector<Url> loaderKeys;        // distinct key URIs that are not http(s), in playlist order
     std::vector<Rendition> renditions;  // those included
     std::int64_t bandwidth = 0;         // of the variant chosen
     double duration = 0;                // of the variant chosen, in seconds
