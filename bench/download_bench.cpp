@@ -57,7 +57,8 @@ void BM_DownloadVodAgainstFfmpegAndCurl(benchmark::State& state) {
         state.SkipWithError("the sample origin did not start");
         return;
     }
-    const fs::path work = fs::temp_directory_path() / ("zm-download-bench-" + std::to_string(::getpid()));
+    const fs::path work =
+        fs::temp_directory_path() / ("zm-download-bench-" + std::to_string(::getpid()));
     fs::create_directories(work);
     zarvo::AppDirectories::setHome(work / "home");
     const std::string master = origin.url("/vod/master.m3u8");
@@ -65,8 +66,9 @@ void BM_DownloadVodAgainstFfmpegAndCurl(benchmark::State& state) {
     // The files of the package, as curl fetches them: every playlist and segment the origin was
     // asked for by one download.
     auto delegate = std::make_shared<Done>();
-    auto session = zarvo::AssetDownloadUrlSession::make(
-        zarvo::UrlSessionConfiguration::background("Bench"), delegate, zarvo::DispatchQueue::main());
+    auto session =
+        zarvo::AssetDownloadUrlSession::make(zarvo::UrlSessionConfiguration::background("Bench"),
+                                             delegate, zarvo::DispatchQueue::main());
     auto asset = zarvo::UrlAsset::make(*zarvo::Url::parse(master));
     bool loaded = false;
     asset->loadMediaSelections(zarvo::DispatchQueue::main(), [&](auto) { loaded = true; });
@@ -78,7 +80,8 @@ void BM_DownloadVodAgainstFfmpegAndCurl(benchmark::State& state) {
     for (auto _ : state) {
         origin.clearRequests();
         delegate->ended = false;
-        auto task = session->makeAggregateAssetDownloadTask(asset, selections, "Bench", std::nullopt, {});
+        auto task =
+            session->makeAggregateAssetDownloadTask(asset, selections, "Bench", std::nullopt, {});
         const auto start = std::chrono::steady_clock::now();
         task->resume();
         zarvo::RunLoop::main().runUntil([&] { return delegate->ended; }, std::chrono::seconds(60));

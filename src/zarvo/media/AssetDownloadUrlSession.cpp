@@ -78,19 +78,29 @@ AssetDownloadUrlSession::AssetDownloadUrlSession(Token, UrlSessionConfiguration 
                                                  std::shared_ptr<DispatchQueue> delegateQueue,
                                                  Settings settings)
     : configuration_(std::move(configuration)),
+      allowsCellularAccess_(configuration_.allowsCellularAccess),
       delegate_(std::move(delegate)),
       delegateQueue_(std::move(delegateQueue)),
       settings_(std::move(settings)),
       store_(settings_.store) {}
 
+UrlSessionConfiguration AssetDownloadUrlSession::configuration() const {
+    auto configuration = configuration_;
+    configuration.allowsCellularAccess = allowsCellularAccess_;
+    return configuration;
+}
+
+void AssetDownloadUrlSession::setAllowsCellularAccess(bool allows) {
+    allowsCellularAccess_ = allows;
+}
+
 AggregateAssetDownloadTask::Settings AssetDownloadUrlSession::taskSettings() const {
     auto settings = settings_.tasks;
-    if (!configuration_.allowsCellularAccess) {
-        auto metered = settings_.isNetworkMetered ? settings_.isNetworkMetered : glibSaysMetered;
-        settings.mayDownload = [metered] {
-            return !metered();
-        };
-    }
+    auto metered = settings_.isNetworkMetered ? settings_.isNetworkMetered : glibSaysMetered;
+    settings.mayDownload = [weakSelf = weak_from_this(), metered] {
+        auto self = weakSelf.lock();
+        return !self || self->allowsCellularAccess_ || !metered();
+    };
     return settings;
 }
 
@@ -135,6 +145,10 @@ std::shared_ptr<AggregateAssetDownloadTask> AssetDownloadUrlSession::makeAggrega
     } else {
         if (asset->url().isFileUrl()) {
             return nullptr;
+        }
+        if (!asset->isLoaded() && !mediaSelections.empty()) {
+            // The master is not read yet, so its selections are not known: all of them.
+            record.renditions.push_back(HlsPackagePlan::Rendition::every());
         }
         for (const auto& selection : mediaSelections) {
             for (const auto& characteristic :

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -48,9 +49,13 @@ public:
         UrlSessionConfiguration configuration, std::weak_ptr<AssetDownloadDelegate> delegate,
         std::shared_ptr<DispatchQueue> delegateQueue, Settings settings = {});
 
-    const UrlSessionConfiguration& configuration() const { return configuration_; }
+    UrlSessionConfiguration configuration() const;
+    // Whether tasks may download on a metered network; takes effect at once, also for tasks
+    // under way (they wait before their next file).
+    void setAllowsCellularAccess(bool allows);
 
-    // A suspended task for `asset` with `mediaSelections` (their renditions are downloaded);
+    // A suspended task for `asset` with `mediaSelections` (their renditions are downloaded; all
+    // renditions when the asset's master is not read yet, as its selections are then unknown);
     // nothing when the session is invalidated or the asset's master cannot be named.
     std::shared_ptr<AggregateAssetDownloadTask> makeAggregateAssetDownloadTask(
         const std::shared_ptr<UrlAsset>& asset, const std::vector<MediaSelection>& mediaSelections,
@@ -80,6 +85,7 @@ private:
     AggregateAssetDownloadTask::Settings taskSettings() const;
 
     const UrlSessionConfiguration configuration_;
+    std::atomic<bool> allowsCellularAccess_;
     const std::weak_ptr<AssetDownloadDelegate> delegate_;
     const std::shared_ptr<DispatchQueue> delegateQueue_;
     const Settings settings_;

@@ -68,8 +68,9 @@ std::vector<const HlsPlaylistRewriter::Rendition*> chooseRenditions(
         }
         members.push_back(&rendition);
         const bool asked = std::any_of(wanted.begin(), wanted.end(), [&](const auto& want) {
-            return want.type == type && want.name == rendition.name &&
-                   want.language == rendition.language;
+            return want == HlsPackagePlan::Rendition::every() ||
+                   (want.type == type && want.name == rendition.name &&
+                    want.language == rendition.language);
         });
         if (asked) {
             chosen.push_back(&rendition);

@@ -19,8 +19,11 @@ namespace zarvo {
 // disk. Key URIs stay keys: a key on a server stays on it (made absolute), and one the resource
 // loader answers keeps its URI, to be asked for again when the package plays.
 struct HlsPackagePlan {
-    // A rendition a media selection asks for, as its EXT-X-MEDIA names it.
+    // A rendition a media selection asks for, as its EXT-X-MEDIA names it; `every()` asks for
+    // all renditions of the variant's groups.
     struct Rendition {
+        static Rendition every() { return {"*", "", "", std::nullopt}; }
+
         std::string type;  // "AUDIO", "SUBTITLES", "CLOSED-CAPTIONS"
         std::string groupId, name;
         std::optional<std::string> language;

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "zarvo/offline/ZMOfflineDownload.h"
+#include "zarvo/platform/Error.h"
+
+namespace zarvo {
+
+class ZMOfflineManagerProtocol;
+
+// What the offline manager tells the application. Download events come on the main queue;
+// didFind on the global queue of findEmpty(); cancel, restart and pause on the caller's thread.
+class ZMOfflineManagerDelegate {
+public:
+    virtual ~ZMOfflineManagerDelegate() = default;
+    // Progress or location changed.
+    virtual void offlineManagerDidUpdate(ZMOfflineManagerProtocol& manager,
+                                         const std::shared_ptr<ZMOfflineDownload>& download) = 0;
+    // The download's task failed; the download stays in the list as failed.
+    virtual void offlineManagerDidErrorOccur(ZMOfflineManagerProtocol& manager,
+                                             const std::shared_ptr<ZMOfflineDownload>& download,
+                                             const Error& error) = 0;
+    // The downloads findEmpty() found without files (and removed).
+    virtual void offlineManagerDidFind(ZMOfflineManagerProtocol& manager,
+                                       const ZMOfflineDownload::List& downloads) = 0;
+    virtual void offlineManagerDidCancel(ZMOfflineManagerProtocol& manager,
+                                         const std::shared_ptr<ZMOfflineDownload>& download) = 0;
+    virtual void offlineManagerDidRestart(ZMOfflineManagerProtocol& manager,
+                                          const std::shared_ptr<ZMOfflineDownload>& download) = 0;
+    virtual void offlineManagerDidPause(ZMOfflineManagerProtocol& manager,
+                                        const std::shared_ptr<ZMOfflineDownload>& download) = 0;
+    // The download completed.
+    virtual void offlineManagerDidFinish(ZMOfflineManagerProtocol& manager,
+                                         const std::shared_ptr<ZMOfflineDownload>& result) = 0;
+};
+
+}  // namespace zarvo

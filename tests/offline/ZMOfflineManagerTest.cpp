@@ -1,0 +1,196 @@
+// Offline downloads end to end against the sample origin: the manager queues downloads that run
+// one at a time, keys are kept for offline use, finished downloads play with no network, and
+// pause, cancel, restart and failures move the records as they should.
+#include <atomic>
+#include <filesystem>
+#include <mutex>
+
+#include <gtest/gtest.h>
+
+#include "zarvo/fairplay/FPResourceLoaderDelegate.h"
+#include "zarvo/offline/FPDownloadError.h"
+#include "zarvo/offline/FPDownloadsStore.h"
+#include "zarvo/offline/ZMOfflineManager.h"
+#include "zarvo/offline/ZMOfflinePlaybackSource.h"
+#include "zarvo/player/ZMPlayer.h"
+#include "zarvo/platform/RunLoop.h"
+
+#include "support/SampleOriginTest.h"
+#include "support/TempHome.h"
+
+namespace zarvo {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using DownloadPtr = std::shared_ptr<ZMOfflineDownload>;
+
+bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadline = 30s) {
+    return RunLoop::main().runUntil(done, deadline);
+}
+
+struct Events : ZMOfflineManagerDelegate {
+    void offlineManagerDidUpdate(ZMOfflineManagerProtocol&, const DownloadPtr& d) override {
+        updates.push_back(d->id());
+    }
+    void offlineManagerDidErrorOccur(ZMOfflineManagerProtocol&, const DownloadPtr& d,
+                                     const Error& error) override {
+        errors.emplace_back(d->id(), error);
+    }
+    void offlineManagerDidFind(ZMOfflineManagerProtocol&, const ZMOfflineDownload::List& found) override {
+        std::lock_guard lock(mutex);
+        empty = found;
+        foundCalls++;
+    }
+    void offlineManagerDidCancel(ZMOfflineManagerProtocol&, const DownloadPtr& d) override {
+        cancelled.push_back(d->id());
+    }
+    void offlineManagerDidRestart(ZMOfflineManagerProtocol&, const DownloadPtr& d) override {
+        restarted.push_back(d->id());
+    }
+    void offlineManagerDidPause(ZMOfflineManagerProtocol&, const DownloadPtr& d) override {
+        paused.push_back(d->id());
+    }
+    void offlineManagerDidFinish(ZMOfflineManagerProtocol&, const DownloadPtr& d) override {
+        finished.push_back(d->id());
+    }
+    std::vector<std::string> updates, cancelled, restarted, paused, finished;
+    std::vector<std::pair<std::string, Error>> errors;
+    std::mutex mutex;
+    ZMOfflineDownload::List empty;
+    std::atomic<int> foundCalls{0};
+};
+
+class ZMOfflineManagerTest : public test::SampleOriginTest {
+protected:
+    void SetUp() override {
+        origin_->faults().clear();
+        manager_->setDelegate(events_);
+    }
+
+    // Starts a download and waits for it to be queued.
+    DownloadPtr start(const std::string& title, const std::string& path, bool isProtected = false) {
+        std::atomic<bool> done{false};
+        DownloadPtr made;
+        std::optional<Error> failure;
+        std::optional<Url> cert, license;
+        if (isProtected) {
+            cert = *Url::parse(origin_->url("/fps/cert"));
+            license = *Url::parse(origin_->url("/fps/license"));
+        }
+        manager_->startDownload(title, *Url::parse(origin_->url(path)), cert, license,
+                                std::nullopt, std::nullopt, std::nullopt, {},
+                                [&](const DownloadPtr& download, const std::optional<Error>& error) {
+                                    made = download;
+                                    failure = error;
+                                    done = true;
+                                });
+        EXPECT_TRUE(waitFor([&] { return done.load(); }));
+        EXPECT_FALSE(failure);
+        return made;
+    }
+    fs::path packageOf(const DownloadPtr& download) const {
+        return home_.path() / download->offlineUrl()->decodedPath();
+    }
+
+    test::TempHome home_;
+    std::shared_ptr<FPDownloadsStore> store_ = std::make_shared<FPDownloadsStore>();
+    std::shared_ptr<ZMOfflineManager> manager_ = ZMOfflineManager::make(store_);
+    std::shared_ptr<Events> events_ = std::make_shared<Events>();
+};
+
+TEST_F(ZMOfflineManagerTest, QueuedDownloadsFinishInOrderAndPlayOfflineWithTheirKeys) {
+    auto first = start("First", "/vod/master.m3u8");
+    auto secured = start("Protected", "/protected/master.m3u8", true);
+    auto third = start("Third", "/vod/master.m3u8");
+    ASSERT_TRUE(waitFor([&] { return events_->finished.size() + events_->errors.size() == 3; }));
+    ASSERT_TRUE(events_->errors.empty()) << events_->errors[0].second.description();
+    EXPECT_EQ(events_->finished, (std::vector{first->id(), secured->id(), third->id()}));
+    for (const auto& download : manager_->getDownloads()) {
+        EXPECT_EQ(download->state(), ZMOfflineDownloadState::completed);
+        EXPECT_DOUBLE_EQ(download->progress(), 1.0);
+        EXPECT_TRUE(fs::exists(packageOf(download) / "master.m3u8"));
+    }
+
+    // The persistent key was fetched once and kept, readable by the owner only.
+    const fs::path key = fs::path(secured->contentKeysDirPath().decodedPath()) / "zm-sample-1-Key";
+    ASSERT_TRUE(fs::exists(key));
+    EXPECT_EQ(fs::status(key).permissions() & fs::perms::all,
+              fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(origin_->requestCount("/fps/license"), 1u);
+
+    // Played through an ordinary player with no network: the key comes from disk.
+    origin_->clearRequests();
+    auto player = ZMPlayer::make();
+    auto source = std::make_shared<ZMOfflinePlaybackSource>(secured);
+    EXPECT_TRUE(source->isInitialized());
+    player->open(source, true);
+    ASSERT_TRUE(waitFor([&] {
+        return player->playbackStatus() == ZMPlaybackStatus::playing && player->currentTime() > 1.0;
+    }));
+    EXPECT_TRUE(origin_->requests().empty());
+}
+
+TEST_F(ZMOfflineManagerTest, PauseCancelRestartFailuresAndEmptyPackages) {
+    // A download that is not running is not paused.
+    origin::Fault slow;
+    slow.pathPrefix = "/vod/";
+    slow.bytesPerSecond = 300'000;
+    origin_->faults().add(slow);
+    auto running = start("Running", "/vod/master.m3u8");
+    auto waiting = start("Waiting", "/vod/master.m3u8");
+    manager_->pause(waiting->id());
+    EXPECT_TRUE(events_->paused.empty());
+    ASSERT_TRUE(waitFor([&] { return running->progress() > 0; }));
+    manager_->pause(running->id());
+    EXPECT_EQ(events_->paused, std::vector{running->id()});
+    EXPECT_EQ(running->state(), ZMOfflineDownloadState::paused);
+
+    // Restart: back to waiting with its files gone; cancel: the record and files gone.
+    const fs::path package = packageOf(running);
+    const fs::path keys = running->contentKeysDirPath().decodedPath();
+    manager_->restart(running->id());
+    EXPECT_EQ(events_->restarted, std::vector{running->id()});
+    EXPECT_FALSE(fs::exists(package));
+    EXPECT_FALSE(fs::exists(keys));
+    manager_->cancel(waiting->id());
+    EXPECT_EQ(events_->cancelled, std::vector{waiting->id()});
+    EXPECT_EQ(store_->findFirstWithId(waiting->id()), nullptr);
+
+    // A segment that stays missing fails the task; the download stays listed as failed.
+    origin_->faults().clear();
+    manager_->cancel(running->id());
+    origin::Fault missing;
+    missing.pathPrefix = "/vod/v2/seg4.ts";
+    missing.status = 404;
+    origin_->faults().add(missing);
+    auto failing = start("Failing", "/vod/master.m3u8");
+    ASSERT_TRUE(waitFor([&] { return !events_->errors.empty(); }));
+    EXPECT_EQ(events_->errors.back().first, failing->id());
+    EXPECT_EQ(store_->findFirstWithId(failing->id())->state(), ZMOfflineDownloadState::failed);
+
+    // An address whose HEAD gets no answer queues nothing.
+    std::atomic<bool> done{false};
+    std::optional<Error> failure;
+    const auto before = manager_->getDownloads().size();
+    manager_->startDownload("Nowhere", *Url::parse("http://127.0.0.1:9/master.m3u8"), std::nullopt,
+                            std::nullopt, std::nullopt, std::nullopt, std::nullopt, {},
+                            [&](const DownloadPtr&, const std::optional<Error>& error) {
+                                failure = error;
+                                done = true;
+                            });
+    ASSERT_TRUE(waitFor([&] { return done.load(); }));
+    ASSERT_TRUE(failure);
+    EXPECT_TRUE(isFPDownloadError(*failure, FPDownloadError::hlsPlaylistUrlRedirectionFail));
+    EXPECT_EQ(manager_->getDownloads().size(), before);
+
+    // findEmpty looks at the stored home-relative path as it is: from here it finds none.
+    manager_->findEmpty();
+    ASSERT_TRUE(waitFor([&] { return events_->foundCalls == 1; }));
+    std::lock_guard lock(events_->mutex);
+    EXPECT_EQ(events_->empty.size(), before);
+    EXPECT_TRUE(manager_->getDownloads().empty());
+}
+
+}  // namespace
+}  // namespace zarvo
