@@ -9,11 +9,12 @@
 
 #include "zarvo/fairplay/FPResourceLoaderDelegate.h"
 #include "zarvo/offline/FPDownloadError.h"
+#include "zarvo/offline/FPDownloadSession11.h"
 #include "zarvo/offline/FPDownloadsStore.h"
 #include "zarvo/offline/ZMOfflineManager.h"
 #include "zarvo/offline/ZMOfflinePlaybackSource.h"
-#include "zarvo/player/ZMPlayer.h"
 #include "zarvo/platform/RunLoop.h"
+#include "zarvo/player/ZMPlayer.h"
 
 #include "support/SampleOriginTest.h"
 #include "support/TempHome.h"
@@ -37,7 +38,8 @@ struct Events : ZMOfflineManagerDelegate {
                                      const Error& error) override {
         errors.emplace_back(d->id(), error);
     }
-    void offlineManagerDidFind(ZMOfflineManagerProtocol&, const ZMOfflineDownload::List& found) override {
+    void offlineManagerDidFind(ZMOfflineManagerProtocol&,
+                               const ZMOfflineDownload::List& found) override {
         std::lock_guard lock(mutex);
         empty = found;
         foundCalls++;
@@ -78,13 +80,13 @@ protected:
             cert = *Url::parse(origin_->url("/fps/cert"));
             license = *Url::parse(origin_->url("/fps/license"));
         }
-        manager_->startDownload(title, *Url::parse(origin_->url(path)), cert, license,
-                                std::nullopt, std::nullopt, std::nullopt, {},
-                                [&](const DownloadPtr& download, const std::optional<Error>& error) {
-                                    made = download;
-                                    failure = error;
-                                    done = true;
-                                });
+        manager_->startDownload(
+            title, *Url::parse(origin_->url(path)), cert, license, std::nullopt, std::nullopt,
+            std::nullopt, {}, [&](const DownloadPtr& download, const std::optional<Error>& error) {
+                made = download;
+                failure = error;
+                done = true;
+            });
         EXPECT_TRUE(waitFor([&] { return done.load(); }));
         EXPECT_FALSE(failure);
         return made;
@@ -190,6 +192,44 @@ TEST_F(ZMOfflineManagerTest, PauseCancelRestartFailuresAndEmptyPackages) {
     std::lock_guard lock(events_->mutex);
     EXPECT_EQ(events_->empty.size(), before);
     EXPECT_TRUE(manager_->getDownloads().empty());
+}
+
+TEST(FPBaseDownloadSessionTest, ProgressIsCappedNeverGoesBackAndIsQuietWhilePaused) {
+    test::TempHome home;
+    auto store = std::make_shared<FPDownloadsStore>();
+    auto download = store->createWaitingDownload(
+        "Progress", *Url::parse("http://127.0.0.1:9/m.m3u8"), std::nullopt, std::nullopt,
+        std::nullopt, std::nullopt, std::nullopt, {});
+    auto session = FPDownloadSession11::make(store);
+    int updates = 0;
+    session->onProgressUpdate = [&](const DownloadPtr&) {
+        ++updates;
+    };
+    auto task = session->createDownloadTask(download->urlAsset(), "Progress", {}, {});
+    task->setTaskDescription(download->id());
+    auto range = [](double seconds) {
+        return MediaTimeRange{MediaTime::zero(), MediaTime::make(seconds, 600)};
+    };
+    auto load = [&](std::vector<MediaTimeRange> loaded) {
+        session->didLoad(*session->urlSession, task, range(0), loaded, range(60), {});
+    };
+    load({range(30), range(45)});
+    EXPECT_DOUBLE_EQ(download->progress(), 1.0) << "capped, not 1.25";
+    EXPECT_EQ(download->state(), ZMOfflineDownloadState::downloading);
+    download->setProgress(0.5);
+    load({range(15)});
+    EXPECT_DOUBLE_EQ(download->progress(), 0.5) << "never back";
+    EXPECT_EQ(updates, 2);
+    download->setState(ZMOfflineDownloadState::paused);
+    load({range(45)});
+    EXPECT_DOUBLE_EQ(store->findFirstWithId(download->id())->progress(), 0.75);
+    EXPECT_EQ(download->state(), ZMOfflineDownloadState::paused);
+    EXPECT_EQ(updates, 2) << "no update while paused";
+
+    // A task whose download is gone is ignored.
+    task->setTaskDescription("unknown");
+    load({range(60)});
+    EXPECT_EQ(updates, 2);
 }
 
 }  // namespace

@@ -112,7 +112,8 @@ std::string FPResourceLoaderDelegate::keyFilePath(const std::string& assetId) co
     if (!download) {
         fatalError("Download not set.");
     }
-    return (std::filesystem::path(download->contentKeysDirPath().decodedPath()) / (assetId + "-Key"))
+    return (std::filesystem::path(download->contentKeysDirPath().decodedPath()) /
+            (assetId + "-Key"))
         .string();
 }
 

@@ -23,7 +23,8 @@ bool wasForceQuit(const Error& error) {
 FPBaseDownloadSession::FPBaseDownloadSession(std::shared_ptr<FPDownloadsStoreProtocol> store)
     : downloadStore(std::move(store)),
       bkgConfig(UrlSessionConfiguration::background(backgroundIdentifier)),
-      loadersQueue(DispatchQueue::serial("OfflineFairPlayDownloader.ResourceLoaderDelegateQueue")) {}
+      loadersQueue(DispatchQueue::serial("OfflineFairPlayDownloader.ResourceLoaderDelegateQueue")) {
+}
 
 void FPBaseDownloadSession::openSession(AssetDownloadUrlSession::Settings settings) {
     urlSession = AssetDownloadUrlSession::make(bkgConfig, weak_from_this(), DispatchQueue::main(),
@@ -68,8 +69,9 @@ std::shared_ptr<ZMOfflineDownload> FPBaseDownloadSession::download(const Task& t
 FPBaseDownloadSession::Task FPBaseDownloadSession::startTask(
     const std::shared_ptr<ZMOfflineDownload>& download, const std::shared_ptr<UrlAsset>& asset,
     bool optionsFirst) {
-    const bool mapped = std::any_of(activeDownloadsMap.begin(), activeDownloadsMap.end(),
-                                    [&](const auto& entry) { return entry.second == download->id(); });
+    const bool mapped =
+        std::any_of(activeDownloadsMap.begin(), activeDownloadsMap.end(),
+                    [&](const auto& entry) { return entry.second == download->id(); });
     if (mapped || !asset) {
         fatalError("Download task for this download already exists.");
     }

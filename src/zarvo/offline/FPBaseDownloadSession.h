@@ -57,7 +57,8 @@ public:
     void willDownloadTo(AssetDownloadUrlSession& session, const Task& task,
                         const Url& location) override;
     void didLoad(AssetDownloadUrlSession& session, const Task& task,
-                 const MediaTimeRange& timeRange, const std::vector<MediaTimeRange>& loadedTimeRanges,
+                 const MediaTimeRange& timeRange,
+                 const std::vector<MediaTimeRange>& loadedTimeRanges,
                  const MediaTimeRange& timeRangeExpectedToLoad,
                  const MediaSelection& mediaSelection) override;
     void didCompleteFor(AssetDownloadUrlSession& session, const Task& task,

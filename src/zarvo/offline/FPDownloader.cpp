@@ -52,14 +52,14 @@ void FPDownloader::startNextDownload() {
     if (database->findFirstWithState(ZMOfflineDownloadState::downloading)) {
         // None runs, so it was cut off: the session's tasks are taken back.
         if (auto session = downloadSession->urlSession) {
-            session->getAllTasks([weakSession = std::weak_ptr<FPBaseDownloadSession>(
-                                      downloadSession)](auto tasks) {
-                if (auto strong = weakSession.lock()) {
-                    for (const auto& task : tasks) {
-                        strong->restoreDownload(task);
+            session->getAllTasks(
+                [weakSession = std::weak_ptr<FPBaseDownloadSession>(downloadSession)](auto tasks) {
+                    if (auto strong = weakSession.lock()) {
+                        for (const auto& task : tasks) {
+                            strong->restoreDownload(task);
+                        }
                     }
-                }
-            });
+                });
         }
         return;
     }

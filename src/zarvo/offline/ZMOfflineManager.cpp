@@ -32,7 +32,8 @@ void ZMOfflineManager::connect() {
             delegate->offlineManagerDidUpdate(*self, download);
         }
     };
-    downloader_->onDownloadEnd = [weakSelf = weak_from_this()](const ZMOfflineDownloadResult& result) {
+    downloader_->onDownloadEnd = [weakSelf =
+                                      weak_from_this()](const ZMOfflineDownloadResult& result) {
         auto self = weakSelf.lock();
         auto delegate = self ? self->delegate() : nullptr;
         if (!delegate) {
@@ -125,14 +126,11 @@ void ZMOfflineManager::findEmpty() {
     });
 }
 
-void ZMOfflineManager::startDownload(const std::string& title, const Url& hlsUrl,
-                                     const std::optional<Url>& fpsCertUrl,
-                                     const std::optional<Url>& licenseUrl,
-                                     const std::optional<std::vector<std::string>>& audioIds,
-                                     const std::optional<std::vector<std::string>>& subtitlesIds,
-                                     std::optional<double> minBitrate,
-                                     const std::map<std::string, std::string>& headers,
-                                     Competion competition) {
+void ZMOfflineManager::startDownload(
+    const std::string& title, const Url& hlsUrl, const std::optional<Url>& fpsCertUrl,
+    const std::optional<Url>& licenseUrl, const std::optional<std::vector<std::string>>& audioIds,
+    const std::optional<std::vector<std::string>>& subtitlesIds, std::optional<double> minBitrate,
+    const std::map<std::string, std::string>& headers, Competion competition) {
     std::optional<std::int64_t> bitrate;
     if (minBitrate) {
         bitrate = static_cast<std::int64_t>(*minBitrate);
@@ -140,21 +138,21 @@ void ZMOfflineManager::startDownload(const std::string& title, const Url& hlsUrl
     UrlRequest request(hlsUrl, UrlRequest::CachePolicy::reloadIgnoringLocalCacheData, 15);
     request.httpMethod = "HEAD";
     auto task = UrlSession::shared()->dataTask(
-        request, [weakSelf = weak_from_this(), title, fpsCertUrl, licenseUrl, audioIds,
-                  subtitlesIds, bitrate, headers, competition](
-                     std::optional<Data>, std::optional<HttpUrlResponse> response,
-                     std::optional<Error>) {
+        request,
+        [weakSelf = weak_from_this(), title, fpsCertUrl, licenseUrl, audioIds, subtitlesIds,
+         bitrate, headers, competition](
+            std::optional<Data>, std::optional<HttpUrlResponse> response, std::optional<Error>) {
             auto self = weakSelf.lock();
             if (!self || !self->downloader_ || !response) {
                 if (competition) {
-                    competition(nullptr,
-                                makeFPDownloadError(FPDownloadError::hlsPlaylistUrlRedirectionFail));
+                    competition(nullptr, makeFPDownloadError(
+                                             FPDownloadError::hlsPlaylistUrlRedirectionFail));
                 }
                 return;
             }
-            auto download = self->database_->createWaitingDownload(
-                title, response->url, fpsCertUrl, licenseUrl, audioIds, subtitlesIds, bitrate,
-                headers);
+            auto download =
+                self->database_->createWaitingDownload(title, response->url, fpsCertUrl, licenseUrl,
+                                                       audioIds, subtitlesIds, bitrate, headers);
             DispatchQueue::main()->async([weakSelf] {
                 if (auto strong = weakSelf.lock()) {
                     strong->downloader_->startNextDownload();

@@ -15,10 +15,12 @@ namespace zarvo {
 class ZMOfflineManager : public ZMOfflineManagerProtocol,
                          public std::enable_shared_from_this<ZMOfflineManager> {
 public:
-    static std::shared_ptr<ZMOfflineManager> make(std::shared_ptr<FPDownloadsStoreProtocol> database);
+    static std::shared_ptr<ZMOfflineManager> make(
+        std::shared_ptr<FPDownloadsStoreProtocol> database);
     // On a downloader of the caller's making (its session may be scripted).
-    static std::shared_ptr<ZMOfflineManager> make(std::shared_ptr<FPDownloadsStoreProtocol> database,
-                                                  std::shared_ptr<FPDownloader> downloader);
+    static std::shared_ptr<ZMOfflineManager> make(
+        std::shared_ptr<FPDownloadsStoreProtocol> database,
+        std::shared_ptr<FPDownloader> downloader);
 
     ZMOfflineManager(std::shared_ptr<FPDownloadsStoreProtocol> database,
                      std::shared_ptr<FPDownloader> downloader);

@@ -29,8 +29,8 @@ ZMOfflinePlaybackSource::ZMOfflinePlaybackSource(
       loadersQueue_(DispatchQueue::serial("FPAssetPlaybackSource." + download->id())),
       download_(std::move(download)) {}
 
-ZMOfflinePlaybackSource::ZMOfflinePlaybackSource(const Url& url,
-                                                 const std::optional<ZMPlaybackSourceOptions>& options)
+ZMOfflinePlaybackSource::ZMOfflinePlaybackSource(
+    const Url& url, const std::optional<ZMPlaybackSourceOptions>& options)
     : ZMPlaybackSource(url, options ? *options : ZMPlaybackSourceOptions(false)) {
     fatalError("init(url:options:) has not been implemented");
 }
