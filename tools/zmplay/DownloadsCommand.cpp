@@ -5,15 +5,19 @@
 #include <vector>
 
 #include "zarvo/offline/FPDownloadsStore.h"
+#include "zarvo/offline/ZMOfflineManager.h"
 #include "zarvo/platform/Json.h"
+#include "zarvo/platform/RunLoop.h"
 #include "zarvo/platform/UserDefaults.h"
 
 #include "zmplay/Command.h"
+#include "zmplay/DownloadLock.h"
 
 namespace zarvo::zmplay {
 namespace {
 
-constexpr const char* usage = "downloads [--json] | delete ID";
+constexpr const char* usage =
+    "downloads [--json] | delete ID | pause|resume|cancel|restart ID | --wait";
 
 std::string percent(double progress) {
     char text[32];
@@ -76,7 +80,94 @@ int remove(const std::string& id) {
     return 0;
 }
 
+// Reports what the manager says about the downloads, one line each.
+class Reporter : public ZMOfflineManagerDelegate {
+public:
+    void offlineManagerDidUpdate(ZMOfflineManagerProtocol&,
+                                 const std::shared_ptr<ZMOfflineDownload>&) override {}
+    void offlineManagerDidErrorOccur(ZMOfflineManagerProtocol&,
+                                     const std::shared_ptr<ZMOfflineDownload>& download,
+                                     const Error& error) override {
+        std::cout << "Failed " << download->id() << ": " << error.localizedDescription() << "\n";
+    }
+    void offlineManagerDidFind(ZMOfflineManagerProtocol&, const ZMOfflineDownload::List&) override {
+    }
+    void offlineManagerDidCancel(ZMOfflineManagerProtocol&,
+                                 const std::shared_ptr<ZMOfflineDownload>& download) override {
+        std::cout << "Cancelled " << download->id() << "\n";
+        done = true;
+    }
+    void offlineManagerDidRestart(ZMOfflineManagerProtocol&,
+                                  const std::shared_ptr<ZMOfflineDownload>& download) override {
+        std::cout << "Restarted " << download->id() << "\n";
+        done = true;
+    }
+    void offlineManagerDidPause(ZMOfflineManagerProtocol&,
+                                const std::shared_ptr<ZMOfflineDownload>& download) override {
+        std::cout << "Paused " << download->id() << "\n";
+        done = true;
+    }
+    void offlineManagerDidFinish(ZMOfflineManagerProtocol&,
+                                 const std::shared_ptr<ZMOfflineDownload>& download) override {
+        std::cout << "Finished " << download->id() << "\n";
+    }
+    bool done = false;
+};
+
+bool busy(FPDownloadsStoreProtocol& store) {
+    return store.findFirstWithState(ZMOfflineDownloadState::downloading) ||
+           store.findFirstWithState(ZMOfflineDownloadState::waiting);
+}
+
+// Acts on one download through a manager of this process; --wait runs the downloads until none
+// is running or waiting. Creating the manager takes back what a killed process left running.
+int act(const std::string& action, const std::string& id) {
+    DownloadLock lock("downloads");
+    auto store = std::make_shared<FPDownloadsStore>();
+    auto manager = ZMOfflineManager::make(store);
+    auto reporter = std::make_shared<Reporter>();
+    manager->setDelegate(reporter);
+    if (action == "--wait") {
+        // The tasks a killed process left are handed back on the main queue.
+        RunLoop::main().runUntilIdle();
+        manager->downloader()->startNextDownload();
+        RunLoop::main().runUntil([&] { return !busy(*store); }, std::chrono::hours(24));
+        return 0;
+    }
+    if (!store->findFirstWithId(id)) {
+        std::cerr << "zmplay downloads: no download with id " << id << "\n";
+        return 1;
+    }
+    RunLoop::main().runUntilIdle();
+    if (action == "pause") {
+        manager->pause(id);
+    } else if (action == "resume") {
+        manager->resume(id);
+        std::cout << "Resumed " << id << "\n";
+        // The download runs in this process: it goes on until nothing is left to download.
+        RunLoop::main().runUntil([&] { return !busy(*store); }, std::chrono::hours(24));
+        reporter->done = true;
+    } else if (action == "cancel") {
+        manager->cancel(id);
+    } else {
+        manager->restart(id);
+    }
+    if (!reporter->done) {
+        std::cerr << "zmplay downloads: " << id << " is not "
+                  << (action == "pause" ? "downloading" : "there") << "\n";
+        return 1;
+    }
+    return 0;
+}
+
 int runDownloads(const std::vector<std::string>& arguments) {
+    if (arguments.size() == 1 && arguments[0] == "--wait") {
+        return act("--wait", "");
+    }
+    if (arguments.size() == 2 && (arguments[0] == "pause" || arguments[0] == "resume" ||
+                                  arguments[0] == "cancel" || arguments[0] == "restart")) {
+        return act(arguments[0], arguments[1]);
+    }
     if (arguments.empty()) {
         return list(false);
     }
@@ -92,7 +183,9 @@ int runDownloads(const std::vector<std::string>& arguments) {
 
 const Command::Registration registration{Command{
     "downloads", usage,
-    "list the offline downloads of the application home (ZM_HOME), or delete one", runDownloads}};
+    "list the offline downloads of the application home (ZM_HOME), delete one, act on one, or "
+    "run them until none is left (--wait)",
+    runDownloads}};
 
 }  // namespace
 }  // namespace zarvo::zmplay

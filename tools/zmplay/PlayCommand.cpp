@@ -11,6 +11,8 @@
 
 #include "zarvo/media/MediaCharacteristic.h"
 #include "zarvo/media/PlayerItem.h"
+#include "zarvo/offline/FPDownloadsStore.h"
+#include "zarvo/offline/ZMOfflinePlaybackSource.h"
 #include "zarvo/platform/Date.h"
 #include "zarvo/platform/Json.h"
 #include "zarvo/platform/NotificationCenter.h"
@@ -29,12 +31,14 @@ namespace zarvo::zmplay {
 namespace {
 
 constexpr const char* usage =
-    "play <url> [--live] [--dvr SECONDS | --start-time ISO8601] [--header NAME:VALUE]... "
+    "play <url> | --offline ID [--live] [--dvr SECONDS | --start-time ISO8601] "
+    "[--header NAME:VALUE]... "
     "[--cert URL --license URL [--license-header NAME:VALUE]...] [--audio LANG] "
     "[--subtitles LANG] [--window | --headless] [--for SECONDS] [--seek SECONDS] [--json]";
 
 struct PlayOptions {
     std::string url;
+    std::optional<std::string> offline;  // the id of a download to play from disk
     bool live = false;
     std::optional<std::int64_t> dvrSeconds;
     std::optional<Date> startTime;
@@ -110,6 +114,12 @@ std::optional<std::string> parse(const std::vector<std::string>& arguments, Play
                 return flag + " needs a URL";
             }
             (flag == "--cert" ? options.certUrl : options.licenseUrl) = *text;
+        } else if (flag == "--offline") {
+            auto text = value();
+            if (!text || text->empty()) {
+                return "--offline needs a download id";
+            }
+            options.offline = *text;
         } else if (flag == "--audio" || flag == "--subtitles") {
             auto text = value();
             if (!text || text->empty()) {
@@ -124,8 +134,8 @@ std::optional<std::string> parse(const std::vector<std::string>& arguments, Play
             return "one URL only";
         }
     }
-    if (options.url.empty()) {
-        return "a URL is needed";
+    if (options.url.empty() == !options.offline) {
+        return "a URL or --offline ID is needed";
     }
     if (options.certUrl.has_value() != options.licenseUrl.has_value()) {
         return "--cert and --license go together";
@@ -342,10 +352,22 @@ int play(const std::vector<std::string>& arguments) {
         std::cerr << "zmplay play: " << *problem << "\nusage: zmplay " << usage << "\n";
         return 2;
     }
-    auto url = Url::parse(options.url);
-    if (!url) {
-        std::cerr << "zmplay play: not a URL: " << options.url << "\n";
-        return 2;
+    std::shared_ptr<ZMPlaybackSource> source;
+    if (options.offline) {
+        auto download = std::make_shared<FPDownloadsStore>()->findFirstWithId(*options.offline);
+        if (!download || !download->offlineUrl()) {
+            std::cerr << "zmplay play: no downloaded package with id " << *options.offline << "\n";
+            return 1;
+        }
+        source = std::make_shared<ZMOfflinePlaybackSource>(download);
+        options.url = download->title();
+    } else {
+        auto url = Url::parse(options.url);
+        if (!url) {
+            std::cerr << "zmplay play: not a URL: " << options.url << "\n";
+            return 2;
+        }
+        source = makeSource(options, *url);
     }
     auto printer = std::make_shared<Printer>(options);
     auto player = ZMPlayer::make();
@@ -365,7 +387,7 @@ int play(const std::vector<std::string>& arguments) {
         windowObservations.push_back(view->observeCloseRequests([&ended] { ended = true; }));
     }
     player->setDelegate(printer);
-    player->open(makeSource(options, *url), true);
+    player->open(source, true);
 
     Observation end;
     if (const auto& item = player->systemPlayer()->currentItem()) {
