@@ -1,7 +1,5 @@
 // zmplay download: downloads a stream for offline playback through ZMOfflineManager, showing
 // its progress, and exits when the download ends.
-#include <unistd.h>
-
 #include <charconv>
 #include <chrono>
 #include <cmath>
@@ -11,6 +9,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "zarvo/offline/FPDownloadsStore.h"
@@ -68,8 +67,9 @@ std::optional<std::string> parse(const std::vector<std::string>& arguments,
         } else if (flag == "--min-bitrate") {
             auto text = value();
             double number = 0;
-            if (!text || std::from_chars(text->data(), text->data() + text->size(), number).ec !=
-                             std::errc() ||
+            if (!text ||
+                std::from_chars(text->data(), text->data() + text->size(), number).ec !=
+                    std::errc() ||
                 number < 0) {
                 return "--min-bitrate needs a number of bits per second";
             }
@@ -153,14 +153,15 @@ public:
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
         auto offline = download->offlineUrl();
         const double bytes =
-            offline ? static_cast<double>(bytesUnder(AppDirectories::home() / offline->decodedPath()))
-                    : 0;
+            offline
+                ? static_cast<double>(bytesUnder(AppDirectories::home() / offline->decodedPath()))
+                : 0;
         const double speed = elapsed > 0 ? bytes / elapsed : 0;
         const double progress = download->progress();
         const double left = progress > 0 ? elapsed * (1 - progress) / progress : 0;
         if (json_) {
-            Json event = {{"event", "didUpdate"},  {"id", id},
-                          {"progress", progress},  {"bytes", bytes},
+            Json event = {{"event", "didUpdate"},    {"id", id},
+                          {"progress", progress},    {"bytes", bytes},
                           {"bytesPerSecond", speed}, {"secondsLeft", left}};
             std::cout << event.dump() << std::endl;
             return;
@@ -186,7 +187,8 @@ public:
                       << std::endl;
         }
     }
-    void offlineManagerDidFind(ZMOfflineManagerProtocol&, const ZMOfflineDownload::List&) override {}
+    void offlineManagerDidFind(ZMOfflineManagerProtocol&, const ZMOfflineDownload::List&) override {
+    }
     void offlineManagerDidCancel(ZMOfflineManagerProtocol&,
                                  const std::shared_ptr<ZMOfflineDownload>&) override {}
     void offlineManagerDidRestart(ZMOfflineManagerProtocol&,
@@ -204,14 +206,16 @@ public:
         auto offline = download->offlineUrl();
         const std::string where = offline ? offline->absoluteString() : "";
         if (json_) {
-            std::cout << Json{{"event", "didFinish"}, {"id", id}, {"offlineUrl", where},
+            std::cout << Json{{"event", "didFinish"},
+                              {"id", id},
+                              {"offlineUrl", where},
                               {"seconds", elapsed}}
                              .dump()
                       << std::endl;
             return;
         }
-        std::cout << (terminal_ ? "\n" : "") << "Downloaded " << download->title() << " ("
-                  << id << ") in " << clock(elapsed) << " to " << where << std::endl;
+        std::cout << (terminal_ ? "\n" : "") << "Downloaded " << download->title() << " (" << id
+                  << ") in " << clock(elapsed) << " to " << where << std::endl;
     }
 
 private:

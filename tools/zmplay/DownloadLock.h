@@ -1,11 +1,10 @@
 #pragma once
 
 #include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
 #include <filesystem>
 #include <iostream>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include "zarvo/platform/AppDirectories.h"
 

@@ -1,8 +1,10 @@
 #include "zarvo/fairplay/FPResourceLoaderDelegate.h"
 
-#include <cstdio>
-#include <filesystem>
+#include <algorithm>
 #include <iostream>
+#include <utility>
+#include <variant>
+#include <vector>
 
 #include "zarvo/media/AssetResourceLoadingContentInformationRequest.h"
 #include "zarvo/media/AssetResourceLoadingDataRequest.h"
@@ -17,67 +19,72 @@
 #include "zarvo/platform/UrlSession.h"
 
 namespace zarvo {
+
 namespace {
 
 constexpr double keyExchangeTimeout = 60;
+constexpr const char* contentTypeHeader = "Content-Type";
 
-std::string hexPrefix(const Data& data, std::size_t characters) {
+void print(const std::string& text) {
+    std::cout << text << std::endl;
+}
+
+// The first `count` characters of the bytes' lower-case hexadecimal text, two digits a byte.
+std::string hexPrefix(const Data& bytes, std::size_t count) {
+    static constexpr char digits[] = "0123456789abcdef";
     std::string text;
-    char digits[3];
-    for (unsigned char byte : data) {
-        if (text.size() >= characters) {
+    for (unsigned char byte : bytes) {
+        if (text.size() >= count) {
             break;
         }
-        std::snprintf(digits, sizeof digits, "%02hhx", byte);
-        text += digits;
+        text.push_back(digits[byte >> 4]);
+        text.push_back(digits[byte & 0x0F]);
     }
-    return text.substr(0, characters);
+    text.resize(std::min(text.size(), count));
+    return text;
 }
 
-// Sends `request` through the shared session and waits for its body; nothing without one.
+// Runs `request` on the shared session and waits for its answer: the body, or nothing when
+// no response arrived.
 std::optional<Data> fetchAndWait(UrlRequest request) {
-    auto semaphore = std::make_shared<DispatchSemaphore>(0);
-    auto body = std::make_shared<std::optional<Data>>();
+    struct Answer {
+        DispatchSemaphore done{0};
+        std::optional<Data> data;
+    };
+    auto answer = std::make_shared<Answer>();
     UrlSession::shared()
         ->dataTask(std::move(request),
-                   [semaphore, body](std::optional<Data> data, std::optional<HttpUrlResponse>,
-                                     std::optional<Error>) {
-                       *body = std::move(data);
-                       semaphore->signal();
+                   [answer](std::optional<Data> data, std::optional<HttpUrlResponse>,
+                            std::optional<Error>) {
+                       answer->data = std::move(data);
+                       answer->done.signal();
                    })
         ->resume();
-    semaphore->wait();
-    return *body;
+    answer->done.wait();
+    return std::move(answer->data);
 }
 
-// The licence URL with the download's query items after its own, or without a query when the
-// download has none.
-std::optional<Url> licenseRequestUrl(const ZMOfflineDownload& download) {
-    UrlComponents components(*download.licenseUrl());
-    if (const auto& extra = download.licenseUrlQueryItems()) {
-        auto items = components.queryItems().value_or(std::vector<UrlQueryItem>{});
-        items.insert(items.end(), extra->begin(), extra->end());
-        components.setQueryItems(items);
-    } else {
-        components.setQueryItems(std::nullopt);
-    }
-    return components.url();
+// A host that would leave the key directory when used as a file name.
+bool isUnsafeFileName(const std::string& name) {
+    return name.find('/') != std::string::npos || name.find('\0') != std::string::npos;
 }
 
 }  // namespace
 
-FPResourceLoaderDelegate::FPResourceLoaderDelegate(std::weak_ptr<ZMOfflineDownload> download)
-    : queue_(DispatchQueue::serial("com.zarvo.mediaplayer.offline.resourcerequests")),
-      download_(std::move(download)) {
-    std::cout << "RESOURCE LOADER ::: INIT" << std::endl;
+std::shared_ptr<FPResourceLoaderDelegate> FPResourceLoaderDelegate::make(
+    const std::shared_ptr<ZMOfflineDownload>& download) {
+    return std::make_shared<FPResourceLoaderDelegate>(Token{}, download);
 }
 
-FPResourceLoaderDelegate::FPResourceLoaderDelegate() {
-    fatalError("init() has not been implemented");
+FPResourceLoaderDelegate::FPResourceLoaderDelegate(
+    Token, const std::shared_ptr<ZMOfflineDownload>& download)
+    : queue_(DispatchQueue::serial("com.zarvo.mediaplayer.offline.resourcerequests")),
+      download_(download) {
+    print("RESOURCE LOADER ::: INIT");
 }
 
 FPResourceLoaderDelegate::~FPResourceLoaderDelegate() {
-    std::cout << "RESOURCE LOADER ::: DEINIT" << std::endl;
+    print("RESOURCE LOADER ::: DEINIT");
 }
 
 bool FPResourceLoaderDelegate::shouldWaitForLoadingOfRequestedResource(
@@ -92,7 +99,7 @@ bool FPResourceLoaderDelegate::shouldWaitForRenewalOfRequestedResource(
 
 void FPResourceLoaderDelegate::didCancel(AssetResourceLoader&,
                                          const std::shared_ptr<AssetResourceLoadingRequest>&) {
-    std::cout << "[OstraCDNOfflineFairPlay] Resource loader did cancel." << std::endl;
+    print("[OstraCDNOfflineFairPlay] Resource loader did cancel.");
 }
 
 bool FPResourceLoaderDelegate::take(const std::shared_ptr<AssetResourceLoadingRequest>& request) {
@@ -107,14 +114,12 @@ bool FPResourceLoaderDelegate::take(const std::shared_ptr<AssetResourceLoadingRe
     return true;
 }
 
-std::string FPResourceLoaderDelegate::keyFilePath(const std::string& assetId) const {
+std::filesystem::path FPResourceLoaderDelegate::keyFilePath(const std::string& assetId) const {
     auto download = download_.lock();
     if (!download) {
-        fatalError("Download not set.");
+        fatalError("FPResourceLoaderDelegate: Download not set.");
     }
-    return (std::filesystem::path(download->contentKeysDirPath().decodedPath()) /
-            (assetId + "-Key"))
-        .string();
+    return std::filesystem::path(download->contentKeysDirPath().decodedPath()) / (assetId + "-Key");
 }
 
 void FPResourceLoaderDelegate::handle(const std::shared_ptr<AssetResourceLoadingRequest>& request) {
@@ -128,106 +133,127 @@ void FPResourceLoaderDelegate::handle(const std::shared_ptr<AssetResourceLoading
             "[OstraCDNOfflineFairPlay] Failed to get url or assetIDString for the request object "
             "of the resource.");
     }
-    const std::string path = keyFilePath(*assetId);
-    std::error_code ignored;
-    const bool exists = std::filesystem::exists(path, ignored);
-    std::cout << "[OstraCDNOfflineFairPlay] Content key exists in app directory: "
-              << (exists ? "true" : "false") << std::endl;
+    if (isUnsafeFileName(*assetId)) {
+        return request->finishLoading(makeFPDownloadError(
+            FPDownloadError::unexpectedError,
+            makeUrlError(UrlError::badUrl, request->request().url.absoluteString(),
+                         "The content identifier cannot name a key file.")));
+    }
+
+    const auto keyFile = keyFilePath(*assetId);
+    std::error_code error;
+    const bool exists = std::filesystem::exists(keyFile, error);
+    print(std::string("[OstraCDNOfflineFairPlay] Content key exists in app directory: ") +
+          (exists ? "true" : "false"));
     if (exists) {
-        serveFromDisk(request, path);
-        return;
+        serveFromDisk(request, keyFile);
+    } else {
+        fetchFromServer(request, *assetId);
     }
-    auto key = fetchFromServer(request, *assetId, path);
-    if (auto* error = std::get_if<Error>(&key)) {
-        std::cout << "[OstraCDNOfflineFairPlay] Error during obtaining key. "
-                  << error->localizedDescription() << "\n"
-                  << std::endl;
-        request->finishLoading(*error);
-        return;
-    }
-    const Data& persistentKey = std::get<Data>(key);
-    std::cout << "🌸 CONTENT KEY FROM SERVER: " << hexPrefix(persistentKey, 100) << "..."
-              << std::endl;
-    if (auto data = request->dataRequest()) {
-        data->respond(persistentKey);
-    }
-    request->finishLoading();
 }
 
 void FPResourceLoaderDelegate::serveFromDisk(
-    const std::shared_ptr<AssetResourceLoadingRequest>& request, const std::string& path) {
-    auto key = DataFile::read(path);
+    const std::shared_ptr<AssetResourceLoadingRequest>& request,
+    const std::filesystem::path& keyFile) {
+    auto key = DataFile::read(keyFile);
     if (!key) {
         request->finishLoading(makeFPDownloadError(FPDownloadError::keyNotFoundLocally));
-        std::cout << "[OstraCDNOfflineFairPlay] 💥 Failed to loaded key from disk." << std::endl;
+        print("[OstraCDNOfflineFairPlay] 💥 Failed to loaded key from disk.");
         return;
     }
-    std::cout << "🍀 [OstraCDNOfflineFairPlay] Key from disk: " << hexPrefix(*key, 32) << "..."
-              << std::endl;
-    if (auto data = request->dataRequest()) {
-        data->respond(*key);
+    print("🍀 [OstraCDNOfflineFairPlay] Key from disk: " + hexPrefix(*key, 32) + "...");
+    if (auto dataRequest = request->dataRequest()) {
+        dataRequest->respond(*key);
     }
     request->finishLoading();
 }
 
-std::variant<Data, Error> FPResourceLoaderDelegate::fetchFromServer(
-    const std::shared_ptr<AssetResourceLoadingRequest>& request, const std::string& assetId,
-    const std::string& path) {
+std::optional<UrlRequest> FPResourceLoaderDelegate::licenseRequest(const Data& keyRequest) const {
     auto download = download_.lock();
-    if (!download || !download->fpsCertUrl()) {
-        return makeFPDownloadError(FPDownloadError::missingApplicationCertificate);
-    }
-    auto certificate = fetchAndWait(UrlRequest(
-        *download->fpsCertUrl(), UrlRequest::CachePolicy::reloadIgnoringLocalAndRemoteCacheData,
-        keyExchangeTimeout));
-    if (!certificate) {
-        return makeFPDownloadError(FPDownloadError::missingApplicationCertificate);
-    }
-
-    auto spc = request->streamingContentKeyRequestData(
-        *certificate, Data(assetId),
-        {{AssetResourceLoadingRequest::streamingContentKeyRequestRequiresPersistentKey, true}});
-    if (auto* error = std::get_if<Error>(&spc)) {
-        return *error;
-    }
-
-    download = download_.lock();
     if (!download || !download->licenseUrl()) {
-        return makeFPDownloadError(FPDownloadError::missingApplicationCertificate);
+        return std::nullopt;
     }
-    auto licenseUrl = licenseRequestUrl(*download);
-    if (!licenseUrl) {
-        return makeFPDownloadError(FPDownloadError::missingApplicationCertificate);
+    UrlComponents components(*download->licenseUrl());
+    if (const auto& extra = download->licenseUrlQueryItems()) {
+        auto items = components.queryItems().value_or(std::vector<UrlQueryItem>{});
+        items.insert(items.end(), extra->begin(), extra->end());
+        components.setQueryItems(items);
+    } else {
+        components.setQueryItems(std::nullopt);
     }
-    UrlRequest post(*licenseUrl, UrlRequest::CachePolicy::reloadIgnoringLocalAndRemoteCacheData,
+    auto url = components.url();
+    if (!url) {
+        return std::nullopt;
+    }
+    UrlRequest post(std::move(*url), UrlRequest::CachePolicy::reloadIgnoringLocalAndRemoteCacheData,
                     keyExchangeTimeout);
     post.httpMethod = "POST";
-    post.httpBody = std::get<Data>(std::move(spc));
+    post.httpBody = keyRequest;
     for (const auto& [name, value] : download->headers()) {
-        if (name != "Content-Type") {
+        if (name != contentTypeHeader) {
             post.setValue(value, name);
         }
     }
-    post.setValue("application/octet-stream", "Content-Type");
-    download.reset();
-    auto ckc = fetchAndWait(std::move(post));
-    if (!ckc) {
-        return makeFPDownloadError(FPDownloadError::noCKCReturnedByKSM);
-    }
-    std::cout << "🎈CKC DATA: " << hexPrefix(*ckc, 32) << std::endl;
+    post.setValue("application/octet-stream", contentTypeHeader);
+    return post;
+}
 
-    auto key = request->persistentContentKey(*ckc);
-    if (auto* error = std::get_if<Error>(&key)) {
-        return *error;
+void FPResourceLoaderDelegate::fetchFromServer(
+    const std::shared_ptr<AssetResourceLoadingRequest>& request, const std::string& assetId) {
+    auto obtained = [&]() -> std::variant<Data, Error> {
+        std::optional<Data> certificate;
+        if (auto download = download_.lock(); download && download->fpsCertUrl()) {
+            certificate = fetchAndWait(
+                UrlRequest(*download->fpsCertUrl(),
+                           UrlRequest::CachePolicy::reloadIgnoringLocalAndRemoteCacheData,
+                           keyExchangeTimeout));
+        }
+        if (!certificate) {
+            return makeFPDownloadError(FPDownloadError::missingApplicationCertificate);
+        }
+
+        AssetResourceLoadingRequest::Options options{
+            {AssetResourceLoadingRequest::streamingContentKeyRequestRequiresPersistentKey, true}};
+        auto keyRequest = request->streamingContentKeyRequestData(*certificate, assetId, options);
+        if (auto* error = std::get_if<Error>(&keyRequest)) {
+            return *error;
+        }
+
+        auto post = licenseRequest(std::get<Data>(keyRequest));
+        if (!post) {
+            return makeFPDownloadError(FPDownloadError::missingApplicationCertificate);
+        }
+        auto keyResponse = fetchAndWait(std::move(*post));
+        if (!keyResponse) {
+            return makeFPDownloadError(FPDownloadError::noCKCReturnedByKSM);
+        }
+        print("🎈CKC DATA: " + hexPrefix(*keyResponse, 32));
+
+        auto persistentKey = request->persistentContentKey(*keyResponse);
+        if (auto* error = std::get_if<Error>(&persistentKey)) {
+            return *error;
+        }
+        const auto keyFile = keyFilePath(assetId);
+        if (!DataFile::writeAtomically(
+                keyFile, std::get<Data>(persistentKey),
+                std::filesystem::perms::owner_read | std::filesystem::perms::owner_write)) {
+            return makeUrlError(UrlError::cannotWriteToFile,
+                                Url::fileUrl(keyFile.string()).absoluteString());
+        }
+        return std::get<Data>(std::move(persistentKey));
+    }();
+
+    if (auto* error = std::get_if<Error>(&obtained)) {
+        print("[OstraCDNOfflineFairPlay] Error during obtaining key. " +
+              error->localizedDescription() + "\n");
+        return request->finishLoading(*error);
     }
-    std::error_code ignored;
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
-    if (!DataFile::writeAtomically(
-            path, std::get<Data>(key),
-            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write)) {
-        return makeUrlError(UrlError::cannotWriteToFile, Url::fileUrl(path).absoluteString());
+    const Data& key = std::get<Data>(obtained);
+    print("🌸 CONTENT KEY FROM SERVER: " + hexPrefix(key, 100) + "...");
+    if (auto dataRequest = request->dataRequest()) {
+        dataRequest->respond(key);
     }
-    return key;
+    request->finishLoading();
 }
 
 }  // namespace zarvo

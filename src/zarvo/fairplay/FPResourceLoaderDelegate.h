@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -7,25 +8,38 @@
 #include "zarvo/media/AssetResourceLoaderDelegate.h"
 #include "zarvo/platform/Data.h"
 #include "zarvo/platform/DispatchQueue.h"
-#include "zarvo/platform/Error.h"
+#include "zarvo/platform/UrlRequest.h"
 
 namespace zarvo {
 
+class AssetResourceLoadingRequest;
 class ZMOfflineDownload;
 
-// Answers the content-key requests of a downloaded stream: the first time a key is needed it
-// gets a persistent key from the key server and keeps it in the download's key directory;
-// after that (during the download or offline playback) the key comes from disk, with no
-// network. Requests are handled one after another on its own queue.
+// Serves the persistent content keys of one download. The first request for a key ("skd://<asset
+// id>") fetches the application certificate, has the loading request make a persistent-key
+// request, posts it to the download's licence server and keeps the persistent key in the
+// download's key directory as "<asset id>-Key"; later requests, while downloading or playing
+// offline, are answered from that file without the network.
+//
+// Requests are handled one after another on `resourceLoadingRequestQueue`, which blocks while
+// the certificate and licence requests run. The download is held weakly; handling a request
+// after it went away, or for a key URL without a host, stops the process.
 class FPResourceLoaderDelegate : public AssetResourceLoaderDelegate,
                                  public std::enable_shared_from_this<FPResourceLoaderDelegate> {
 public:
-    // The download is held weakly.
-    explicit FPResourceLoaderDelegate(std::weak_ptr<ZMOfflineDownload> download);
-    // Not available: the loader serves one download's keys.
-    FPResourceLoaderDelegate();
+    static std::shared_ptr<FPResourceLoaderDelegate> make(
+        const std::shared_ptr<ZMOfflineDownload>& download);
+
+    struct Token {
+        explicit Token() = default;
+    };
+    FPResourceLoaderDelegate(Token, const std::shared_ptr<ZMOfflineDownload>& download);
+    FPResourceLoaderDelegate() = delete;
+    FPResourceLoaderDelegate(const FPResourceLoaderDelegate&) = delete;
+    FPResourceLoaderDelegate& operator=(const FPResourceLoaderDelegate&) = delete;
     ~FPResourceLoaderDelegate() override;
 
+    // Take "skd" requests (handled later on the queue) and decline every other one.
     bool shouldWaitForLoadingOfRequestedResource(
         AssetResourceLoader& loader,
         const std::shared_ptr<AssetResourceLoadingRequest>& request) override;
@@ -36,18 +50,21 @@ public:
                    const std::shared_ptr<AssetResourceLoadingRequest>& request) override;
 
     const std::shared_ptr<DispatchQueue>& resourceLoadingRequestQueue() const { return queue_; }
+    // The download whose keys are served; nullptr once it is gone.
     std::shared_ptr<ZMOfflineDownload> download() const { return download_.lock(); }
 
 private:
     bool take(const std::shared_ptr<AssetResourceLoadingRequest>& request);
     void handle(const std::shared_ptr<AssetResourceLoadingRequest>& request);
-    std::string keyFilePath(const std::string& assetId) const;
     void serveFromDisk(const std::shared_ptr<AssetResourceLoadingRequest>& request,
-                       const std::string& path);
-    // The persistent key, or why it could not be had.
-    std::variant<Data, Error> fetchFromServer(
-        const std::shared_ptr<AssetResourceLoadingRequest>& request, const std::string& assetId,
-        const std::string& path);
+                       const std::filesystem::path& keyFile);
+    void fetchFromServer(const std::shared_ptr<AssetResourceLoadingRequest>& request,
+                         const std::string& assetId);
+    // The key file of `assetId` in the download's key directory (made when missing).
+    std::filesystem::path keyFilePath(const std::string& assetId) const;
+    // The licence request for `keyRequest`; nothing when the download, its licence URL or the
+    // URL with the download's query items is missing.
+    std::optional<UrlRequest> licenseRequest(const Data& keyRequest) const;
 
     const std::shared_ptr<DispatchQueue> queue_;
     const std::weak_ptr<ZMOfflineDownload> download_;

@@ -108,7 +108,7 @@ FPBaseDownloadSession::Task FPBaseDownloadSession::restartDownloadFromPackage(
 
 void FPBaseDownloadSession::attachKeyLoader(const std::shared_ptr<ZMOfflineDownload>& download) {
     if (!download->resourceLoader()) {
-        download->setResourceLoader(std::make_shared<FPResourceLoaderDelegate>(download));
+        download->setResourceLoader(FPResourceLoaderDelegate::make(download));
     }
     auto asset = download->urlAsset();
     if (!asset) {

@@ -1,5 +1,8 @@
 #include "zarvo/offline/FPDownloadError.h"
 
+#include <string>
+#include <utility>
+
 namespace zarvo {
 namespace {
 
@@ -12,32 +15,36 @@ const char* describe(FPDownloadError code) {
         case FPDownloadError::noUrlAsset:
             return "The download has no asset.";
         case FPDownloadError::assetNotFound:
-            return "The downloaded asset was not found.";
+            return "The downloaded asset could not be found.";
         case FPDownloadError::staleBookamarkData:
-            return "The bookmark of the download is stale.";
+            return "The bookmark of the downloaded asset is stale.";
         case FPDownloadError::createUrlFromBookmarkError:
-            return "No URL could be made from the download's bookmark.";
+            return "The location of the downloaded asset could not be made from its bookmark.";
         case FPDownloadError::hlsNotSupportedOnSimulator:
-            return "HLS downloads are not supported here.";
+            return "HLS downloads are not supported on this device.";
         case FPDownloadError::missingApplicationCertificate:
             return "The application certificate is missing.";
         case FPDownloadError::unableToDownloadApplicationCertificate:
             return "The application certificate could not be downloaded.";
         case FPDownloadError::noCKCReturnedByKSM:
-            return "The key server returned no content key context.";
+            return "The key server returned no content key.";
         case FPDownloadError::keyNotFoundLocally:
             return "The content key was not found on this device.";
         case FPDownloadError::hlsPlaylistUrlRedirectionFail:
-            return "The playlist address could not be resolved.";
+            return "The playlist's redirection could not be followed.";
     }
-    return "An unexpected error occurred.";
+    return "An unknown download error occurred.";
 }
 
 }  // namespace
 
 Error makeFPDownloadError(FPDownloadError code, std::optional<Error> inner) {
+    std::string description = describe(code);
+    if (inner) {
+        description += " " + inner->localizedDescription();
+    }
     return Error(fpDownloadErrorDomain, static_cast<long>(code),
-                 {{Error::localizedDescriptionKey, describe(code)}}, std::move(inner));
+                 {{Error::localizedDescriptionKey, std::move(description)}}, std::move(inner));
 }
 
 bool isFPDownloadError(const Error& error, FPDownloadError code) {

@@ -6,8 +6,9 @@
 
 namespace zarvo {
 
-// Failures of offline downloads and their keys, in the domain "FPDownloadError". The case that
-// wraps another error keeps it as the inner error.
+// Failures of downloads and of their persistent keys, in the domain "FPDownloadErrorDomain";
+// the code is the case's position below. `unexpectedError` wraps another error, kept as the
+// inner error.
 enum class FPDownloadError : long {
     unexpectedError = 0,
     cancelled = 1,
@@ -23,8 +24,10 @@ enum class FPDownloadError : long {
     hlsPlaylistUrlRedirectionFail = 11,
 };
 
-inline constexpr const char* fpDownloadErrorDomain = "FPDownloadError";
+inline constexpr const char* fpDownloadErrorDomain = "FPDownloadErrorDomain";
 
+// An Error in fpDownloadErrorDomain with a description of the case; `inner` (the wrapped error
+// of unexpectedError) is kept as its inner error and named in its description.
 Error makeFPDownloadError(FPDownloadError code, std::optional<Error> inner = std::nullopt);
 bool isFPDownloadError(const Error& error, FPDownloadError code);
 

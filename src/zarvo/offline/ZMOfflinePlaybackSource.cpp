@@ -53,7 +53,7 @@ std::shared_ptr<PlayerItem> ZMOfflinePlaybackSource::createPlayerItem() {
     }
     auto asset = UrlAsset::make(
         Url::fileUrl((AppDirectories::home() / offlineUrl->decodedPath()).string(), true));
-    resourceLoaderDelegate_ = std::make_shared<FPResourceLoaderDelegate>(download_);
+    resourceLoaderDelegate_ = FPResourceLoaderDelegate::make(download_);
     asset->resourceLoader()->setPreloadsEligibleContentKeys(false);
     asset->resourceLoader()->setDelegate(resourceLoaderDelegate_, loadersQueue_);
     return PlayerItem::make(asset);
