@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The SDK end to end on loopback: the sample origin serves HLS content, a licence server and
 # a beacon collector on 127.0.0.1; zmplay plays the live stream, inspects the streams, reports
-# a viewing to the collector, recovers a session left behind by a killed run, and keeps a
-# downloads list in a temporary application home.
+# a viewing to the collector, recovers a session left behind by a killed run, downloads the
+# protected VOD into a temporary application home and plays it with the origin stopped.
 set -euo pipefail
 bin=$1
 home=$(mktemp -d)
@@ -56,7 +56,18 @@ section "Beacons the collector received"
 curl -s "$origin/track/received" | grep -o '"path":"[^"]*","query":\[[^]]*\]' |
   sed -E 's/"path":"([^"]*)".*/\1/' | sort | uniq -c
 
+section "The protected VOD downloaded for offline viewing (its persistent key kept on disk)"
+"$bin/zmplay" download "$origin/protected/master.m3u8" --title "Sample protected VOD" \
+  --cert "$origin/fps/cert" --license "$origin/fps/license" | tail -n 3
+
 section "Downloads list of the application home ($home)"
 "$bin/zmplay" downloads
+
+section "The download played for 5 s with the origin stopped: package and key come from disk"
+download_id=$("$bin/zmplay" downloads --json | grep -o '"id":"[^"]*"' | head -n 1 | cut -d'"' -f4)
+kill "$origin_pid" 2>/dev/null || true
+wait "$origin_pid" 2>/dev/null || true
+"$bin/zmplay" play --offline "$download_id" --headless --for 5 |
+  grep -v -e '^currentTime' -e '^access log' || true
 echo
 echo "Demo finished."
