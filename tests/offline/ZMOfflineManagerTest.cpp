@@ -4,6 +4,10 @@
 #include <atomic>
 #include <filesystem>
 #include <mutex>
+#include <set>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -13,6 +17,7 @@
 #include "zarvo/offline/FPDownloadsStore.h"
 #include "zarvo/offline/ZMOfflineManager.h"
 #include "zarvo/offline/ZMOfflinePlaybackSource.h"
+#include "zarvo/platform/AppDirectories.h"
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/player/ZMPlayer.h"
 
@@ -104,10 +109,12 @@ protected:
 TEST_F(ZMOfflineManagerTest, QueuedDownloadsFinishInOrderAndPlayOfflineWithTheirKeys) {
     auto first = start("First", "/vod/master.m3u8");
     auto secured = start("Protected", "/protected/master.m3u8", true);
-    auto third = start("Third", "/vod/master.m3u8");
+    auto third = start("Third", "/redirect?to=/vod/master.m3u8");
     ASSERT_TRUE(waitFor([&] { return events_->finished.size() + events_->errors.size() == 3; }));
     ASSERT_TRUE(events_->errors.empty()) << events_->errors[0].second.description();
     EXPECT_EQ(events_->finished, (std::vector{first->id(), secured->id(), third->id()}));
+    EXPECT_EQ(third->url().absoluteString(), origin_->url("/vod/master.m3u8"))
+        << "resolved by HEAD";
     for (const auto& download : manager_->getDownloads()) {
         EXPECT_EQ(download->state(), ZMOfflineDownloadState::completed);
         EXPECT_DOUBLE_EQ(download->progress(), 1.0);
@@ -230,6 +237,72 @@ TEST(FPBaseDownloadSessionTest, ProgressIsCappedNeverGoesBackAndIsQuietWhilePaus
     task->setTaskDescription("unknown");
     load({range(60)});
     EXPECT_EQ(updates, 2);
+}
+
+// The child half of the kill test below: starts a download and runs until it is killed.
+TEST(ZMOfflineManagerKillTest, ChildDownloadsUntilKilled) {
+    const char* master = std::getenv("ZM_OFFLINE_CHILD_MASTER");
+    if (!master) {
+        GTEST_SKIP() << "runs as the child of AManagerFinishesWhatAKilledProcessStarted";
+    }
+    auto manager = ZMOfflineManager::make(std::make_shared<FPDownloadsStore>());
+    manager->startDownload("Killed", *Url::parse(master), std::nullopt, std::nullopt, std::nullopt,
+                           std::nullopt, std::nullopt, {}, nullptr);
+    RunLoop::main().runUntil([] { return false; }, 60s);
+    ADD_FAILURE() << "not killed";
+}
+
+TEST_F(ZMOfflineManagerTest, AManagerFinishesWhatAKilledProcessStarted) {
+    origin::Fault slow;
+    slow.pathPrefix = "/vod/";
+    slow.bytesPerSecond = 400'000;
+    origin_->faults().add(slow);
+    const fs::path home = home_.path() / "killed";
+    fs::create_directories(home);
+    const std::string master = origin_->url("/vod/master.m3u8");
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::setenv("ZM_HOME", home.c_str(), 1);
+        ::setenv("ZM_OFFLINE_CHILD_MASTER", master.c_str(), 1);
+        ::execl("/proc/self/exe", "offline_tests",
+                "--gtest_filter=ZMOfflineManagerKillTest.ChildDownloadsUntilKilled", nullptr);
+        ::_exit(127);
+    }
+    auto segmentsOnDisk = [&] {
+        std::set<std::string> files;
+        std::error_code error;
+        for (auto it = fs::recursive_directory_iterator(home / "Library", error);
+             !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
+            if (it->path().extension() == ".ts") {
+                files.insert(it->path().string());
+            }
+        }
+        return files;
+    };
+    const bool reached = waitFor([&] { return segmentsOnDisk().size() >= 6; });
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(reached);
+
+    origin_->faults().clear();
+    origin_->clearRequests();
+    const auto before = segmentsOnDisk();
+    AppDirectories::setHome(home);
+    auto store = std::make_shared<FPDownloadsStore>();
+    auto manager = ZMOfflineManager::make(store);
+    auto events = std::make_shared<Events>();
+    manager->setDelegate(events);
+    ASSERT_TRUE(waitFor([&] { return !events->finished.empty() || !events->errors.empty(); }));
+    EXPECT_TRUE(events->errors.empty());
+    EXPECT_EQ(store->getAllDownloads().at(0)->state(), ZMOfflineDownloadState::completed);
+    std::size_t segmentsFetched = 0;
+    for (const auto& request : origin_->requests()) {
+        segmentsFetched += request.ends_with(".ts");
+    }
+    EXPECT_EQ(segmentsFetched + before.size(), segmentsOnDisk().size()) << "none fetched twice";
+    AppDirectories::setHome(home_.path());
 }
 
 }  // namespace
