@@ -1,6 +1,7 @@
 // The download service against its peers on the sample VOD (the highest variant, both audio
 // renditions, the subtitles): wall time against `ffmpeg -c copy` of the same renditions, and
 // throughput against `curl --parallel` fetching the same files.
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,8 @@
 #include <benchmark/benchmark.h>
 
 #include "zarvo/media/AssetDownloadUrlSession.h"
+#include "zarvo/offline/FPDownloadsStore.h"
+#include "zarvo/offline/ZMOfflineManager.h"
 #include "zarvo/platform/AppDirectories.h"
 #include "zarvo/platform/RunLoop.h"
 
@@ -114,6 +117,86 @@ void BM_DownloadVodAgainstFfmpegAndCurl(benchmark::State& state) {
     fs::remove_all(work);
 }
 BENCHMARK(BM_DownloadVodAgainstFfmpegAndCurl)->Iterations(5)->Unit(benchmark::kMillisecond);
+
+// Milliseconds from the end of one queued download to its successor's first progress, and
+// `zmplay download` of the sample VOD as a whole process against the service's own time.
+struct QueueEvents : zarvo::ZMOfflineManagerDelegate {
+    using Download = std::shared_ptr<zarvo::ZMOfflineDownload>;
+    void offlineManagerDidUpdate(zarvo::ZMOfflineManagerProtocol&, const Download& d) override {
+        if (finishedAt && !nextStartedAt && d->id() != finishedId) {
+            nextStartedAt = std::chrono::steady_clock::now();
+        }
+    }
+    void offlineManagerDidErrorOccur(zarvo::ZMOfflineManagerProtocol&, const Download&,
+                                     const zarvo::Error&) override {
+        failed = true;
+    }
+    void offlineManagerDidFind(zarvo::ZMOfflineManagerProtocol&,
+                               const zarvo::ZMOfflineDownload::List&) override {}
+    void offlineManagerDidCancel(zarvo::ZMOfflineManagerProtocol&, const Download&) override {}
+    void offlineManagerDidRestart(zarvo::ZMOfflineManagerProtocol&, const Download&) override {}
+    void offlineManagerDidPause(zarvo::ZMOfflineManagerProtocol&, const Download&) override {}
+    void offlineManagerDidFinish(zarvo::ZMOfflineManagerProtocol&, const Download& d) override {
+        ++finished;
+        if (!finishedAt) {
+            finishedAt = std::chrono::steady_clock::now();
+            finishedId = d->id();
+        }
+    }
+    std::optional<std::chrono::steady_clock::time_point> finishedAt, nextStartedAt;
+    std::string finishedId;
+    int finished = 0;
+    bool failed = false;
+};
+
+void BM_QueuedStartAndZmplayDownload(benchmark::State& state) {
+    zarvo::origin::SampleOrigin origin;
+    if (origin.start()) {
+        state.SkipWithError("the sample origin did not start");
+        return;
+    }
+    const fs::path work =
+        fs::temp_directory_path() / ("zm-queue-bench-" + std::to_string(::getpid()));
+    const std::string master = origin.url("/vod/master.m3u8");
+    const fs::path zmplay =
+        fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "bin" / "zmplay";
+    double gap = 0, service = 0, tool = 0;
+    int round = 0;
+    for (auto _ : state) {
+        const fs::path home = work / std::to_string(round++);
+        fs::create_directories(home);
+        zarvo::AppDirectories::setHome(home);
+        auto events = std::make_shared<QueueEvents>();
+        auto manager = zarvo::ZMOfflineManager::make(std::make_shared<zarvo::FPDownloadsStore>());
+        manager->setDelegate(events);
+        const auto start = std::chrono::steady_clock::now();
+        for (int i = 0; i < 2; ++i) {
+            std::atomic<bool> queued{false};
+            manager->startDownload("Queued", *zarvo::Url::parse(master), std::nullopt, std::nullopt,
+                                   std::nullopt, std::nullopt, std::nullopt, {},
+                                   [&](auto, auto) { queued = true; });
+            zarvo::RunLoop::main().runUntil([&] { return queued.load(); });
+        }
+        zarvo::RunLoop::main().runUntil([&] { return events->finished == 2 || events->failed; },
+                                        std::chrono::seconds(60));
+        if (events->failed || !events->nextStartedAt) {
+            state.SkipWithError("a queued download failed");
+            return;
+        }
+        gap += std::chrono::duration<double>(*events->nextStartedAt - *events->finishedAt).count();
+        service += std::chrono::duration<double>(*events->finishedAt - start).count();
+        tool += secondsOf("ZM_HOME=" + (home / "tool").string() + " " + zmplay.string() +
+                          " download " + master + " >/dev/null 2>&1");
+    }
+    const auto n = static_cast<double>(state.iterations());
+    state.counters["ms_queued_start"] = gap / n * 1000;
+    state.counters["s_service"] = service / n;
+    state.counters["s_zmplay_download"] = tool / n;
+    state.counters["zmplay_vs_service"] = service > 0 ? tool / service : 0;
+    zarvo::AppDirectories::resetHome();
+    fs::remove_all(work);
+}
+BENCHMARK(BM_QueuedStartAndZmplayDownload)->Iterations(5)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

@@ -135,7 +135,9 @@ std::shared_ptr<AssetDownloadStore> AssetDownloadStore::open(const std::filesyst
     if (!database) {
         return nullptr;
     }
+    // With WAL, NORMAL survives a crash of the process: a commit is whole or absent.
     database->execute("PRAGMA journal_mode = WAL");
+    database->execute("PRAGMA synchronous = NORMAL");
     if (database->execute(kSchema) != SQLITE_OK) {
         return nullptr;
     }
