@@ -1,7 +1,11 @@
 #include <atomic>
+#include <mutex>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
+#include <glib.h>
 #include <gtest/gtest.h>
 
 #include "zarvo/platform/BriefSpin.h"
@@ -149,6 +153,37 @@ TEST(MainQueueTest, FatalErrorInMainWorkSurfacesFromTheRunLoop) {
     EXPECT_THROW(RunLoop::main().runUntilIdle(), FatalErrorException);
     RunLoop::main().runUntilIdle();  // the items after the failing one are kept
     EXPECT_TRUE(later);
+}
+
+// Work that throws on a worker thread names its queue in the fatal message, where the
+// process would otherwise end in std::terminate without a word.
+TEST(QueueWorkTest, AnExceptionEscapingWorkIsFatalAndNamesTheQueue) {
+    std::mutex mutex;
+    std::vector<std::string> messages;
+    DispatchSemaphore reported(0);
+    ScopedFatalErrorHandler recording([&](const std::string& message) {
+        {
+            std::lock_guard lock(mutex);
+            messages.push_back(message);
+        }
+        reported.signal();
+        throw FatalErrorException(message);
+    });
+    auto queue = DispatchQueue::serial("com.zarvo.test.throwing");
+    queue->async([] { throw std::runtime_error("disk gone"); });
+    waitFor(reported);
+    DispatchQueue::global()->async([] { throw 42; });
+    waitFor(reported);
+    DispatchQueue::main()->async([] { throw std::logic_error("nobody drives the loop"); });
+    g_main_context_iteration(nullptr, FALSE);  // dispatches without RunLoop
+    waitFor(reported);
+
+    std::lock_guard lock(mutex);
+    EXPECT_EQ(messages, (std::vector<std::string>{
+                            "work on the queue \"com.zarvo.test.throwing\" threw: disk gone",
+                            "work on the queue \"global\" threw: an exception that is not a "
+                            "std::exception",
+                            "work on the queue \"main\" threw: nobody drives the loop"}));
 }
 
 TEST(GlobalQueueTest, RunsItemsConcurrently) {

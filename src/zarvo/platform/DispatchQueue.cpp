@@ -13,6 +13,7 @@
 
 #include <glib.h>
 
+#include "zarvo/platform/EscapedException.h"
 #include "zarvo/platform/FatalError.h"
 #include "zarvo/platform/Immortal.h"
 #include "zarvo/platform/MainThreadExceptions.h"
@@ -251,7 +252,11 @@ private:
                 items_.pop_front();
             }
             ContextScope scope(this, item.caller);
-            item.work();
+            try {
+                item.work();
+            } catch (...) {
+                failOnEscapedException(label_, std::current_exception());
+            }
         }
     }
 
@@ -298,9 +303,11 @@ private:
         WorkerPool::shared().submit([this, first = std::move(work)]() mutable {
             auto work = std::move(first);
             for (;;) {
-                {
+                try {
                     ContextScope scope(this, nullptr);
                     work();
+                } catch (...) {
+                    failOnEscapedException(label_, std::current_exception());
                 }
                 work = nullptr;
                 std::lock_guard lock(mutex_);

@@ -2,22 +2,20 @@
 
 #include <utility>
 
+#include "zarvo/platform/EscapedException.h"
+
 namespace zarvo {
 namespace {
 
 thread_local int driveDepth = 0;
 thread_local std::exception_ptr kept;
 
-[[noreturn]] void terminateWith(std::exception_ptr error) noexcept {
-    // Rethrowing inside a noexcept function ends in std::terminate, which reports the error.
-    std::rethrow_exception(std::move(error));
-}
-
 }  // namespace
 
 void MainThreadExceptions::keep(std::exception_ptr error) {
     if (driveDepth == 0) {
-        terminateWith(std::move(error));
+        failOnEscapedException("main", std::move(error));
+        return;
     }
     if (!kept) {
         kept = std::move(error);
