@@ -41,8 +41,9 @@ TEST_F(PlayCommandTest, AWindowShowsThePlaybackWhereThereIsADisplay) {
     if (!display.name()) {
         GTEST_SKIP() << "Xvfb is not installed";
     }
+    // Long enough to reach playing under a sanitizer on a busy machine.
     auto shown =
-        run({"play", origin_->url("/vod/master.m3u8"), "--window", "--for", "2", "--json"});
+        run({"play", origin_->url("/vod/master.m3u8"), "--window", "--for", "5", "--json"});
     EXPECT_EQ(shown.status, 0) << shown.err;
     EXPECT_THAT(shown.out, HasSubstr(R"({"event":"didChangePlaybackStatus","value":"playing"})"));
     EXPECT_THAT(shown.err, Not(HasSubstr("X11 error")));
