@@ -159,10 +159,10 @@ TEST_F(FPDownloadsStoreTest, DeletingRemovesTheRecordAndOnlyPackagesInsideHome) 
               "FPDownloadsStore:FileManager.default.removeItem " +
                   missingPackage->offlineUrlAsset()->url().absoluteString() +
                   " error: No such file or directory\n");
-    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
     store->deleteDownloadWithId(outside->id());
     store->deleteDownloadWithId(wholeHome->id());
-    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 HasSubstr("not removing " + outside->offlineUrlAsset()->url().absoluteString() +
                           ": it lies outside the application home"));
     EXPECT_FALSE(fs::exists(package));
@@ -180,9 +180,9 @@ TEST_F(FPDownloadsStoreTest, AnUnreadableListIsKeptOnceBeforeItIsReplaced) {
     auto store = listedStore();
     EXPECT_TRUE(store->getAllDownloads().empty());
     EXPECT_EQ(stored(), bad);
-    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
     auto download = create(*store, "new");
-    testing::internal::GetCapturedStdout();
+    testing::internal::GetCapturedStderr();
     EXPECT_EQ(stored(backupKey), bad);
     EXPECT_EQ(storedTitles(), Strings{"new"});
 
@@ -192,39 +192,54 @@ TEST_F(FPDownloadsStoreTest, AnUnreadableListIsKeptOnceBeforeItIsReplaced) {
 
     // Also without reading first, and for a value of another type.
     UserDefaults::standard()->setString(key, "{not json");
-    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
     FPDownloadsStore unlisted;
     create(unlisted, "new");
     EXPECT_EQ(stored(backupKey), "{not json");
     UserDefaults::standard()->setData(key, std::string("\x01\x02", 2));
     create(*listedStore(), "again");
-    testing::internal::GetCapturedStdout();
+    testing::internal::GetCapturedStderr();
     EXPECT_EQ(UserDefaults::standard()->data(backupKey), std::string("\x01\x02", 2));
 }
 
-TEST_F(FPDownloadsStoreTest, FailedWritesAndEncodingsNeverLoseTheStoredValue) {
+TEST_F(FPDownloadsStoreTest, FailedWritesAreReportedAndRetriedAndNeverLoseTheStoredValue) {
     auto defaults =
         std::make_shared<FailingUserDefaults>(UserDefaults::open(home.path() / "failing.sqlite"));
     defaults->setString(key, "garbage");
     FPDownloadsStore store(defaults);
     EXPECT_TRUE(store.getAllDownloads().empty());
+    EXPECT_FALSE(store.lastSaveError());
 
+    // A full disk: the stored value stays, the failure is logged once and kept.
     defaults->fail = true;
+    testing::internal::CaptureStderr();
     auto download = create(store, "a");
+    store.update(download);
+    std::string log = testing::internal::GetCapturedStderr();
     EXPECT_EQ(defaults->string(key), "garbage");
     EXPECT_EQ(store.findFirstWithId(download->id()), download);
+    ASSERT_TRUE(store.lastSaveError());
+    EXPECT_EQ(store.lastSaveError()->code(), FPDownloadsStore::saveErrorCode);
+    EXPECT_THAT(log, HasSubstr("zarvo [FPDownloadsStore] saving the downloads failed"));
+    EXPECT_EQ(log.find("saving the downloads failed"), log.rfind("saving the downloads failed"));
 
+    // The next save writes everything once the disk has room again.
     defaults->fail = false;
-    testing::internal::CaptureStdout();
-    store.update(download);
-    testing::internal::GetCapturedStdout();
+    auto other = create(store, "b");
+    EXPECT_FALSE(store.lastSaveError());
     EXPECT_EQ(defaults->string(backupKey), "garbage");
-    EXPECT_EQ(FPDownloadsStore(defaults).getAllDownloads().size(), 1u);
+    EXPECT_EQ(titles(*std::make_unique<FPDownloadsStore>(defaults)), (Strings{"a", "b"}));
 
-    std::string before = *defaults->string(key);
+    // A download that cannot be encoded keeps its last saved form and holds up no other.
     download->setProgress(std::numeric_limits<double>::infinity());
-    store.update(download);
-    EXPECT_EQ(defaults->string(key), before);
+    other->setProgress(0.5);
+    testing::internal::CaptureStderr();
+    store.update(other);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(download->id()));
+    auto reread = FPDownloadsStore(defaults).getAllDownloads();
+    ASSERT_EQ(reread.size(), 2u);
+    EXPECT_EQ(reread[0]->progress(), 0.0);
+    EXPECT_EQ(reread[1]->progress(), 0.5);
 }
 
 }  // namespace

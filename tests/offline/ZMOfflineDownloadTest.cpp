@@ -185,8 +185,7 @@ TEST_F(ZMOfflineDownloadTest, JsonRequiredKeysAndStateNumbersFailTheObject) {
     EXPECT_FALSE(ZMOfflineDownload::decodeList("[" + one));
 }
 
-// The list text is written without the JSON library; it must match the library's own text.
-TEST_F(ZMOfflineDownloadTest, ListTextMatchesTheJsonFormOrFailsOnValuesJsonCannotHold) {
+TEST_F(ZMOfflineDownloadTest, ListTextMatchesTheJsonFormAndKeepsOutOnlyValuesJsonCannotHold) {
     auto escaped = std::make_shared<ZMOfflineDownload>(
         "E", "Quote \" slash \\ tab \t nl \n bell \x07 caf\xc3\xa9 \xf0\x9f\x8e\xac", State::failed,
         url("https://h/a%20b.m3u8?x=1&y=2"), std::nullopt, std::nullopt, std::nullopt, std::nullopt,
@@ -197,10 +196,10 @@ TEST_F(ZMOfflineDownloadTest, ListTextMatchesTheJsonFormOrFailsOnValuesJsonCanno
     auto expected = [&] {
         return Json::array({download->toJson(), escaped->toJson()}).dump();
     };
-    EXPECT_EQ(ZMOfflineDownload::encodeList(list), expected());
+    EXPECT_EQ(ZMOfflineDownload::encodeList(list).text, expected());
     for (double progress : {0.0, 0.1, 0.425, 1e-05, 123456789.0, 1.0 / 3.0}) {
         download->setProgress(progress);
-        EXPECT_EQ(ZMOfflineDownload::encodeList(list), expected()) << progress;
+        EXPECT_EQ(ZMOfflineDownload::encodeList(list).text, expected()) << progress;
     }
     const std::function<void()> changes[] = {
         [&] { download->setState(State::completed); },
@@ -210,14 +209,22 @@ TEST_F(ZMOfflineDownloadTest, ListTextMatchesTheJsonFormOrFailsOnValuesJsonCanno
     };
     for (const auto& change : changes) {
         change();
-        EXPECT_EQ(ZMOfflineDownload::encodeList(list), expected());
+        EXPECT_EQ(ZMOfflineDownload::encodeList(list).text, expected());
     }
 
-    // Values JSON cannot hold fail the encoding.
+    // A download holding values JSON cannot hold is written as it last was, or left out when
+    // it never was written; the others are written all the same.
+    std::string last = download->toJson().dump();
     download->setProgress(std::numeric_limits<double>::quiet_NaN());
-    EXPECT_FALSE(ZMOfflineDownload::encodeList({makeDownload(), download}));
-    EXPECT_FALSE(ZMOfflineDownload::encodeList({bareDownload("\xff\xfe")}));
-    EXPECT_FALSE(ZMOfflineDownload::encodeList({bareDownload("\xed\xa0\x80")}));  // a surrogate
+    auto withNaN = ZMOfflineDownload::encodeList({escaped, download});
+    EXPECT_EQ(withNaN.text, "[" + escaped->toJson().dump() + "," + last + "]");
+    EXPECT_EQ(withNaN.unencodedIds, std::vector<std::string>{download->id()});
+    auto notUtf8 = ZMOfflineDownload::encodeList(
+        {bareDownload("\xff\xfe"), escaped, bareDownload("\xed\xa0\x80")});  // a surrogate
+    EXPECT_EQ(notUtf8.text, "[" + escaped->toJson().dump() + "]");
+    EXPECT_EQ(notUtf8.unencodedIds.size(), 2u);
+    download->setProgress(0.5);
+    EXPECT_TRUE(ZMOfflineDownload::encodeList({download}).unencodedIds.empty());
 }
 
 }  // namespace

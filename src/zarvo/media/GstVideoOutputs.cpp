@@ -5,11 +5,11 @@
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
-#include <cstdio>
 
 #include <gst/video/videooverlay.h>
 
 #include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Log.h"
 
 namespace zarvo {
 
@@ -164,9 +164,9 @@ std::unique_ptr<GstVideoOutputs::Branch> GstVideoOutputs::addBranch(const VideoO
     if (sink == nullptr) {
         static std::once_flag once;
         std::call_once(once, [] {
-            std::fprintf(stderr,
-                         "zarvo: the GStreamer element \"ximagesink\" is missing (install "
-                         "gstreamer1.0-x); views stay black.\n");
+            logDiagnostic("GstVideoOutputs",
+                          "the GStreamer element \"ximagesink\" is missing (install "
+                          "gstreamer1.0-x); views stay black.");
         });
         return nullptr;
     }

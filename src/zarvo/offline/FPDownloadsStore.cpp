@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "zarvo/platform/AppDirectories.h"
+#include "zarvo/platform/Log.h"
 #include "zarvo/platform/Uuid.h"
 
 namespace zarvo {
@@ -145,12 +146,17 @@ void FPDownloadsStore::save() {
         storedValueChecked_ = true;
     }
     static const ZMOfflineDownload::List noDownloads;
-    std::optional<std::string> text = ZMOfflineDownload::encodeList(
+    ZMOfflineDownload::EncodedList encoded = ZMOfflineDownload::encodeList(
         downloadsCache_ ? *downloadsCache_ : noDownloads, lastSavedSize_ + lastSavedSize_ / 8);
-    if (!text) {
-        return;
+    if (encoded.unencodedIds != unencodedIds_) {
+        for (const auto& id : encoded.unencodedIds) {
+            logDiagnostic("FPDownloadsStore", "download " + id +
+                                                  " has a value JSON cannot hold; its last "
+                                                  "saved form is kept");
+        }
+        unencodedIds_ = std::move(encoded.unencodedIds);
     }
-    lastSavedSize_ = text->size();
+    lastSavedSize_ = encoded.text.size();
     if (pendingBackup_) {
         bool kept =
             pendingBackup_->isString
@@ -158,13 +164,37 @@ void FPDownloadsStore::save() {
                 : userDefaults_->setData(UnreadableDownloadsJsonKey, pendingBackup_->bytes);
         if (!kept) {
             // Never replace a value that could not be kept.
+            saveFailed();
             return;
         }
-        std::cout << "FPDownloadsStore: the stored downloads could not be read; kept under "
-                  << UnreadableDownloadsJsonKey << std::endl;
+        logDiagnostic("FPDownloadsStore", std::string("the stored downloads could not be read; "
+                                                      "kept under ") +
+                                              UnreadableDownloadsJsonKey);
         pendingBackup_.reset();
     }
-    userDefaults_->setString(DownloadsJsonKey, *text);
+    if (!userDefaults_->setString(DownloadsJsonKey, encoded.text)) {
+        saveFailed();
+        return;
+    }
+    if (lastSaveError_) {
+        logDiagnostic("FPDownloadsStore", "the downloads are saved again");
+        lastSaveError_.reset();
+    }
+}
+
+void FPDownloadsStore::saveFailed() {
+    if (!lastSaveError_) {
+        logDiagnostic("FPDownloadsStore",
+                      "saving the downloads failed; the stored list is left as it was and is "
+                      "written again at the next save");
+    }
+    lastSaveError_ =
+        Error::withDescription(saveErrorDomain, saveErrorCode, "The downloads could not be saved.");
+}
+
+std::optional<Error> FPDownloadsStore::lastSaveError() const {
+    std::lock_guard lock(mutex_);
+    return lastSaveError_;
 }
 
 std::optional<FPDownloadsStore::UnreadableValue> FPDownloadsStore::unreadableStoredValue() const {
@@ -187,8 +217,8 @@ void FPDownloadsStore::removePackage(const UrlAsset& package) {
     const Url& url = package.url();
     fs::path path = url.decodedPath();
     if (!url.isFileUrl() || !AppDirectories::isInsideHome(path)) {
-        std::cout << "FPDownloadsStore: not removing " << url.absoluteString()
-                  << ": it lies outside the application home" << std::endl;
+        logDiagnostic("FPDownloadsStore", "not removing " + url.absoluteString() +
+                                              ": it lies outside the application home");
         return;
     }
     std::error_code error;

@@ -4,9 +4,11 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "zarvo/offline/FPDownloadsStoreProtocol.h"
 #include "zarvo/platform/DispatchSemaphore.h"
+#include "zarvo/platform/Error.h"
 #include "zarvo/platform/UserDefaults.h"
 
 namespace zarvo {
@@ -18,10 +20,16 @@ namespace zarvo {
 // A stored value that cannot be read gives an empty list; before the next save replaces it,
 // it is kept under "DownloadsJson.unreadable". Deleting a download removes its package only
 // when the package lies inside the application home.
+//
+// A save that cannot be written leaves the stored value as it was, is logged and kept as
+// lastSaveError(), and is written again, whole, by the next save.
 class FPDownloadsStore : public FPDownloadsStoreProtocol {
 public:
     static constexpr const char* DownloadsJsonKey = "DownloadsJson";
     static constexpr const char* UnreadableDownloadsJsonKey = "DownloadsJson.unreadable";
+    // The error of a save that could not be written (the platform's file-write error).
+    static constexpr const char* saveErrorDomain = "NSCocoaErrorDomain";
+    static constexpr long saveErrorCode = 512;
 
     // A store on the standard user defaults of the current application home.
     FPDownloadsStore();
@@ -45,6 +53,9 @@ public:
     void update(const std::shared_ptr<ZMOfflineDownload>& download) override;
     void deleteDownloadWithId(const std::string& id) override;
 
+    // Why the last save was not written; nothing once a save has succeeded.
+    std::optional<Error> lastSaveError() const;
+
 private:
     // A stored value that did not decode, waiting to be kept before it is overwritten.
     struct UnreadableValue {
@@ -55,6 +66,7 @@ private:
     // Both run with mutex_ held.
     void loadIfNeeded();
     void save();
+    void saveFailed();
     std::optional<UnreadableValue> unreadableStoredValue() const;
     static void removePackage(const UrlAsset& package);
 
@@ -63,12 +75,15 @@ private:
     DispatchSemaphore semaphore_{1};
     // Guards downloadsCache_ and the save state, and keeps saves in order, so that update()
     // (which skips the semaphore) never races another operation.
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     std::optional<ZMOfflineDownload::List> downloadsCache_;
     // Whether the stored value has been looked at (by a load or the first save).
     bool storedValueChecked_ = false;
     std::optional<UnreadableValue> pendingBackup_;
     std::size_t lastSavedSize_ = 0;
+    std::optional<Error> lastSaveError_;
+    // Downloads the last save could not encode, so each is logged once.
+    std::vector<std::string> unencodedIds_;
 };
 
 }  // namespace zarvo

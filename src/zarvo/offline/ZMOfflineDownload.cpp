@@ -1,6 +1,5 @@
 #include "zarvo/offline/ZMOfflineDownload.h"
 
-#include <charconv>
 #include <cmath>
 #include <filesystem>
 #include <limits>
@@ -58,170 +57,6 @@ std::string keyDirectoryName(const std::string& id) {
     }
     return id;
 }
-
-// Writes JSON text straight into a string, as the JSON library's compact dump would, without
-// building a document first; saving a long list re-encodes downloads often. Strings must be
-// UTF-8: anything else fails the writer, as it fails the library.
-class JsonWriter {
-public:
-    explicit JsonWriter(std::string& text) : text_(text) {}
-
-    bool ok() const { return ok_; }
-
-    void key(std::string_view name) {
-        separate();
-        quoted(name);
-        text_ += ':';
-        afterKey_ = true;
-    }
-    void beginObject() { open('{'); }
-    void endObject() { close('}'); }
-    void beginArray() { open('['); }
-    void endArray() { close(']'); }
-
-    void string(std::string_view value) {
-        separate();
-        quoted(value);
-    }
-    void integer(std::int64_t value) {
-        separate();
-        char digits[24];
-        auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-        text_.append(digits, end);
-    }
-    void number(double value) {
-        separate();
-        if (!std::isfinite(value)) {
-            ok_ = false;
-            return;
-        }
-        char digits[32];
-        auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-        std::string_view written(digits, static_cast<std::size_t>(end - digits));
-        text_.append(written);
-        if (written.find_first_of(".e") == std::string_view::npos) {
-            text_ += ".0";
-        }
-    }
-
-private:
-    void quoted(std::string_view value) {
-        text_ += '"';
-        for (std::size_t i = 0; i < value.size();) {
-            // Runs of characters that need no escape are copied at once.
-            std::size_t plain = i;
-            while (plain < value.size() &&
-                   needsNoEscape(static_cast<unsigned char>(value[plain]))) {
-                ++plain;
-            }
-            text_.append(value.substr(i, plain - i));
-            i = plain;
-            if (i == value.size()) {
-                break;
-            }
-            unsigned char c = static_cast<unsigned char>(value[i]);
-            if (c >= 0x80) {
-                std::size_t length = utf8SequenceLength(value.substr(i));
-                if (length == 0) {
-                    ok_ = false;
-                    return;
-                }
-                text_.append(value.substr(i, length));
-                i += length;
-                continue;
-            }
-            escape(static_cast<char>(c));
-            ++i;
-        }
-        text_ += '"';
-    }
-    static bool needsNoEscape(unsigned char c) {
-        return c >= 0x20 && c < 0x80 && c != '"' && c != '\\';
-    }
-    void open(char bracket) {
-        separate();
-        text_ += bracket;
-        first_ = true;
-    }
-    void close(char bracket) {
-        text_ += bracket;
-        first_ = false;
-    }
-    // A comma before every member or element but the first; none right after a key.
-    void separate() {
-        if (afterKey_) {
-            afterKey_ = false;
-            first_ = false;
-            return;
-        }
-        if (!first_) {
-            text_ += ',';
-        }
-        first_ = false;
-    }
-    void escape(char c) {
-        switch (c) {
-            case '"':
-                text_ += "\\\"";
-                return;
-            case '\\':
-                text_ += "\\\\";
-                return;
-            case '\b':
-                text_ += "\\b";
-                return;
-            case '\f':
-                text_ += "\\f";
-                return;
-            case '\n':
-                text_ += "\\n";
-                return;
-            case '\r':
-                text_ += "\\r";
-                return;
-            case '\t':
-                text_ += "\\t";
-                return;
-            default:
-                break;
-        }
-        if (static_cast<unsigned char>(c) < 0x20) {
-            static constexpr char hex[] = "0123456789abcdef";
-            text_ += "\\u00";
-            text_ += hex[(c >> 4) & 0x0F];
-            text_ += hex[c & 0x0F];
-            return;
-        }
-        text_ += c;
-    }
-    // The length of the well-formed UTF-8 sequence at the start of `bytes`, or 0.
-    static std::size_t utf8SequenceLength(std::string_view bytes) {
-        auto byte = [&](std::size_t i) {
-            return static_cast<unsigned char>(bytes[i]);
-        };
-        unsigned char lead = byte(0);
-        std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
-        if (length == 0 || lead > 0xF4 || bytes.size() < length) {
-            return 0;
-        }
-        for (std::size_t i = 1; i < length; ++i) {
-            if ((byte(i) & 0xC0) != 0x80) {
-                return 0;
-            }
-        }
-        // No overlong forms, no surrogates, nothing above U+10FFFF.
-        if ((lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xED && byte(1) > 0x9F) ||
-            (lead == 0xF0 && byte(1) < 0x90) || (lead == 0xF4 && byte(1) > 0x8F)) {
-            return 0;
-        }
-        return length;
-    }
-
-    std::string& text_;
-    bool first_ = true;
-    bool afterKey_ = false;
-    bool ok_ = true;
-};
 
 std::optional<std::int64_t> integerValue(const Json& value) {
     if (value.is_number_integer()) {
@@ -327,7 +162,7 @@ ZMOfflineDownloadState ZMOfflineDownload::state() const {
 void ZMOfflineDownload::setState(ZMOfflineDownloadState state) {
     std::lock_guard lock(mutex_);
     state_ = state;
-    encodedJson_.reset();
+    encodedIsCurrent_ = false;
 }
 
 Url ZMOfflineDownload::url() const {
@@ -338,7 +173,7 @@ Url ZMOfflineDownload::url() const {
 void ZMOfflineDownload::setUrl(Url url) {
     std::lock_guard lock(mutex_);
     url_ = std::move(url);
-    encodedJson_.reset();
+    encodedIsCurrent_ = false;
 }
 
 double ZMOfflineDownload::progress() const {
@@ -349,7 +184,7 @@ double ZMOfflineDownload::progress() const {
 void ZMOfflineDownload::setProgress(double progress) {
     std::lock_guard lock(mutex_);
     progress_ = progress;
-    encodedJson_.reset();
+    encodedIsCurrent_ = false;
 }
 
 std::optional<Url> ZMOfflineDownload::offlineUrl() const {
@@ -362,7 +197,7 @@ void ZMOfflineDownload::setOfflineUrl(const std::optional<std::string>& path) {
         std::lock_guard lock(mutex_);
         offlineUrl_.reset();
         offlineUrlAsset_.reset();
-        encodedJson_.reset();
+        encodedIsCurrent_ = false;
         return;
     }
     std::string kept = *path;
@@ -382,13 +217,13 @@ void ZMOfflineDownload::setOfflineUrl(const std::optional<std::string>& path) {
     std::lock_guard lock(mutex_);
     offlineUrl_ = std::move(offlineUrl);
     offlineUrlAsset_ = std::move(asset);
-    encodedJson_.reset();
+    encodedIsCurrent_ = false;
 }
 
 void ZMOfflineDownload::assignOfflineUrl(std::optional<Url> offlineUrl) {
     std::lock_guard lock(mutex_);
     offlineUrl_ = std::move(offlineUrl);
-    encodedJson_.reset();
+    encodedIsCurrent_ = false;
 }
 
 std::shared_ptr<UrlAsset> ZMOfflineDownload::urlAsset() const {
@@ -529,78 +364,50 @@ std::shared_ptr<ZMOfflineDownload> ZMOfflineDownload::fromJson(const Json& objec
 
 bool ZMOfflineDownload::appendJson(std::string& text) const {
     std::lock_guard lock(mutex_);
-    if (!encodedJson_) {
-        std::string encoded;
-        encoded.reserve(512);
-        JsonWriter writer(encoded);
-        writer.beginObject();
-        writer.key("id");
-        writer.string(id_);
-        writer.key("title");
-        writer.string(title_);
-        writer.key("playlist_url");
-        writer.string(url_.absoluteString());
-        writer.key("state");
-        writer.integer(rawValue(state_));
-        if (licenseUrl_) {
-            writer.key("license_url");
-            writer.string(licenseUrl_->absoluteString());
+    if (!encodedIsCurrent_) {
+        // A number that is not finite would be written as null, which does not read back.
+        if (!std::isfinite(progress_)) {
+            return appendLastEncoded(text);
         }
-        if (fpsCertUrl_) {
-            writer.key("fps_cert_url");
-            writer.string(fpsCertUrl_->absoluteString());
+        try {
+            encodedJson_ = jsonLocked().dump(-1, ' ', false, Json::error_handler_t::strict);
+        } catch (const Json::type_error&) {
+            return appendLastEncoded(text);  // text that is not UTF-8
         }
-        if (offlineUrl_) {
-            writer.key("offlineUrl");
-            writer.string(offlineUrl_->absoluteString());
-        }
-        writer.key("download_progress");
-        writer.number(progress_);
-        for (const auto& [key, ids] :
-             {std::pair{"audio_ids", &audioIds_}, std::pair{"subtitles_ids", &subtitlesIds_}}) {
-            if (*ids) {
-                writer.key(key);
-                writer.beginArray();
-                for (const auto& id : **ids) {
-                    writer.string(id);
-                }
-                writer.endArray();
-            }
-        }
-        writer.key("min_bitrate");
-        writer.integer(minBitrate_);
-        writer.key("headers");
-        writer.beginObject();
-        for (const auto& [name, value] : headers_) {
-            writer.key(name);
-            writer.string(value);
-        }
-        writer.endObject();
-        writer.endObject();
-        if (!writer.ok()) {
-            return false;
-        }
-        encodedJson_ = std::move(encoded);
+        encodedIsCurrent_ = true;
     }
     text += *encodedJson_;
     return true;
 }
 
-std::optional<std::string> ZMOfflineDownload::encodeList(const List& downloads,
-                                                         std::size_t sizeHint) {
-    std::string text;
+bool ZMOfflineDownload::appendLastEncoded(std::string& text) const {
+    if (encodedJson_) {
+        text += *encodedJson_;
+    }
+    return false;
+}
+
+ZMOfflineDownload::EncodedList ZMOfflineDownload::encodeList(const List& downloads,
+                                                             std::size_t sizeHint) {
+    EncodedList encoded;
+    std::string& text = encoded.text;
     text.reserve(sizeHint);
     text += '[';
     for (const auto& download : downloads) {
-        if (text.size() > 1) {
+        const std::size_t before = text.size();
+        if (before > 1) {
             text += ',';
         }
+        const std::size_t start = text.size();
         if (!download->appendJson(text)) {
-            return std::nullopt;
+            encoded.unencodedIds.push_back(download->id());
+            if (text.size() == start) {
+                text.resize(before);  // nothing written: no separator either
+            }
         }
     }
     text += ']';
-    return text;
+    return encoded;
 }
 
 std::optional<ZMOfflineDownload::List> ZMOfflineDownload::decodeList(std::string_view text) {

@@ -96,20 +96,27 @@ public:
     // wrong type, or the state number is not a known state.
     static std::shared_ptr<ZMOfflineDownload> fromJson(const Json& object);
 
-    // Appends the JSON text of toJson() to `text`; false (and nothing appended) when it cannot
-    // be encoded. The text is kept until a field it holds changes, so saving a long list after
-    // one download moved on re-encodes only that download.
+    // Appends the JSON text of toJson() to `text` and returns true. The text is kept until a
+    // field it holds changes, so saving a long list after one download moved on re-encodes
+    // only that download. Values JSON cannot hold (a progress that is not a finite number,
+    // text that is not UTF-8) give false, and the text the download last had is appended
+    // instead (nothing when it never had one).
     bool appendJson(std::string& text) const;
 
-    // The JSON array text of a list; nothing when a download cannot be encoded (a progress that
-    // is not a finite number, text that is not UTF-8).
-    // `sizeHint` is the expected length (the previous text's, say).
-    static std::optional<std::string> encodeList(const List& downloads, std::size_t sizeHint = 0);
+    struct EncodedList {
+        std::string text;
+        // Downloads written with their last encodable values, or left out when they had none.
+        std::vector<std::string> unencodedIds;
+    };
+    // The JSON array text of a list; one download that cannot be encoded does not keep the
+    // others out. `sizeHint` is the expected length (the previous text's, say).
+    static EncodedList encodeList(const List& downloads, std::size_t sizeHint = 0);
     // The list in a JSON array text; nothing when the text or any download in it is unreadable.
     static std::optional<List> decodeList(std::string_view text);
 
 private:
-    Json jsonLocked() const;  // with mutex_ held
+    Json jsonLocked() const;                          // with mutex_ held
+    bool appendLastEncoded(std::string& text) const;  // with mutex_ held
 
     const std::string id_;
     const std::string title_;
@@ -130,8 +137,9 @@ private:
     std::shared_ptr<UrlAsset> offlineUrlAsset_;
     std::optional<std::string> bookmarkData_;
     std::shared_ptr<FPResourceLoaderDelegate> resourceLoader_;
-    // The JSON text of the current field values; empty after a change.
+    // The JSON text of the field values when they were last encoded; current until a change.
     mutable std::optional<std::string> encodedJson_;
+    mutable bool encodedIsCurrent_ = false;
 };
 
 }  // namespace zarvo

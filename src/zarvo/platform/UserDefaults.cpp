@@ -4,7 +4,6 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <string_view>
@@ -14,6 +13,7 @@
 #include <sqlite3.h>
 
 #include "zarvo/platform/AppDirectories.h"
+#include "zarvo/platform/Log.h"
 #include "zarvo/platform/SqliteDatabase.h"
 
 namespace zarvo {
@@ -311,8 +311,8 @@ private:
         if (result == SQLITE_DONE) {
             return true;
         }
-        std::fprintf(stderr, "UserDefaults: writing \"%s\" to %s failed: %s\n", key.c_str(),
-                     database_->path().c_str(), database_->lastErrorMessage().c_str());
+        logDiagnostic("UserDefaults", "writing \"" + key + "\" to " + database_->path().string() +
+                                          " failed: " + database_->lastErrorMessage());
         return false;
     }
 
@@ -395,8 +395,7 @@ std::shared_ptr<UserDefaults> UserDefaults::standard() {
         currentPath = path;
         currentFile = fileIdentity(path);
         if (!current->isAvailable()) {
-            std::fprintf(stderr, "UserDefaults: cannot open %s; values are not kept\n",
-                         path.c_str());
+            logDiagnostic("UserDefaults", "cannot open " + path.string() + "; values are not kept");
         }
     }
     return current;

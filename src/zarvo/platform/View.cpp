@@ -2,10 +2,11 @@
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
-#include <cstdio>
 #include <map>
 
 #include <glib-unix.h>
+
+#include "zarvo/platform/Log.h"
 
 namespace zarvo {
 
@@ -55,7 +56,8 @@ private:
         XSetErrorHandler([](Display* d, XErrorEvent* error) {
             char text[256] = {};
             XGetErrorText(d, error->error_code, text, sizeof text);
-            std::fprintf(stderr, "zarvo: X11 error: %s (request %d)\n", text, error->request_code);
+            logDiagnostic("View", std::string("X11 error: ") + text + " (request " +
+                                      std::to_string(error->request_code) + ")");
             return 0;
         });
         // Kept for the life of the process: windows may be made at any time.
