@@ -1,4 +1,5 @@
 #include <cctype>
+#include <chrono>
 #include <cstdlib>
 #include <regex>
 #include <signal.h>
@@ -6,6 +7,8 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+
+#include "zarvo/tracking/ZMTrackingSessionStorage.h"
 
 #include "TrackingTestSupport.h"
 #include "support/TempHome.h"
@@ -75,6 +78,36 @@ TEST_F(TrackingRestoreTest, InitialisedSessionsSendTheirEventsOthersAreRemovedUn
     EXPECT_EQ(server.requests().size(), 1u);
     EXPECT_TRUE(std::filesystem::exists(test::sessionFile(later)));
     EXPECT_EQ(manager.storedSessionsIds(), expected);
+}
+
+TEST_F(TrackingRestoreTest, ASaveUnderWayElsewhereSurvivesARestoreAndAFailedSaveIsRetried) {
+    namespace fs = std::filesystem;
+    const fs::path saving = ZMTrackingSessionStorageUrls::savingDirectory();
+    const fs::path underWay = saving / (Uuid().uuidString() + ".tmp-99999-0");
+    const fs::path leftover = saving / (Uuid().uuidString() + ".tmp-99998-0");
+    test::writeText(underWay, "{\"storageFileVersion\":");
+    test::writeText(leftover, "{");
+    fs::last_write_time(leftover, fs::file_time_type::clock::now() - std::chrono::minutes(10));
+    ZMTrackingSessionsRestoreManager().restoreSessionsIfNotRestored();
+    EXPECT_TRUE(fs::exists(underWay));
+    EXPECT_FALSE(fs::exists(leftover));
+
+    // A save that cannot be written is kept as the last error and done by the next one.
+    ZMTrackingSessionStorage storage(
+        Uuid(), ZMTrackingSessionStorageData(test::sampleDevice(), test::sampleContent("e")));
+    fs::remove_all(saving);
+    test::writeText(saving, "a file where the folder belongs");
+    EXPECT_FALSE(storage.save());
+    EXPECT_TRUE(storage.lastError());
+    EXPECT_FALSE(fs::exists(test::sessionFile(storage.sessionLocalId())));
+    fs::remove(saving);
+    storage.storageData.sessionState = StorageState::initialized;
+    EXPECT_TRUE(storage.save());
+    EXPECT_FALSE(storage.lastError());
+    auto stored = test::readSessionFile(test::sessionFile(storage.sessionLocalId()));
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(stored->sessionState, StorageState::initialized);
+    EXPECT_TRUE(fs::is_empty(saving));
 }
 
 TEST_F(TrackingRestoreTest, AFailedBeaconLeavesTheFileForTheNextRun) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <system_error>
+
 #include "zarvo/platform/Uuid.h"
 #include "zarvo/tracking/ZMTrackingSessionStorageData.h"
 #include "zarvo/tracking/ZMTrackingSessionStorageMechanism.h"
@@ -15,8 +17,14 @@ public:
 
     const Uuid& sessionLocalId() const { return mechanism_.sessionLocalId(); }
 
-    // Writes storageData to the file; false when it could not be written.
-    bool save() const { return mechanism_.save(storageData); }
+    // Writes storageData to the file; false when it could not be written. A failed save
+    // stays in lastError() until a later one succeeds: every change writes the whole data,
+    // so the next change retries it.
+    bool save() const {
+        lastError_ = mechanism_.save(storageData);
+        return !lastError_;
+    }
+    const std::error_code& lastError() const { return lastError_; }
     bool remove() const { return mechanism_.remove(); }
     const ZMTrackingSessionStorageMechanism& mechanism() const { return mechanism_; }
 
@@ -24,6 +32,7 @@ public:
 
 private:
     ZMTrackingSessionStorageMechanism mechanism_;
+    mutable std::error_code lastError_;
 };
 
 }  // namespace zarvo

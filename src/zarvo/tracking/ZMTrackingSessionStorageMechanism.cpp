@@ -13,25 +13,33 @@
 namespace zarvo {
 namespace {
 
-bool writeAll(int fd, const std::string& text) {
+// The error of the last failed system call.
+std::error_code lastSystemError() {
+    return {errno, std::generic_category()};
+}
+
+std::error_code writeAll(int fd, const std::string& text) {
     std::size_t written = 0;
     while (written < text.size()) {
         ssize_t count = ::write(fd, text.data() + written, text.size() - written);
         if (count < 0 && errno == EINTR) {
             continue;
         }
-        if (count <= 0) {
-            return false;
+        if (count < 0) {
+            return lastSystemError();
+        }
+        if (count == 0) {
+            return std::make_error_code(std::errc::no_space_on_device);
         }
         written += static_cast<std::size_t>(count);
     }
-    return true;
+    return {};
 }
 
-// A name no other writer uses; a leftover one is not UUID text, so restore clears it away.
+// A name no other writer uses: the process id and a counter of this process.
 std::string temporaryName(const std::string& finalName) {
     static std::atomic<unsigned long> counter{0};
-    return "." + finalName + ".tmp-" + std::to_string(::getpid()) + "-" +
+    return finalName + ".tmp-" + std::to_string(::getpid()) + "-" +
            std::to_string(counter.fetch_add(1));
 }
 
@@ -41,42 +49,52 @@ std::filesystem::path ZMTrackingSessionStorageMechanism::fileUrl() const {
     return ZMTrackingSessionStorageUrls::directory() / sessionLocalId_.uuidString();
 }
 
-bool ZMTrackingSessionStorageMechanism::save(const ZMTrackingSessionStorageData& data) const {
+std::error_code ZMTrackingSessionStorageMechanism::save(
+    const ZMTrackingSessionStorageData& data) const {
     std::string text;
     try {
         text = data.encode();
     } catch (const std::exception&) {
-        return false;
+        return std::make_error_code(std::errc::invalid_argument);
     }
     std::filesystem::path target = fileUrl();
-    std::error_code ignored;
-    std::filesystem::create_directories(target.parent_path(), ignored);
-    std::filesystem::path temporary =
-        target.parent_path() / temporaryName(target.filename().string());
+    std::filesystem::path saving = ZMTrackingSessionStorageUrls::savingDirectory();
+    std::error_code error;
+    std::filesystem::create_directories(target.parent_path(), error);
+    if (!error) {
+        std::filesystem::create_directories(saving, error);
+    }
+    if (error) {
+        return error;
+    }
+    std::filesystem::path temporary = saving / temporaryName(target.filename().string());
 
     int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0) {
-        return false;
+        return lastSystemError();
     }
     // No fsync: the file is rewritten on every event, and the atomic swap below already
     // keeps a killed process from leaving a torn file.
-    bool written = writeAll(fd, text);
-    written = ::close(fd) == 0 && written;
-    if (!written) {
+    error = writeAll(fd, text);
+    if (::close(fd) != 0 && !error) {
+        error = lastSystemError();
+    }
+    if (error) {
         ::unlink(temporary.c_str());
-        return false;
+        return error;
     }
     // Swapping the two names and dropping the old content is atomic like a rename over the
     // old file, and much cheaper on ext4, which flushes a file renamed over another one.
     if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) == 0) {
         ::unlink(temporary.c_str());
-        return true;
+        return {};
     }
     if (::rename(temporary.c_str(), target.c_str()) != 0) {
+        error = lastSystemError();
         ::unlink(temporary.c_str());
-        return false;
+        return error;
     }
-    return true;
+    return {};
 }
 
 bool ZMTrackingSessionStorageMechanism::remove() const {

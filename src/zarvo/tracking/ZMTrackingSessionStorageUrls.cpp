@@ -8,4 +8,8 @@ std::filesystem::path ZMTrackingSessionStorageUrls::directory() {
     return AppDirectories::caches() / "TrackingSessions";
 }
 
+std::filesystem::path ZMTrackingSessionStorageUrls::savingDirectory() {
+    return AppDirectories::caches() / "TrackingSessions.saving";
+}
+
 }  // namespace zarvo

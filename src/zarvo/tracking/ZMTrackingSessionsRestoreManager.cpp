@@ -1,6 +1,7 @@
 #include "zarvo/tracking/ZMTrackingSessionsRestoreManager.h"
 
 #include <algorithm>
+#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -23,6 +24,24 @@ std::int64_t restoredSessionDuration(const std::vector<ZMInternalTrackingEvent>&
     return duration;
 }
 
+// Temporary files that saves of a killed process left behind. A younger file may belong to a
+// save under way in another process, so it is left alone.
+void clearOldSavingLeftovers() {
+    constexpr auto leftoverAge = std::chrono::minutes(5);
+    const auto now = std::filesystem::file_time_type::clock::now();
+    std::error_code error;
+    for (std::filesystem::directory_iterator
+             it(ZMTrackingSessionStorageUrls::savingDirectory(), error),
+         end;
+         !error && it != end; it.increment(error)) {
+        std::error_code ignored;
+        auto written = it->last_write_time(ignored);
+        if (!ignored && now - written > leftoverAge) {
+            std::filesystem::remove(it->path(), ignored);
+        }
+    }
+}
+
 }  // namespace
 
 std::shared_ptr<ZMTrackingSessionsRestoreManager>
@@ -37,6 +56,7 @@ void ZMTrackingSessionsRestoreManager::restoreSessionsIfNotRestored() {
         return;
     }
     wasRestoreCalled_ = true;
+    clearOldSavingLeftovers();
 
     std::error_code error;
     std::vector<std::filesystem::path> files;
