@@ -118,8 +118,27 @@ void BM_DownloadVodAgainstFfmpegAndCurl(benchmark::State& state) {
 }
 BENCHMARK(BM_DownloadVodAgainstFfmpegAndCurl)->Iterations(5)->Unit(benchmark::kMillisecond);
 
+// The service alone in a fresh process: loads the asset and downloads every rendition into
+// `home`, as `zmplay download` does; what both pay to start a process cancels out.
+int downloadOnceInThisProcess(const std::string& master, const fs::path& home) {
+    zarvo::AppDirectories::setHome(home);
+    auto delegate = std::make_shared<Done>();
+    auto session = zarvo::AssetDownloadUrlSession::make(
+        zarvo::UrlSessionConfiguration::background("Once"), delegate, zarvo::DispatchQueue::main());
+    auto asset = zarvo::UrlAsset::make(*zarvo::Url::parse(master));
+    bool loaded = false;
+    asset->loadMediaSelections(zarvo::DispatchQueue::main(), [&](auto) { loaded = true; });
+    zarvo::RunLoop::main().runUntil([&] { return loaded; });
+    auto task = session->makeAggregateAssetDownloadTask(asset, asset->allMediaSelections(), "Once",
+                                                        std::nullopt, {});
+    task->resume();
+    zarvo::RunLoop::main().runUntil([&] { return delegate->ended; }, std::chrono::seconds(60));
+    return delegate->ended && !delegate->failed ? 0 : 1;
+}
+
 // Milliseconds from the end of one queued download to its successor's first progress, and
-// `zmplay download` of the sample VOD as a whole process against the service's own time.
+// `zmplay download` of the sample VOD as a whole process against the service's own time, in
+// this process and alone in a fresh one.
 struct QueueEvents : zarvo::ZMOfflineManagerDelegate {
     using Download = std::shared_ptr<zarvo::ZMOfflineDownload>;
     void offlineManagerDidUpdate(zarvo::ZMOfflineManagerProtocol&, const Download& d) override {
@@ -160,7 +179,8 @@ void BM_QueuedStartAndZmplayDownload(benchmark::State& state) {
     const std::string master = origin.url("/vod/master.m3u8");
     const fs::path zmplay =
         fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "bin" / "zmplay";
-    double gap = 0, service = 0, tool = 0;
+    const fs::path self = fs::read_symlink("/proc/self/exe");
+    double gap = 0, service = 0, serviceProcess = 0, tool = 0;
     int round = 0;
     for (auto _ : state) {
         const fs::path home = work / std::to_string(round++);
@@ -187,12 +207,16 @@ void BM_QueuedStartAndZmplayDownload(benchmark::State& state) {
         service += std::chrono::duration<double>(*events->finishedAt - start).count();
         tool += secondsOf("ZM_HOME=" + (home / "tool").string() + " " + zmplay.string() +
                           " download " + master + " >/dev/null 2>&1");
+        serviceProcess += secondsOf(self.string() + " --download-once " + master + " " +
+                                    (home / "service").string());
     }
     const auto n = static_cast<double>(state.iterations());
     state.counters["ms_queued_start"] = gap / n * 1000;
     state.counters["s_service"] = service / n;
     state.counters["s_zmplay_download"] = tool / n;
     state.counters["zmplay_vs_service"] = service > 0 ? tool / service : 0;
+    state.counters["s_service_process"] = serviceProcess / n;
+    state.counters["zmplay_vs_service_process"] = serviceProcess > 0 ? tool / serviceProcess : 0;
     zarvo::AppDirectories::resetHome();
     fs::remove_all(work);
 }
@@ -200,4 +224,12 @@ BENCHMARK(BM_QueuedStartAndZmplayDownload)->Iterations(5)->Unit(benchmark::kMill
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    if (argc == 4 && std::string(argv[1]) == "--download-once") {
+        return downloadOnceInThisProcess(argv[2], argv[3]);
+    }
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
