@@ -39,7 +39,7 @@ std::optional<Data> Base64::decode(std::string_view text) {
     gsize length = 0;
     std::unique_ptr<guchar, GFreeDeleter> bytes(
         g_base64_decode(std::string(text).c_str(), &length));
-    return Data(reinterpret_cast<const char*>(bytes.get()), length);
+    return length == 0 ? Data() : Data(reinterpret_cast<const char*>(bytes.get()), length);
 }
 
 }  // namespace zarvo
