@@ -3,16 +3,14 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <filesystem>
 #include <list>
-#include <netinet/in.h>
 #include <string>
-#include <sys/socket.h>
 #include <thread>
 
 #include <httplib.h>
 
-#include "zarvo/platform/HttpHeaderName.h"
+#include "zarvo/platform/AsciiText.h"
+#include "zarvo/platform/TcpConnections.h"
 
 namespace zarvo::test {
 namespace {
@@ -68,37 +66,6 @@ private:
     std::list<Worker> workers_;
 };
 
-int portOf(const sockaddr_in& address) {
-    return ntohs(address.sin_port);
-}
-
-// httplib does not hand its sockets out, so a connection's descriptor is found by its two
-// ports and shut down: the client sees the connection end without an answer. Without a
-// remote port, every connection accepted on the local port is shut down.
-void shutDownConnections(int localPort, std::optional<int> remotePort) {
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
-        int fd = -1;
-        try {
-            fd = std::stoi(entry.path().filename().string());
-        } catch (const std::exception&) {
-            continue;
-        }
-        sockaddr_in local{};
-        sockaddr_in peer{};
-        socklen_t localLength = sizeof local;
-        socklen_t peerLength = sizeof peer;
-        if (::getsockname(fd, reinterpret_cast<sockaddr*>(&local), &localLength) != 0 ||
-            ::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 ||
-            local.sin_family != AF_INET) {
-            continue;
-        }
-        if (portOf(local) == localPort && (!remotePort || portOf(peer) == *remotePort)) {
-            ::shutdown(fd, SHUT_RDWR);
-        }
-    }
-}
-
 }  // namespace
 
 struct TestHttpServer::Impl {
@@ -144,7 +111,7 @@ void TestHttpServer::Impl::handle(const httplib::Request& in, httplib::Response&
         wait(response.delaySeconds);
     }
     if (response.dropConnection) {
-        shutDownConnections(in.local_port, in.remote_port);
+        TcpConnections::shutDown(in.local_port, in.remote_port);
         return;
     }
     out.status = response.status;
@@ -156,7 +123,7 @@ void TestHttpServer::Impl::handle(const httplib::Request& in, httplib::Response&
     }
     bool hasContentType = false;
     for (const auto& [name, value] : response.headers) {
-        hasContentType = hasContentType || headerNamesEqual(name, "Content-Type");
+        hasContentType = hasContentType || ascii::equalsIgnoringCase(name, "Content-Type");
         out.headers.emplace(name, value);
     }
     out.body = std::move(response.body);
@@ -172,7 +139,7 @@ void TestHttpServer::Impl::wait(double seconds) {
 
 std::optional<std::string> TestHttpServer::Request::header(const std::string& name) const {
     for (const auto& [key, value] : headers) {
-        if (headerNamesEqual(key, name)) {
+        if (ascii::equalsIgnoringCase(key, name)) {
             return value;
         }
     }
@@ -236,7 +203,7 @@ TestHttpServer::~TestHttpServer() {
     impl_->stopSignal.notify_all();
     impl_->server.stop();
     // Connections idling in keep-alive would otherwise hold the server until their time-out.
-    shutDownConnections(impl_->port, std::nullopt);
+    TcpConnections::shutDown(impl_->port);
     if (impl_->listener.joinable()) {
         impl_->listener.join();
     }

@@ -1,14 +1,14 @@
 #include "origin/ContentGenerator.h"
 
 #include <cstdio>
-#include <fcntl.h>
 #include <fstream>
 #include <sstream>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
+#include <glib.h>
+
 #include "zarvo/platform/DataFile.h"
+#include "zarvo/platform/GlibMemory.h"
 
 #include "origin/SampleContent.h"
 #include "origin/SegmentList.h"
@@ -49,40 +49,31 @@ std::string tail(const fs::path& file, std::size_t bytes) {
     return text.size() > bytes ? text.substr(text.size() - bytes) : text;
 }
 
-// Runs a tool with its output going to `log`; an error when it cannot start or fails.
+// Runs a tool with its output appended to `log`; an error when it cannot start or fails.
 std::optional<Error> run(const std::vector<std::string>& args, const fs::path& log) {
     std::vector<char*> argv;
     for (const auto& arg : args) {
         argv.push_back(const_cast<char*>(arg.c_str()));
     }
     argv.push_back(nullptr);
-    const pid_t pid = fork();
-    if (pid < 0) {
-        return failure("Cannot start " + args[0] + ".");
-    }
-    if (pid == 0) {
-        const int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-        const int devnull = open("/dev/null", O_RDONLY);
-        if (fd >= 0) {
-            dup2(fd, STDOUT_FILENO);
-            dup2(fd, STDERR_FILENO);
+    gchar* out = nullptr;
+    gchar* err = nullptr;
+    gint status = 0;
+    GError* spawnError = nullptr;
+    const bool ran = g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr,
+                                  nullptr, &out, &err, &status, &spawnError);
+    const GCharPtr output(out);
+    const GCharPtr errors(err);
+    const GErrorPtr error(spawnError);
+    if (!ran) {
+        if (g_error_matches(error.get(), G_SPAWN_ERROR, G_SPAWN_ERROR_NOENT)) {
+            return failure(args[0] + " is not installed (install the ffmpeg package).");
         }
-        if (devnull >= 0) {
-            dup2(devnull, STDIN_FILENO);
-        }
-        execvp(argv[0], argv.data());
-        _exit(127);
+        return failure("Cannot start " + args[0] + ": " + error->message);
     }
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) {
-            return failure("Lost track of " + args[0] + ".");
-        }
-    }
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 127) {
-        return failure(args[0] + " is not installed (install the ffmpeg package).");
-    }
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    std::ofstream(log, std::ios::binary | std::ios::app)
+        << (output ? output.get() : "") << (errors ? errors.get() : "");
+    if (!g_spawn_check_wait_status(status, nullptr)) {
         return failure(args[0] + " failed: " + tail(log, 600));
     }
     return std::nullopt;

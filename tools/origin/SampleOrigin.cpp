@@ -1,23 +1,20 @@
 #include "origin/SampleOrigin.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <atomic>
 #include <charconv>
 #include <condition_variable>
 #include <csignal>
-#include <dirent.h>
 #include <fstream>
 #include <map>
-#include <netinet/in.h>
 #include <sstream>
-#include <sys/socket.h>
 #include <thread>
 
 #include <httplib.h>
 
 #include "zarvo/platform/DataFile.h"
 #include "zarvo/platform/Scheduler.h"
+#include "zarvo/platform/TcpConnections.h"
 
 #include "origin/LicenseServer.h"
 #include "origin/SegmentList.h"
@@ -63,33 +60,6 @@ std::optional<long long> integerParameter(const httplib::Request& request, const
         return std::nullopt;
     }
     return value;
-}
-
-// Closes the TCP connection of a request without an answer: finds the socket whose local
-// and peer ports match and shuts it down; httplib then fails its write and drops it.
-void dropConnection(int localPort, int remotePort) {
-    DIR* fds = opendir("/proc/self/fd");
-    if (!fds) {
-        return;
-    }
-    while (dirent* entry = readdir(fds)) {
-        const int fd = std::atoi(entry->d_name);
-        if (fd <= 2 || fd == dirfd(fds)) {
-            continue;
-        }
-        sockaddr_in local{};
-        sockaddr_in peer{};
-        socklen_t localLength = sizeof local;
-        socklen_t peerLength = sizeof peer;
-        if (getsockname(fd, reinterpret_cast<sockaddr*>(&local), &localLength) != 0 ||
-            local.sin_family != AF_INET || ntohs(local.sin_port) != localPort ||
-            getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 ||
-            ntohs(peer.sin_port) != remotePort) {
-            continue;
-        }
-        shutdown(fd, SHUT_RDWR);
-    }
-    closedir(fds);
 }
 
 }  // namespace
@@ -257,11 +227,11 @@ struct SampleOrigin::Impl {
                     return httplib::Server::HandlerResponse::Unhandled;
                 }
                 if (currentFault->delaySeconds > 0 && !pause(currentFault->delaySeconds)) {
-                    dropConnection(port, request.remote_port);
+                    TcpConnections::shutDown(port, request.remote_port);
                     return httplib::Server::HandlerResponse::Handled;
                 }
                 if (currentFault->dropConnection) {
-                    dropConnection(port, request.remote_port);
+                    TcpConnections::shutDown(port, request.remote_port);
                     response.status = 500;
                     return httplib::Server::HandlerResponse::Handled;
                 }

@@ -1,19 +1,14 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
 #include <string_view>
+
+#include "zarvo/platform/Utf8.h"
 
 namespace zarvo::utf8 {
 
 // Text helpers for the line readers and the playlist patterns. Texts handed to the
 // functions that take "valid" text must be well-formed UTF-8.
-
-// True when `text` is well-formed UTF-8.
-bool isValid(std::string_view text);
-
-// `text` with every ill-formed sequence replaced by U+FFFD REPLACEMENT CHARACTER.
-std::string repaired(std::string_view text);
 
 struct CodePoint {
     char32_t value;

@@ -5,6 +5,8 @@
 
 #include <gst/gst.h>
 
+#include "zarvo/platform/GlibMemory.h"
+
 namespace zarvo {
 
 // Owning references to GStreamer objects: one unref per reference taken.
@@ -38,19 +40,5 @@ struct GstMiniObjectUnref {
 };
 using GstMessageRef = std::unique_ptr<GstMessage, GstMiniObjectUnref>;
 using GstQueryRef = std::unique_ptr<GstQuery, GstMiniObjectUnref>;
-
-struct GFreeDeleter {
-    void operator()(gpointer memory) const { g_free(memory); }
-};
-using GCharPtr = std::unique_ptr<gchar, GFreeDeleter>;
-
-struct GErrorDeleter {
-    void operator()(GError* error) const {
-        if (error != nullptr) {
-            g_error_free(error);
-        }
-    }
-};
-using GErrorPtr = std::unique_ptr<GError, GErrorDeleter>;
 
 }  // namespace zarvo

@@ -8,6 +8,7 @@
 
 #include "zarvo/platform/AppDirectories.h"
 #include "zarvo/platform/FatalError.h"
+#include "zarvo/platform/UrlParts.h"
 
 namespace zarvo {
 namespace {
@@ -15,26 +16,11 @@ namespace {
 namespace fs = std::filesystem;
 
 // The text of `path` made a valid relative URL reference: bytes outside the path characters
-// of RFC 3986 (and "%", "?", "#", ":") are percent-encoded, "/" is kept.
+// of RFC 3986 are percent-encoded, and so is ":", which would make the first segment read as
+// a scheme; "/" is kept.
 std::string percentEncodedPath(std::string_view path) {
-    static constexpr char hex[] = "0123456789ABCDEF";
-    std::string encoded;
-    encoded.reserve(path.size());
-    for (unsigned char c : path) {
-        bool alphanumeric =
-            (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-        bool plain =
-            alphanumeric || std::string_view("-._~!$&'()*+,;=@/").find(static_cast<char>(c)) !=
-                                std::string_view::npos;
-        if (plain) {
-            encoded += static_cast<char>(c);
-        } else {
-            encoded += '%';
-            encoded += hex[c >> 4];
-            encoded += hex[c & 0x0F];
-        }
-    }
-    return encoded;
+    return url::percentEncode(
+        path, [](unsigned char c) { return c != ':' && (url::isPathChar(c) || c == '/'); });
 }
 
 // The key directory's name for an id: the id itself, unless it could name anything but one
@@ -42,17 +28,8 @@ std::string percentEncodedPath(std::string_view path) {
 std::string keyDirectoryName(const std::string& id) {
     if (id.empty() || id == "." || id == ".." || id.find('/') != std::string::npos ||
         id.find('\0') != std::string::npos) {
-        std::string name;
-        for (unsigned char c : id) {
-            if (c == '/' || c == '%' || c == '.' || c == '\0') {
-                static constexpr char hex[] = "0123456789ABCDEF";
-                name += '%';
-                name += hex[c >> 4];
-                name += hex[c & 0x0F];
-            } else {
-                name += static_cast<char>(c);
-            }
-        }
+        std::string name = url::percentEncode(
+            id, [](unsigned char c) { return c != '/' && c != '%' && c != '.' && c != '\0'; });
         return name.empty() ? "%00" : name;
     }
     return id;

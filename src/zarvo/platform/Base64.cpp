@@ -1,95 +1,45 @@
 #include "zarvo/platform/Base64.h"
 
-#include <array>
+#include <algorithm>
+
+#include "zarvo/platform/GlibMemory.h"
 
 namespace zarvo {
 
 namespace {
 
-constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-constexpr std::array<int, 256> makeDecodeTable() {
-    std::array<int, 256> table{};
-    for (int& entry : table) {
-        entry = -1;
-    }
-    for (int i = 0; i < 64; ++i) {
-        table[static_cast<unsigned char>(alphabet[i])] = i;
-    }
-    return table;
+bool isAlphabet(char c) {
+    return g_ascii_isalnum(c) || c == '+' || c == '/';
 }
 
-constexpr std::array<int, 256> decodeTable = makeDecodeTable();
+// GLib's decoder skips whatever is not in the alphabet, so the shape is checked first: whole
+// groups of four, padding only at the very end.
+bool isWellFormed(std::string_view text) {
+    if (text.size() % 4 != 0) {
+        return false;
+    }
+    std::string_view digits = text;
+    for (int i = 0; i < 2 && digits.ends_with('='); ++i) {
+        digits.remove_suffix(1);
+    }
+    return std::all_of(digits.begin(), digits.end(), isAlphabet);
+}
 
 }  // namespace
 
 std::string Base64::encode(std::string_view bytes) {
-    std::string out;
-    out.reserve((bytes.size() + 2) / 3 * 4);
-    std::size_t i = 0;
-    auto at = [&](std::size_t index) {
-        return static_cast<unsigned char>(bytes[index]);
-    };
-    for (; i + 3 <= bytes.size(); i += 3) {
-        unsigned value = (at(i) << 16) | (at(i + 1) << 8) | at(i + 2);
-        out.push_back(alphabet[(value >> 18) & 63]);
-        out.push_back(alphabet[(value >> 12) & 63]);
-        out.push_back(alphabet[(value >> 6) & 63]);
-        out.push_back(alphabet[value & 63]);
-    }
-    std::size_t left = bytes.size() - i;
-    if (left == 1) {
-        unsigned value = at(i) << 16;
-        out.push_back(alphabet[(value >> 18) & 63]);
-        out.push_back(alphabet[(value >> 12) & 63]);
-        out += "==";
-    } else if (left == 2) {
-        unsigned value = (at(i) << 16) | (at(i + 1) << 8);
-        out.push_back(alphabet[(value >> 18) & 63]);
-        out.push_back(alphabet[(value >> 12) & 63]);
-        out.push_back(alphabet[(value >> 6) & 63]);
-        out.push_back('=');
-    }
-    return out;
+    GCharPtr text(g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size()));
+    return text.get();
 }
 
 std::optional<Data> Base64::decode(std::string_view text) {
-    if (text.size() % 4 != 0) {
+    if (!isWellFormed(text)) {
         return std::nullopt;
     }
-    std::size_t padding = 0;
-    if (text.ends_with("==")) {
-        padding = 2;
-    } else if (text.ends_with('=')) {
-        padding = 1;
-    }
-    Data out;
-    out.reserve(text.size() / 4 * 3);
-    for (std::size_t i = 0; i < text.size(); i += 4) {
-        const bool last = i + 4 == text.size();
-        unsigned value = 0;
-        for (std::size_t j = 0; j < 4; ++j) {
-            char c = text[i + j];
-            int digit = 0;
-            if (last && j >= 4 - padding) {
-                digit = 0;  // the padding itself
-            } else {
-                digit = decodeTable[static_cast<unsigned char>(c)];
-                if (digit < 0) {
-                    return std::nullopt;
-                }
-            }
-            value = (value << 6) | static_cast<unsigned>(digit);
-        }
-        out.push_back(static_cast<char>((value >> 16) & 0xFF));
-        if (!last || padding < 2) {
-            out.push_back(static_cast<char>((value >> 8) & 0xFF));
-        }
-        if (!last || padding < 1) {
-            out.push_back(static_cast<char>(value & 0xFF));
-        }
-    }
-    return out;
+    gsize length = 0;
+    std::unique_ptr<guchar, GFreeDeleter> bytes(
+        g_base64_decode(std::string(text).c_str(), &length));
+    return length == 0 ? Data() : Data(reinterpret_cast<const char*>(bytes.get()), length);
 }
 
 }  // namespace zarvo

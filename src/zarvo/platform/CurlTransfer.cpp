@@ -4,7 +4,7 @@
 #include <charconv>
 #include <cmath>
 
-#include "zarvo/platform/HttpHeaderName.h"
+#include "zarvo/platform/AsciiText.h"
 
 namespace zarvo {
 namespace {
@@ -15,10 +15,6 @@ constexpr long maximumRedirects = 16;
 // network thread and reader wake-ups per byte (curl still hands the bytes over in pieces of
 // 16 KiB). A paused transfer holds up to this much in curl besides the stream's own limit.
 constexpr long streamReceiveBufferSize = 512 * 1024;
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-    return headerNamesEqual(a, b);
-}
 
 bool isValidHeaderName(const std::string& name) {
     if (name.empty()) {
@@ -33,19 +29,6 @@ std::string singleLine(std::string value) {
     std::replace_if(
         value.begin(), value.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
     return value;
-}
-
-std::string trimmed(std::string_view text) {
-    auto isSpace = [](char c) {
-        return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-    };
-    while (!text.empty() && isSpace(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isSpace(text.back())) {
-        text.remove_suffix(1);
-    }
-    return std::string(text);
 }
 
 // The time-out without progress: the request's own unless it kept the default, then the
@@ -216,14 +199,14 @@ bool CurlTransfer::configure(const UrlRequest& request,
     }
 
     const std::string& method = request.httpMethod;
-    if (equalsIgnoringCase(method, "HEAD")) {
+    if (ascii::equalsIgnoringCase(method, "HEAD")) {
         set(CURLOPT_NOBODY, 1L);
-    } else if (equalsIgnoringCase(method, "POST")) {
+    } else if (ascii::equalsIgnoringCase(method, "POST")) {
         requestBody_ = request.httpBody.value_or(Data());
         set(CURLOPT_POST, 1L);
         set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(requestBody_.size()));
         set(CURLOPT_POSTFIELDS, requestBody_.data());
-    } else if (!method.empty() && !equalsIgnoringCase(method, "GET")) {
+    } else if (!method.empty() && !ascii::equalsIgnoringCase(method, "GET")) {
         set(CURLOPT_CUSTOMREQUEST, method.c_str());
         if (request.httpBody) {
             requestBody_ = *request.httpBody;
@@ -287,31 +270,11 @@ bool CurlTransfer::configure(const UrlRequest& request,
 
 size_t CurlTransfer::onHeader(char* data, size_t size, size_t count, void* self) {
     auto* transfer = static_cast<CurlTransfer*>(self);
-    size_t length = size * count;
     transfer->markProgress();
-    std::string_view line(data, length);
-    if (line.starts_with("HTTP/")) {
-        // A new response (a redirect's target, or the answer after "100 Continue"): only the
-        // last one's headers are kept.
-        transfer->responseHeaders_.clear();
+    if (std::string_view(data, size * count).starts_with("HTTP/")) {
         transfer->sawStatusLine_ = true;
-        return length;
     }
-    std::string text = trimmed(line);
-    if (text.empty()) {
-        return length;
-    }
-    if ((line.front() == ' ' || line.front() == '\t') && !transfer->responseHeaders_.empty()) {
-        transfer->responseHeaders_.back().second += " " + text;  // a folded continuation line
-        return length;
-    }
-    auto colon = text.find(':');
-    if (colon == std::string::npos) {
-        return length;
-    }
-    transfer->responseHeaders_.emplace_back(trimmed(std::string_view(text).substr(0, colon)),
-                                            trimmed(std::string_view(text).substr(colon + 1)));
-    return length;
+    return size * count;
 }
 
 size_t CurlTransfer::onBody(char* data, size_t size, size_t count, void* self) {
@@ -377,15 +340,11 @@ bool CurlTransfer::isFinalHead() const {
     if (status < 200) {
         return false;
     }
-    if (status >= 300 && status < 400) {
-        // curl follows every 3xx that names a non-empty Location.
-        for (const auto& [name, value] : responseHeaders_) {
-            if (headerNamesEqual(name, "Location") && !value.empty()) {
-                return false;
-            }
-        }
-    }
-    return true;
+    // curl follows every 3xx that names a non-empty Location.
+    curl_header* location = nullptr;
+    return status >= 400 || status < 300 ||
+           curl_easy_header(easy_.get(), "Location", 0, CURLH_HEADER, -1, &location) != CURLHE_OK ||
+           *location->value == '\0';
 }
 
 void CurlTransfer::publishHead() {
@@ -422,11 +381,18 @@ std::optional<HttpUrlResponse> CurlTransfer::takeResponse() {
     if (effective != nullptr && url_.absoluteString() != effective) {
         finalUrl = Url::parse(effective);
     }
-    HttpUrlResponse response{finalUrl.value_or(url_), static_cast<int>(status),
-                             std::move(responseHeaders_), -1};
+    // The headers of the last response: not those of redirects or of interim 1xx answers.
+    std::vector<std::pair<std::string, std::string>> headers;
+    for (curl_header* header = nullptr;
+         (header = curl_easy_nextheader(h, CURLH_HEADER, -1, header)) != nullptr;) {
+        headers.emplace_back(ascii::trimmed(header->name), header->value);
+    }
+    HttpUrlResponse response{finalUrl.value_or(url_), static_cast<int>(status), std::move(headers),
+                             -1};
     // A Content-Length counts encoded bytes; the body is handed over decoded.
     auto encoding = response.value("Content-Encoding");
-    bool encoded = encoding && !encoding->empty() && !headerNamesEqual(*encoding, "identity");
+    bool encoded =
+        encoding && !encoding->empty() && !ascii::equalsIgnoringCase(*encoding, "identity");
     auto length = response.value("Content-Length");
     if (length && !encoded) {
         long long parsed = -1;

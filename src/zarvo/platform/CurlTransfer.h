@@ -162,7 +162,6 @@ private:
     bool sawStatusLine_ = false;
 
     Data body_;
-    std::vector<std::pair<std::string, std::string>> responseHeaders_;
     std::string errorBuffer_ = std::string(CURL_ERROR_SIZE, '\0');
     Finish finish_;
 

@@ -3,69 +3,33 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <memory>
 #include <string_view>
 #include <time.h>
+
+#include <glib.h>
 
 namespace zarvo {
 namespace {
 
 using namespace std::chrono;
 
-// Reads exactly `count` decimal digits at `pos`.
-bool readDigits(std::string_view text, std::size_t& pos, int count, int& value) {
-    if (pos + count > text.size()) {
+// GLib also takes week dates, ordinal dates and forms without separators; only
+// "YYYY-MM-DD", 'T' (or 't' or ' ') and "hh:mm:ss" start a date-time here.
+bool hasExtendedDateAndTime(std::string_view text) {
+    constexpr std::string_view shape = "0000-00-00T00:00:00";
+    if (text.size() < shape.size()) {
         return false;
     }
-    value = 0;
-    for (int i = 0; i < count; ++i) {
-        char c = text[pos + i];
-        if (c < '0' || c > '9') {
-            return false;
-        }
-        value = value * 10 + (c - '0');
-    }
-    pos += count;
-    return true;
-}
-
-bool expect(std::string_view text, std::size_t& pos, char c) {
-    if (pos < text.size() && text[pos] == c) {
-        ++pos;
-        return true;
-    }
-    return false;
-}
-
-// Reads "Z", "+hh:mm", "+hhmm" or "+hh" (or '-'); no zone at all means UTC.
-bool readZoneOffset(std::string_view text, std::size_t& pos, int& offsetSeconds) {
-    offsetSeconds = 0;
-    if (pos == text.size()) {
-        return true;
-    }
-    if (text[pos] == 'Z' || text[pos] == 'z') {
-        ++pos;
-        return true;
-    }
-    if (text[pos] != '+' && text[pos] != '-') {
-        return false;
-    }
-    const int sign = text[pos] == '-' ? -1 : 1;
-    ++pos;
-    int hours = 0;
-    int minutes = 0;
-    if (!readDigits(text, pos, 2, hours)) {
-        return false;
-    }
-    if (pos < text.size()) {
-        expect(text, pos, ':');
-        if (!readDigits(text, pos, 2, minutes)) {
+    for (std::size_t i = 0; i < shape.size(); ++i) {
+        const char c = text[i];
+        const bool fits = shape[i] == '0'   ? g_ascii_isdigit(c)
+                          : shape[i] == 'T' ? (c == 'T' || c == 't' || c == ' ')
+                                            : c == shape[i];
+        if (!fits) {
             return false;
         }
     }
-    if (hours > 23 || minutes > 59) {
-        return false;
-    }
-    offsetSeconds = sign * (hours * 3600 + minutes * 60);
     return true;
 }
 
@@ -77,6 +41,7 @@ Date Date::systemNow() {
     return Date(static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9);
 }
 
+// GDateTime spans the years 1 to 9999 only; the standard calendar formats every Date.
 std::string Date::iso8601() const {
     const auto totalMillis = static_cast<long long>(std::llround(seconds_ * 1000.0));
     const sys_time<milliseconds> time{milliseconds(totalMillis)};
@@ -93,49 +58,28 @@ std::string Date::iso8601() const {
 }
 
 bool Date::parseIso8601(const std::string& input, Date& out) {
-    const std::string_view text = input;
-    std::size_t pos = 0;
-    int yearValue = 0, monthValue = 0, dayValue = 0, hours = 0, minutes = 0, secondsValue = 0;
-    if (!readDigits(text, pos, 4, yearValue) || !expect(text, pos, '-') ||
-        !readDigits(text, pos, 2, monthValue) || !expect(text, pos, '-') ||
-        !readDigits(text, pos, 2, dayValue)) {
+    if (!hasExtendedDateAndTime(input) || input.find('\0') != std::string::npos) {
         return false;
     }
-    if (!(expect(text, pos, 'T') || expect(text, pos, 't') || expect(text, pos, ' '))) {
+    std::string text = input;
+    // A leap second counts as the first second of the next minute; GLib would take it as the
+    // last second of this one.
+    const bool leapSecond = text.compare(17, 2, "60") == 0;
+    if (leapSecond) {
+        text.replace(17, 2, "59");
+    }
+    if (text.back() == 'z') {
+        text.back() = 'Z';
+    }
+    std::unique_ptr<GTimeZone, decltype(&g_time_zone_unref)> utc(g_time_zone_new_utc(),
+                                                                 g_time_zone_unref);
+    std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> parsed(
+        g_date_time_new_from_iso8601(text.c_str(), utc.get()), g_date_time_unref);
+    if (!parsed) {
         return false;
     }
-    if (!readDigits(text, pos, 2, hours) || !expect(text, pos, ':') ||
-        !readDigits(text, pos, 2, minutes) || !expect(text, pos, ':') ||
-        !readDigits(text, pos, 2, secondsValue)) {
-        return false;
-    }
-    double fraction = 0;
-    if (expect(text, pos, '.') || expect(text, pos, ',')) {
-        double scale = 0.1;
-        const std::size_t start = pos;
-        while (pos < text.size() && text[pos] >= '0' && text[pos] <= '9') {
-            fraction += (text[pos] - '0') * scale;
-            scale /= 10;
-            ++pos;
-        }
-        if (pos == start) {
-            return false;
-        }
-    }
-    int offsetSeconds = 0;
-    if (!readZoneOffset(text, pos, offsetSeconds) || pos != text.size()) {
-        return false;
-    }
-    const year_month_day date{year(yearValue), month(static_cast<unsigned>(monthValue)),
-                              day(static_cast<unsigned>(dayValue))};
-    // A leap second (60) is accepted and counts as the first second of the next minute.
-    if (!date.ok() || hours > 23 || minutes > 59 || secondsValue > 60) {
-        return false;
-    }
-    const auto daySeconds = sys_days(date).time_since_epoch() / 1s;
-    out = Date(static_cast<double>(daySeconds + hours * 3600 + minutes * 60 + secondsValue -
-                                   offsetSeconds) +
-               fraction);
+    const auto seconds = g_date_time_to_unix(parsed.get()) + (leapSecond ? 1 : 0);
+    out = Date(static_cast<double>(seconds) + g_date_time_get_microsecond(parsed.get()) / 1e6);
     return true;
 }
 

@@ -1,13 +1,13 @@
 #include "zarvo/platform/HttpUrlResponse.h"
 
-#include "zarvo/platform/HttpHeaderName.h"
+#include "zarvo/platform/AsciiText.h"
 
 namespace zarvo {
 
 std::optional<std::string> HttpUrlResponse::value(const std::string& headerField) const {
     std::optional<std::string> found;
     for (const auto& [name, value] : headers) {
-        if (headerNamesEqual(name, headerField)) {
+        if (ascii::equalsIgnoringCase(name, headerField)) {
             found = value;
         }
     }

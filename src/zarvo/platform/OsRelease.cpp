@@ -4,6 +4,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "zarvo/platform/AsciiText.h"
+
 namespace zarvo {
 
 namespace {
@@ -18,19 +20,6 @@ bool isValidKey(std::string_view key) {
         }
     }
     return true;
-}
-
-std::string_view trimmed(std::string_view text) {
-    auto isSpace = [](char c) {
-        return c == ' ' || c == '\t' || c == '\r';
-    };
-    while (!text.empty() && isSpace(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isSpace(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
 }
 
 // Shell-style value: double quotes allow \" \\ \$ \` escapes, single quotes are literal,
@@ -78,7 +67,7 @@ OsRelease OsRelease::parse(std::string_view text) {
     OsRelease release;
     while (!text.empty()) {
         const auto end = text.find('\n');
-        std::string_view line = trimmed(text.substr(0, end));
+        std::string_view line = ascii::trimmed(text.substr(0, end));
         text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
 
         if (line.empty() || line.front() == '#') {
@@ -88,11 +77,11 @@ OsRelease OsRelease::parse(std::string_view text) {
         if (equals == std::string_view::npos) {
             continue;
         }
-        const std::string_view key = trimmed(line.substr(0, equals));
+        const std::string_view key = ascii::trimmed(line.substr(0, equals));
         if (!isValidKey(key)) {
             continue;
         }
-        if (auto value = unquoted(trimmed(line.substr(equals + 1)))) {
+        if (auto value = unquoted(ascii::trimmed(line.substr(equals + 1)))) {
             release.values_[std::string(key)] = std::move(*value);
         }
     }

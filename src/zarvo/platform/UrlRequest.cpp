@@ -2,13 +2,13 @@
 
 #include <algorithm>
 
-#include "zarvo/platform/HttpHeaderName.h"
+#include "zarvo/platform/AsciiText.h"
 
 namespace zarvo {
 
 void UrlRequest::setValue(const std::string& value, const std::string& headerField) {
     auto sameName = [&](const auto& header) {
-        return headerNamesEqual(header.first, headerField);
+        return ascii::equalsIgnoringCase(header.first, headerField);
     };
     auto first = std::find_if(headers_.begin(), headers_.end(), sameName);
     if (first == headers_.end()) {
@@ -27,7 +27,7 @@ void UrlRequest::addValue(const std::string& value, const std::string& headerFie
 std::optional<std::string> UrlRequest::value(const std::string& headerField) const {
     std::optional<std::string> joined;
     for (const auto& [name, value] : headers_) {
-        if (!headerNamesEqual(name, headerField)) {
+        if (!ascii::equalsIgnoringCase(name, headerField)) {
             continue;
         }
         // Repeated lines read as one comma-separated value, as HTTP allows.

@@ -1,7 +1,6 @@
 #include "zarvo/platform/UserDefaults.h"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -13,6 +12,7 @@
 #include <sqlite3.h>
 
 #include "zarvo/platform/AppDirectories.h"
+#include "zarvo/platform/AsciiText.h"
 #include "zarvo/platform/Log.h"
 #include "zarvo/platform/SqliteDatabase.h"
 
@@ -61,22 +61,9 @@ std::optional<ValueType> typeFromName(std::string_view name) {
     return std::nullopt;
 }
 
-std::string_view trimmed(std::string_view text) {
-    auto isSpace = [](char c) {
-        return std::isspace(static_cast<unsigned char>(c)) != 0;
-    };
-    while (!text.empty() && isSpace(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isSpace(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
 // A whole decimal integer, or a decimal number truncated toward zero; nothing otherwise.
 std::optional<long long> parseNumber(std::string_view text) {
-    text = trimmed(text);
+    text = ascii::trimmed(text);
     if (text.empty()) {
         return std::nullopt;
     }
@@ -97,13 +84,6 @@ std::optional<long long> parseNumber(std::string_view text) {
         return std::nullopt;
     }
     return static_cast<long long>(real);
-}
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-        return std::tolower(static_cast<unsigned char>(x)) ==
-               std::tolower(static_cast<unsigned char>(y));
-    });
 }
 
 // One stored row.
@@ -173,8 +153,9 @@ public:
             case ValueType::boolean:
                 return value->number != 0;
             case ValueType::string: {
-                const auto text = trimmed(value->bytes);
-                if (equalsIgnoringCase(text, "yes") || equalsIgnoringCase(text, "true")) {
+                const auto text = ascii::trimmed(value->bytes);
+                if (ascii::equalsIgnoringCase(text, "yes") ||
+                    ascii::equalsIgnoringCase(text, "true")) {
                     return true;
                 }
                 return parseNumber(text).value_or(0) != 0;

@@ -4,40 +4,12 @@
 #include <string_view>
 #include <utility>
 
+#include "zarvo/platform/Utf8.h"
+
 namespace zarvo {
 namespace {
 
 constexpr const char* trackingErrorDomain = "ZMTrackingSessionErrorDomain";
-
-bool isValidUtf8(std::string_view text) {
-    std::size_t index = 0;
-    while (index < text.size()) {
-        auto byte = static_cast<unsigned char>(text[index]);
-        std::size_t length = byte < 0x80           ? 1
-                             : (byte >> 5) == 0x6  ? 2
-                             : (byte >> 4) == 0xE  ? 3
-                             : (byte >> 3) == 0x1E ? 4
-                                                   : 0;
-        if (length == 0 || index + length > text.size()) {
-            return false;
-        }
-        std::uint32_t codePoint = length == 1 ? byte : byte & (0x7F >> length);
-        for (std::size_t next = 1; next < length; ++next) {
-            auto continuation = static_cast<unsigned char>(text[index + next]);
-            if ((continuation & 0xC0) != 0x80) {
-                return false;
-            }
-            codePoint = (codePoint << 6) | (continuation & 0x3F);
-        }
-        static constexpr std::uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-        if (codePoint < smallest[length] || codePoint > 0x10FFFF ||
-            (codePoint >= 0xD800 && codePoint <= 0xDFFF)) {
-            return false;
-        }
-        index += length;
-    }
-    return true;
-}
 
 }  // namespace
 
@@ -73,7 +45,7 @@ void ZMTrackingNetworkOperation::start(Completion completion) {
                 completion(std::nullopt);
                 return;
             }
-            std::string text = body && isValidUtf8(*body) ? std::move(*body) : std::string();
+            std::string text = body && utf8::isValid(*body) ? std::move(*body) : std::string();
             completion(ZMTrackingSessionError::serverError(status, std::move(text)));
         });
     {
