@@ -57,6 +57,13 @@ TEST(Base64Test, EncodesAndDecodesWhatItEncodesAndNothingElse) {
         EXPECT_EQ(Base64::decode(vectors[n]), std::string("foobar").substr(0, n));
     }
     EXPECT_EQ(Base64::encode(std::string("\xfb\xff\xbf", 3)), "+/+/");
+    EXPECT_EQ(Base64::encodeUrlSafe(std::string("\xfb\xff\xbf"
+                                                "f",
+                                                4)),
+              "-_-_Zg");
+    EXPECT_EQ(Base64::decodeUrlSafe("-_-_Zg"), std::string("\xfb\xff\xbf"
+                                                           "f",
+                                                           4));
     std::string bytes;
     for (int i = 0; i < 256; ++i) {
         bytes.push_back(static_cast<char>(i));

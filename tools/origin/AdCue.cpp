@@ -28,18 +28,7 @@ Json AdCue::event() const {
 std::string AdCue::encodedValue() const {
     Json value = Json::object();
     value["vast"] = Json::object({{"event", event()}});
-    std::string text = Base64::encode(value.dump());
-    while (!text.empty() && text.back() == '=') {
-        text.pop_back();
-    }
-    for (char& c : text) {
-        if (c == '+') {
-            c = '-';
-        } else if (c == '/') {
-            c = '_';
-        }
-    }
-    return text;
+    return Base64::encodeUrlSafe(value.dump());
 }
 
 std::string AdCue::dateRangeTag() const {

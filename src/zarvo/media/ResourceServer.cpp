@@ -114,14 +114,7 @@ std::string randomToken() {
 }
 
 std::optional<Url> decodeUrl(const std::string& payload) {
-    std::string text = payload;
-    for (char& c : text) {
-        c = c == '-' ? '+' : c == '_' ? '/' : c;
-    }
-    while (text.size() % 4 != 0) {
-        text.push_back('=');
-    }
-    auto decoded = Base64::decode(text);
+    auto decoded = Base64::decodeUrlSafe(payload);
     if (!decoded) {
         return std::nullopt;
     }

@@ -30,15 +30,6 @@ constexpr std::size_t sendBlock = 512 * 1024;
 // Segment lengths remembered for the access log; a long live session starts over past this.
 constexpr std::size_t maxRememberedSegments = 4096;
 
-std::string base64Url(std::string_view text) {
-    std::string encoded = Base64::encode(text);
-    for (char& c : encoded) {
-        c = c == '+' ? '-' : c == '/' ? '_' : c;
-    }
-    encoded.erase(std::find(encoded.begin(), encoded.end(), '='), encoded.end());
-    return encoded;
-}
-
 // The last path component, kept to safe characters so that the served URL still ends in the
 // resource's own name and extension.
 std::string safeName(const Url& url, ResourceSession::Kind kind) {
@@ -157,7 +148,7 @@ ResourceSession::~ResourceSession() {
 std::string ResourceSession::urlFor(
     Kind kind, const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range) const {
     std::string text =
-        base_ + "/" + static_cast<char>(kind) + "/" + base64Url(url.absoluteString());
+        base_ + "/" + static_cast<char>(kind) + "/" + Base64::encodeUrlSafe(url.absoluteString());
     if (range) {
         text += "~" + std::to_string(range->offset) + "-" + std::to_string(range->length);
     }

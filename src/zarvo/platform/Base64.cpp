@@ -42,4 +42,22 @@ std::optional<Data> Base64::decode(std::string_view text) {
     return length == 0 ? Data() : Data(reinterpret_cast<const char*>(bytes.get()), length);
 }
 
+std::string Base64::encodeUrlSafe(std::string_view bytes) {
+    std::string text = encode(bytes);
+    text.erase(text.find_last_not_of('=') + 1);
+    for (char& c : text) {
+        c = c == '+' ? '-' : c == '/' ? '_' : c;
+    }
+    return text;
+}
+
+std::optional<Data> Base64::decodeUrlSafe(std::string_view text) {
+    std::string standard(text);
+    for (char& c : standard) {
+        c = c == '-' ? '+' : c == '_' ? '/' : c;
+    }
+    standard.append((4 - standard.size() % 4) % 4, '=');
+    return decode(standard);
+}
+
 }  // namespace zarvo

@@ -14,11 +14,7 @@ void ZMMetadataHolder::clear() {
 }
 
 std::optional<ZMPlayerMetadataEvent> ZMMetadataHolder::decode(std::string_view urlSafeBase64) {
-    std::string text(urlSafeBase64);
-    std::replace(text.begin(), text.end(), '_', '/');
-    std::replace(text.begin(), text.end(), '-', '+');
-    text.append((4 - text.size() % 4) % 4, '=');
-    auto bytes = Base64::decode(text);
+    auto bytes = Base64::decodeUrlSafe(urlSafeBase64);
     if (!bytes) {
         return std::nullopt;
     }
