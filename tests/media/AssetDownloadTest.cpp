@@ -19,6 +19,7 @@
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/platform/UrlError.h"
 
+#include "support/CommandOutput.h"
 #include "support/SampleOriginTest.h"
 #include "support/TempHome.h"
 
@@ -142,6 +143,16 @@ TEST_F(AssetDownloadTest, APackageHoldsTheChosenRenditionsAndPlaysWithoutTheNetw
     EXPECT_TRUE(joined(package / "audio1", "") == joined(vodFolder() / "a_pol", "seg"));
     EXPECT_TRUE(joined(package / "audio2", "") == joined(vodFolder() / "a_eng", "seg"));
     EXPECT_EQ(filesUnder(package).count("subtitles3/index.m3u8"), 1u);
+    // The local video playlist decodes frame for frame like the variant it was made from.
+    if (std::system("command -v ffmpeg >/dev/null 2>&1") == 0) {
+        auto frames = [](const std::string& input) {
+            return test::commandOutput("timeout 120 ffmpeg -v error -i '" + input +
+                                       "' -map 0:v -f framemd5 -");
+        };
+        const std::string local = frames((package / "video" / "index.m3u8").string());
+        EXPECT_NE(local.find(", "), std::string::npos) << local;
+        EXPECT_EQ(local, frames(origin_->url("/vod/v1/index.m3u8")));
+    }
 
     // The package plays from disk, with both audio options and the subtitles.
     origin_->clearRequests();

@@ -1,5 +1,4 @@
-#include <array>
-#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -7,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
+#include "support/CommandOutput.h"
 #include "support/SampleOriginTest.h"
 #include "support/TempHome.h"
 
@@ -15,18 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Runs a shell command; its standard output and error together.
-std::string run(const std::string& command) {
-    std::string output;
-    if (FILE* pipe = popen((command + " 2>&1").c_str(), "r")) {
-        std::array<char, 4096> buffer{};
-        while (std::size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
-            output.append(buffer.data(), n);
-        }
-        pclose(pipe);
-    }
-    return output;
-}
+using test::commandOutput;
 
 #define REQUIRE_TOOL(tool)                                                          \
     if (std::system("command -v " tool " >/dev/null 2>&1") != 0) {                  \
@@ -44,20 +33,20 @@ protected:
     // Live never ends: interrupt after `seconds` (and kill if that is ignored).
     static std::string gstPlay(const std::string& path, int seconds) {
         const std::string sync = seconds > 0 ? "true" : "false";
-        return run((seconds > 0 ? "timeout -k 10 -s INT " + std::to_string(seconds)
-                                : "timeout -k 10 120") +
-                   " gst-launch-1.0 playbin3 uri='" + origin_->url(path) +
-                   "' video-sink='fakesink sync=" + sync + "' audio-sink='fakesink sync=" + sync +
-                   "'");
+        return commandOutput((seconds > 0 ? "timeout -k 10 -s INT " + std::to_string(seconds)
+                                          : "timeout -k 10 120") +
+                             " gst-launch-1.0 playbin3 uri='" + origin_->url(path) +
+                             "' video-sink='fakesink sync=" + sync +
+                             "' audio-sink='fakesink sync=" + sync + "'");
     }
 };
 
 TEST_F(RealClientsTest, FfprobeListsTheVideoAndAudioStreams) {
     REQUIRE_TOOL("ffprobe");
-    const std::string output =
-        run("timeout 60 ffprobe -v error -show_entries stream=codec_type,codec_name:"
-            "stream_tags=language -of compact '" +
-            origin_->url("/vod/master.m3u8") + "'");
+    const std::string output = commandOutput(
+        "timeout 60 ffprobe -v error -show_entries stream=codec_type,codec_name:"
+        "stream_tags=language -of compact '" +
+        origin_->url("/vod/master.m3u8") + "'");
     const std::regex video("codec_name=h264\\|codec_type=video");
     EXPECT_GE(std::distance(std::sregex_iterator(output.begin(), output.end(), video),
                             std::sregex_iterator()),
@@ -82,10 +71,10 @@ TEST_F(RealClientsTest, TheProtectedCopyDecryptsWithTheLicensedKey) {
     playlist = std::regex_replace(playlist, std::regex("\n(seg[0-9]+\\.ts)"),
                                   "\n" + origin_->url("/protected/v0/") + "$1");
     std::ofstream(folder / "index.m3u8") << playlist;
-    const std::string output =
-        run("timeout 60 ffprobe -v error -allowed_extensions ALL -protocol_whitelist "
-            "file,http,tcp,crypto -show_entries stream=codec_name,width -of compact '" +
-            (folder / "index.m3u8").string() + "'");
+    const std::string output = commandOutput(
+        "timeout 60 ffprobe -v error -allowed_extensions ALL -protocol_whitelist "
+        "file,http,tcp,crypto -show_entries stream=codec_name,width -of compact '" +
+        (folder / "index.m3u8").string() + "'");
     EXPECT_NE(output.find("codec_name=h264|width=320"), std::string::npos) << output;
 }
 
