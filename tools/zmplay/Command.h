@@ -1,6 +1,8 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,5 +23,16 @@ struct Command {
 
     static const std::vector<Command>& all();
 };
+
+// Adds a "NAME:VALUE" option value to `headers`; false when there is no value or no name.
+inline bool addHeaderField(const std::optional<std::string>& text,
+                           std::map<std::string, std::string>& headers) {
+    const auto colon = text ? text->find(':') : std::string::npos;
+    if (colon == std::string::npos || colon == 0) {
+        return false;
+    }
+    headers[text->substr(0, colon)] = text->substr(colon + 1);
+    return true;
+}
 
 }  // namespace zarvo::zmplay

@@ -88,12 +88,9 @@ std::optional<std::string> parse(const std::vector<std::string>& arguments,
             }
             (flag == "--cert" ? options.certUrl : options.licenseUrl) = *url;
         } else if (flag == "--header") {
-            auto text = value();
-            auto colon = text ? text->find(':') : std::string::npos;
-            if (colon == std::string::npos || colon == 0) {
+            if (!addHeaderField(value(), options.headers)) {
                 return "--header needs NAME:VALUE";
             }
-            options.headers[text->substr(0, colon)] = text->substr(colon + 1);
         } else if (!flag.empty() && flag[0] == '-') {
             return "unknown option " + flag;
         } else if (options.url.empty()) {

@@ -101,13 +101,10 @@ std::optional<std::string> parse(const std::vector<std::string>& arguments, Play
             }
             options.startTime = date;
         } else if (flag == "--header" || flag == "--license-header") {
-            auto text = value();
-            auto colon = text ? text->find(':') : std::string::npos;
-            if (colon == std::string::npos || colon == 0) {
+            auto& headers = flag == "--header" ? options.headers : options.licenseHeaders;
+            if (!addHeaderField(value(), headers)) {
                 return flag + " needs NAME:VALUE";
             }
-            auto& headers = flag == "--header" ? options.headers : options.licenseHeaders;
-            headers[text->substr(0, colon)] = text->substr(colon + 1);
         } else if (flag == "--cert" || flag == "--license") {
             auto text = value();
             if (!text || !Url::parse(*text)) {

@@ -59,17 +59,26 @@ std::error_code ZMTrackingSessionStorageMechanism::save(
     }
     std::filesystem::path target = fileUrl();
     std::filesystem::path saving = ZMTrackingSessionStorageUrls::savingDirectory();
-    std::error_code error;
-    std::filesystem::create_directories(target.parent_path(), error);
-    if (!error) {
-        std::filesystem::create_directories(saving, error);
-    }
-    if (error) {
-        return error;
-    }
     std::filesystem::path temporary = saving / temporaryName(target.filename().string());
+    // The folders are made when a write finds them missing, not stat-ed on every save.
+    auto makeFolders = [&] {
+        std::error_code made;
+        std::filesystem::create_directories(target.parent_path(), made);
+        if (!made) {
+            std::filesystem::create_directories(saving, made);
+        }
+        return made;
+    };
+    std::error_code error;
 
-    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC;
+    int fd = ::open(temporary.c_str(), flags, 0644);
+    if (fd < 0 && errno == ENOENT) {
+        if ((error = makeFolders())) {
+            return error;
+        }
+        fd = ::open(temporary.c_str(), flags, 0644);
+    }
     if (fd < 0) {
         return lastSystemError();
     }
@@ -89,12 +98,18 @@ std::error_code ZMTrackingSessionStorageMechanism::save(
         ::unlink(temporary.c_str());
         return {};
     }
-    if (::rename(temporary.c_str(), target.c_str()) != 0) {
-        error = lastSystemError();
-        ::unlink(temporary.c_str());
-        return error;
+    auto renamed = [&]() -> std::error_code {
+        return ::rename(temporary.c_str(), target.c_str()) == 0 ? std::error_code{}
+                                                                : lastSystemError();
+    };
+    error = renamed();
+    if (error == std::errc::no_such_file_or_directory && !(error = makeFolders())) {
+        error = renamed();  // the session folder had gone
     }
-    return {};
+    if (error) {
+        ::unlink(temporary.c_str());
+    }
+    return error;
 }
 
 bool ZMTrackingSessionStorageMechanism::remove() const {
