@@ -157,6 +157,24 @@ TEST_F(PlaybackTest, VodSeeksExactlyPausesAndPlaysToItsEnd) {
     }
 }
 
+// Each seek flushes the demuxer while it downloads the segments of the seek before: every one
+// must land where it was asked to, and the process must live through them all.
+TEST_F(PlaybackTest, BackToBackSeeksWhileSegmentsDownloadAllLand) {
+    Watched vod(url("/vod/master.m3u8"));
+    vod.player->replaceCurrentItem(vod.item);
+    vod.player->play();
+    ASSERT_TRUE(waitFor([&] { return vod.playingPast(0.2); }));
+    for (int i = 0; i < 40; ++i) {
+        const int target = (i * 7) % 28;
+        std::optional<bool> finished;
+        vod.player->seek(MediaTime::make(target, 1), MediaTime::zero(), MediaTime::zero(),
+                         [&](bool done) { finished = done; });
+        ASSERT_TRUE(waitFor([&] { return finished.has_value(); })) << "seek " << i;
+        EXPECT_TRUE(*finished) << "seek " << i;
+        EXPECT_NEAR(vod.time(), target, 0.1) << "seek " << i;
+    }
+}
+
 TEST_F(PlaybackTest, AudioAndSubtitleGroupsComeFromTheMasterAndSelectionSwitchesTheFetch) {
     Watched vod(url("/vod/master.m3u8"));
     vod.player->replaceCurrentItem(vod.item);

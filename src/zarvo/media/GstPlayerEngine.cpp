@@ -19,9 +19,11 @@
 #include "zarvo/media/PlayerItem.h"
 #include "zarvo/media/ProgramDateTimeline.h"
 #include "zarvo/media/ResourceSession.h"
+#include "zarvo/media/TransferGate.h"
 #include "zarvo/media/UrlAsset.h"
 #include "zarvo/platform/DispatchQueue.h"
 #include "zarvo/platform/ProcessInfo.h"
+#include "zarvo/platform/Scheduler.h"
 
 namespace zarvo {
 
@@ -30,6 +32,13 @@ namespace {
 constexpr std::int32_t nanosecondTimescale = 1000000000;
 // How far ahead of playback the demuxer downloads.
 constexpr guint64 demuxBufferingTime = 10 * GST_SECOND;
+// A flushing seek waits until segment bodies have been still this long (seconds), so that the
+// demuxer has taken in every byte it read before the seek cancels its downloads; it goes out
+// anyway after the longest hold. The transfers it cancels stay held a while longer, until
+// their connections have closed.
+constexpr double quietBeforeSeek = 0.06;
+constexpr double longestSeekHold = 1.0;
+constexpr double cancelledTransfersHold = 0.3;
 
 MediaTime fromClockTime(gint64 nanoseconds) {
     return MediaTime(nanoseconds, nanosecondTimescale);
@@ -258,7 +267,7 @@ public:
             return MediaTime::invalid();
         }
         // Before the item is ready, the only seek in flight is the one to its start point.
-        if (seekId_ || pendingSeek_ || (!prerolled_ && inFlightSeqnum_ != GST_SEQNUM_INVALID)) {
+        if (seekId_ || pendingSeek_ || (!prerolled_ && seekInFlight())) {
             return seekTarget_;
         }
         return currentPosition();
@@ -425,6 +434,8 @@ private:
         seekId_.reset();
         pendingSeek_.reset();
         inFlightSeqnum_ = GST_SEQNUM_INVALID;
+        heldSeek_.reset();
+        ++heldSeekGeneration_;
         firstFrameSeen_ = false;
         selectionsLoaded_ = false;
         pipelineFailure_.reset();
@@ -671,7 +682,7 @@ private:
     // to preroll and replaces any other one waiting (the adaptive demuxer cannot take a flush
     // while it is still restarting its downloads from the previous one).
     void requestSeek(PendingSeek seek) {
-        if (inFlightSeqnum_ != GST_SEQNUM_INVALID) {
+        if (seekInFlight()) {
             pendingSeek_ = seek;
             return;
         }
@@ -687,8 +698,53 @@ private:
         }
     }
 
-    // The flushing seek that lands on `time` (or starts playing at a new rate there).
+    // The flushing seek that lands on `time` (or starts playing at a new rate there). While
+    // segment bodies are moving it waits, with them held, until they have been still for a
+    // moment (see TransferGate).
     void sendSeek(MediaTime time, bool exact, std::optional<std::uint64_t> id) {
+        const auto gate = resources_ ? resources_->transferGate() : nullptr;
+        if (!gate || gate->quietFor(quietBeforeSeek)) {
+            sendSeekNow(time, exact, id);
+            return;
+        }
+        gate->hold();
+        heldSeek_ = HeldSeek{time, exact, id, Scheduler::standard()->uptime()};
+        checkHeldSeek(++heldSeekGeneration_);
+    }
+
+    void checkHeldSeek(std::uint64_t generation) {
+        DispatchQueue::main()->asyncAfter(
+            quietBeforeSeek, [weakSelf = weak_from_this(), generation] {
+                auto self = weakSelf.lock();
+                if (!self || !self->heldSeek_ || generation != self->heldSeekGeneration_ ||
+                    !self->resources_) {
+                    return;
+                }
+                const auto gate = self->resources_->transferGate();
+                const bool waitedLongEnough =
+                    Scheduler::standard()->uptime() - self->heldSeek_->since >= longestSeekHold;
+                if (!gate->quietFor(quietBeforeSeek) && !waitedLongEnough) {
+                    self->checkHeldSeek(generation);
+                    return;
+                }
+                const HeldSeek seek = *std::exchange(self->heldSeek_, std::nullopt);
+                self->sendSeekNow(seek.time, seek.exact, seek.id);
+                // The transfers the seek cancelled stay held until their connections have closed.
+                const auto point = gate->passNewTransfers();
+                DispatchQueue::main()->asyncAfter(
+                    cancelledTransfersHold, [weakGate = std::weak_ptr<TransferGate>(gate), point] {
+                        if (auto gate = weakGate.lock()) {
+                            gate->releaseUpTo(point);
+                        }
+                    });
+                self->applyTargetState();
+                self->reportTimeControl();
+            });
+    }
+
+    bool seekInFlight() const { return inFlightSeqnum_ != GST_SEQNUM_INVALID || heldSeek_; }
+
+    void sendSeekNow(MediaTime time, bool exact, std::optional<std::uint64_t> id) {
         const GstSeekFlags flags = static_cast<GstSeekFlags>(
             GST_SEEK_FLAG_FLUSH |
             (exact ? GST_SEEK_FLAG_ACCURATE : GST_SEEK_FLAG_KEY_UNIT | GST_SEEK_FLAG_SNAP_NEAREST));
@@ -722,7 +778,7 @@ private:
             return;
         }
         // Nothing plays before the item stands at its start point.
-        const bool starting = startSeek_ || (!prerolled_ && inFlightSeqnum_ != GST_SEQNUM_INVALID);
+        const bool starting = startSeek_ || (!prerolled_ && seekInFlight());
         const GstState target =
             rate_ > 0 && !buffering_ && !ended_ && !starting ? GST_STATE_PLAYING : GST_STATE_PAUSED;
         if (target != requestedState_) {
@@ -808,7 +864,7 @@ private:
             std::fabs(start->time.seconds() - currentPosition().seconds()) > 0.001) {
             seekTarget_ = start->time;
             sendSeek(start->time, start->exact, std::nullopt);
-            if (inFlightSeqnum_ != GST_SEQNUM_INVALID) {
+            if (seekInFlight()) {
                 return;
             }
         }
@@ -899,7 +955,7 @@ private:
                 return;
             }
             case GST_MESSAGE_ASYNC_DONE: {
-                if (!prerolled_) {
+                if (!prerolled_ && !heldSeek_) {
                     if (inFlightSeqnum_ == GST_SEQNUM_INVALID ||
                         gst_util_seqnum_compare(gst_message_get_seqnum(message), inFlightSeqnum_) >
                             0) {
@@ -1059,6 +1115,14 @@ private:
     std::optional<std::uint64_t> seekId_;
     std::optional<PendingSeek> pendingSeek_;
     guint32 inFlightSeqnum_ = GST_SEQNUM_INVALID;  // the flushing seek not yet prerolled
+    struct HeldSeek {
+        MediaTime time;
+        bool exact = true;
+        std::optional<std::uint64_t> id;
+        double since = 0;
+    };
+    std::optional<HeldSeek> heldSeek_;  // waiting for segment bodies to be still
+    std::uint64_t heldSeekGeneration_ = 0;
     MediaTime seekTarget_ = MediaTime::zero();
     mutable MediaTime lastPosition_ = MediaTime::zero();
     std::optional<std::pair<Player::TimeControlStatus, std::optional<Player::WaitingReason>>>

@@ -11,6 +11,7 @@
 #include "zarvo/media/ContentKeyRequest.h"
 #include "zarvo/media/MediaError.h"
 #include "zarvo/media/ResourceServer.h"
+#include "zarvo/media/TransferGate.h"
 #include "zarvo/media/UrlAsset.h"
 #include "zarvo/platform/Base64.h"
 #include "zarvo/platform/DirectUrlStream.h"
@@ -139,7 +140,8 @@ ResourceSession::ResourceSession(Token, std::shared_ptr<UrlAsset> asset,
       loader_(std::move(loader)),
       observer_(std::move(observer)),
       observerQueue_(queue ? std::move(queue) : DispatchQueue::main()),
-      connections_(std::make_shared<DirectUrlConnections>()) {}
+      connections_(std::make_shared<DirectUrlConnections>()),
+      gate_(std::make_shared<TransferGate>(Scheduler::standard())) {}
 
 ResourceSession::~ResourceSession() {
     close();
@@ -168,6 +170,7 @@ void ResourceSession::close() {
         waits = keyWaits_;
     }
     changed_.notify_all();
+    gate_->close();
     if (!token_.empty()) {
         ResourceServer::shared().remove(token_);
     }
@@ -346,6 +349,8 @@ namespace {
 // answers runs the transfer itself and writes what curl receives to the pipeline.
 struct StreamAnswer {
     std::shared_ptr<DirectUrlStream> stream;
+    std::shared_ptr<TransferGate> gate;
+    TransferGate::Ticket ticket = 0;
     std::int64_t skip = 0;        // bytes of the body before the range (an origin that ignored it)
     std::int64_t remaining = -1;  // bytes still to send; -1: to the end
     std::int64_t sent = 0;
@@ -373,7 +378,7 @@ struct StreamAnswer {
                 if (remaining >= 0) {
                     length = std::min(length, static_cast<std::size_t>(remaining));
                 }
-                if (length > 0 && !sink.write(data, length)) {
+                if (length > 0 && !gate->write(ticket, [&] { return sink.write(data, length); })) {
                     failed = true;
                     return false;
                 }
@@ -401,6 +406,8 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
     }
     auto answer = std::make_shared<StreamAnswer>();
     answer->started = Scheduler::standard()->uptime();
+    answer->gate = gate_;
+    answer->ticket = gate_->enter();
     auto started =
         DirectUrlStream::start(request, loader_->session()->configuration(), connections_);
     auto head = [&]() -> std::variant<HttpUrlResponse, Error> {
@@ -506,10 +513,11 @@ void ResourceSession::serveFile(httplib::Response& response, Kind kind, const Ur
     response.status = 200;
     response.set_content_provider(
         static_cast<std::size_t>(length), contentTypeFor(url),
-        [reader](std::size_t, std::size_t limit, httplib::DataSink& sink) {
+        [reader, gate = gate_, ticket = gate_->enter()](std::size_t, std::size_t limit,
+                                                        httplib::DataSink& sink) {
             Data buffer(std::min(limit, fileChunk), '\0');
             const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), reader->file);
-            return got > 0 && sink.write(buffer.data(), got);
+            return got > 0 && gate->write(ticket, [&] { return sink.write(buffer.data(), got); });
         },
         [weakSelf = weak_from_this(), kind, url, length, started, mediaDuration](bool success) {
             if (auto self = weakSelf.lock()) {

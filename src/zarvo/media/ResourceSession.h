@@ -28,6 +28,7 @@ namespace zarvo {
 class AssetResourceLoadingRequest;
 class DirectUrlConnections;
 class DirectUrlStream;
+class TransferGate;
 class UrlAsset;
 
 // Everything one playback of an asset loads, served to the pipeline under one token of the
@@ -88,6 +89,8 @@ public:
     // retries); when it does not, this explains its error. Kept before the answer goes out, so
     // it is there by the time the pipeline reports the answer.
     std::optional<Error> lastFailure() const;
+    // What holds the bodies of segments and files still around a flushing seek.
+    const std::shared_ptr<TransferGate>& transferGate() const { return gate_; }
 
     // The server's entry point for a request of this session (on a server thread).
     void handle(const httplib::Request& request, httplib::Response& response, Kind kind,
@@ -133,7 +136,8 @@ private:
     const std::weak_ptr<Observer> observer_;
     const std::shared_ptr<DispatchQueue> observerQueue_;
     const std::shared_ptr<DirectUrlConnections> connections_;  // to origins, for segments
-    std::string base_;                                         // "http://127.0.0.1:<port>/<token>"
+    const std::shared_ptr<TransferGate> gate_;
+    std::string base_;  // "http://127.0.0.1:<port>/<token>"
     std::string token_;
     std::string entryUrl_;
 
