@@ -119,12 +119,15 @@ TEST_F(PlayerViewTest, WindowsOfOnePlayerShowItsPictureWithTheirGravityAndBlackW
         return grab.width() == 480 && !grab.columnIsBlack(470) && !grab.rowIsBlack(265);
     }));
 
-    // Without a player the window is black again; the other windows go on showing the video.
+    // Without a player the window is black again, even when it leaves a paused player whose
+    // windows hold their pictures; the other windows go on showing the video.
+    player->pause();
     fill->playerLayer()->setPlayer(nullptr);
     EXPECT_TRUE(shows(*fill, "black without a player", [](const WindowGrab& grab) {
         return !pictureInCentre(grab) && grab.columnIsBlack(1) && grab.rowIsBlack(45);
     }));
     stretch.reset();
+    player->play();
     const double before = player->currentTime().seconds();
     EXPECT_TRUE(RunLoop::main().runUntil(
         [&] { return player->currentTime().seconds() > before + 0.5; }, 10s))

@@ -29,8 +29,10 @@ struct GstVideoOutputs::Branch {
     std::condition_variable unlinked;
     bool isUnlinked = false;
 
+    // Downstream first: a paused sink holds its queue's thread until the sink itself stops,
+    // so stopping the queue first would wait for ever.
     std::array<GstElement*, 6> elements() const {
-        return {queue, crop, scale, convert, filter, sink};
+        return {sink, filter, convert, scale, crop, queue};
     }
 };
 
@@ -183,6 +185,10 @@ std::unique_ptr<GstVideoOutputs::Branch> GstVideoOutputs::addBranch(const VideoO
     g_object_set(branch->queue, "leaky", 2, "max-size-buffers", 2u, "max-size-bytes", 0u,
                  "max-size-time", static_cast<guint64>(0), nullptr);
     g_object_set(branch->scale, "add-borders", FALSE, nullptr);
+    // A new size for the window reaches the filter while pictures of the old size are on their
+    // way to it: it takes those too until the scaler has caught up, instead of failing the
+    // whole pipeline as not negotiated.
+    g_object_set(branch->filter, "caps-change-mode", 1, nullptr);
     g_object_set(sink, "sync", TRUE, "async", FALSE, "handle-events", FALSE, nullptr);
     gst_video_overlay_set_window_handle(GST_VIDEO_OVERLAY(sink), output.window);
     GstBin* bin = GST_BIN(bin_.get());
