@@ -29,10 +29,8 @@ struct GstVideoOutputs::Branch {
     std::condition_variable unlinked;
     bool isUnlinked = false;
 
-    // Downstream first: a paused sink holds its queue's thread until the sink itself stops,
-    // so stopping the queue first would wait for ever.
     std::array<GstElement*, 6> elements() const {
-        return {sink, filter, convert, scale, crop, queue};
+        return {queue, crop, scale, convert, filter, sink};
     }
 };
 
@@ -254,6 +252,11 @@ void GstVideoOutputs::removeBranch(std::unique_ptr<Branch> branch) {
             }
         }
     }
+    // A paused sink holds its queue's thread until it flushes: flushing the branch lets the
+    // queue stop. The elements stop upstream first, so that every picture is back in the
+    // sink's pool before the sink lets go of its display.
+    GstRef<GstPad> queueSink(gst_element_get_static_pad(branch->queue, "sink"));
+    gst_pad_send_event(queueSink.get(), gst_event_new_flush_start());
     GstBin* bin = GST_BIN(bin_.get());
     for (GstElement* element : branch->elements()) {
         gst_element_set_state(element, GST_STATE_NULL);
