@@ -7,8 +7,8 @@
 // The player facade (ZMPlayer with a delegate) against the engine's own Player: first frame
 // in a fresh process and whole-VOD CPU, as medians.
 // Children are this executable started with --child MODE ENGINE URL (ENGINE: sdk, playbin3 or
-// zmplayer); they print one number: the first frame's seconds, or the main thread's CPU
-// seconds over the whole VOD.
+// zmplayer); they print the first frame's seconds, or the main thread's CPU seconds over the
+// whole VOD, and then their own peak resident memory in MB.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -252,6 +252,24 @@ private:
 
 // --- Children -----------------------------------------------------------------------------
 
+// This process's peak resident memory in MB, from its own address space. The rusage figure
+// also counts the parent's memory, which a spawned child shares until it runs exec.
+double peakResidentMb() {
+    std::FILE* status = std::fopen("/proc/self/status", "r");
+    if (status == nullptr) {
+        return 0;
+    }
+    char line[256];
+    double kilobytes = 0;
+    while (std::fgets(line, sizeof line, status) != nullptr) {
+        if (std::sscanf(line, "VmHWM: %lf kB", &kilobytes) == 1) {
+            break;
+        }
+    }
+    std::fclose(status);
+    return kilobytes / 1024.0;
+}
+
 int childMain(const std::string& mode, const std::string& engine, const std::string& url) {
     const double start = ProcessInfo::systemUptime();
     if (mode == "first-frame") {
@@ -268,7 +286,7 @@ int childMain(const std::string& mode, const std::string& engine, const std::str
         if (!seconds) {
             return 1;
         }
-        std::printf("%.6f\n", *seconds);
+        std::printf("%.6f %.3f\n", *seconds, peakResidentMb());
         return 0;
     }
     const bool ended = engine == "sdk"        ? sdkPlayToEnd(url)
@@ -281,7 +299,8 @@ int childMain(const std::string& mode, const std::string& engine, const std::str
     // apart from the streaming threads whose load varies most from run to run.
     timespec cpu{};
     ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpu);
-    std::printf("%.6f\n", static_cast<double>(cpu.tv_sec) + cpu.tv_nsec / 1e9);
+    std::printf("%.6f %.3f\n", static_cast<double>(cpu.tv_sec) + cpu.tv_nsec / 1e9,
+                peakResidentMb());
     return 0;
 }
 
@@ -364,8 +383,12 @@ std::optional<ChildRun> runChild(const std::string& mode, const std::string& eng
     auto seconds = [](const timeval& time) {
         return time.tv_sec + time.tv_usec / 1e6;
     };
-    return ChildRun{std::stod(output), seconds(usage.ru_utime) + seconds(usage.ru_stime),
-                    usage.ru_maxrss / 1024.0};
+    double value = 0;
+    double peakMb = 0;
+    if (std::sscanf(output.c_str(), "%lf %lf", &value, &peakMb) != 2) {
+        return std::nullopt;
+    }
+    return ChildRun{value, seconds(usage.ru_utime) + seconds(usage.ru_stime), peakMb};
 }
 
 // --- The origins --------------------------------------------------------------------------
