@@ -729,7 +729,8 @@ private:
                 }
                 const HeldSeek seek = *std::exchange(self->heldSeek_, std::nullopt);
                 self->sendSeekNow(seek.time, seek.exact, seek.id);
-                // The transfers the seek cancelled stay held until their connections have closed.
+                // The transfers the seek cancelled stay held a while longer, long enough for
+                // their connections to close; those that start from now on pass.
                 const auto point = gate->passNewTransfers();
                 DispatchQueue::main()->asyncAfter(
                     cancelledTransfersHold, [weakGate = std::weak_ptr<TransferGate>(gate), point] {
