@@ -37,6 +37,8 @@ public:
     LoopbackBodyServer& operator=(const LoopbackBodyServer&) = delete;
 
     std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + path_; }
+    const std::string& path() const { return path_; }
+    int port() const { return port_; }
 
 private:
     const std::string path_;

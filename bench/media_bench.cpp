@@ -3,7 +3,7 @@
 //     a fresh process (a child started for each run);
 //   - CPU time and peak RSS of a child process that plays the whole sample VOD;
 //   - one 100 MB segment through the loopback resource server against curl from the origin
-//     (throughput and CPU time of each way).
+//     and against a bare relay (throughput and CPU time of each way).
 // The player facade (ZMPlayer with a delegate) against the engine's own Player: first frame
 // in a fresh process and whole-VOD CPU, as medians.
 // Children are this executable started with --child MODE ENGINE URL (ENGINE: sdk, playbin3 or
@@ -44,6 +44,7 @@
 #include "zarvo/source/ZMPlaybackSource.h"
 #include "zarvo/source/ZMPlaybackSourceOptions.h"
 
+#include "BareRelay.h"
 #include "LoopbackBodyServer.h"
 #include "origin/SampleOrigin.h"
 
@@ -602,44 +603,59 @@ double processCpuSeconds() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-// Each transfer also counts the CPU time of the process: where the machine lends the benchmark
-// about one CPU, the throughputs follow the CPU that each way costs.
+double middle(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values.empty() ? 0 : values[values.size() / 2];
+}
+
+// The segment by three ways, in a rotating order: through the resource server, through a bare
+// relay (socket calls only: the most that any relay of loopback TCP reaches on this machine)
+// and from the origin directly. Medians of each way's throughput and of the CPU time of the
+// whole process per transfer: where the machine has fewer CPUs than the transfer has busy
+// threads, the throughputs follow the CPU that each way costs.
 void BM_SegmentThroughResourceServer(benchmark::State& state) {
     LoopbackBodyServer origin("/big.ts", segmentLength);
+    BareRelay bare(origin.port());
     const zarvo::Url url = *zarvo::Url::parse(origin.url());
     // The asset's own playlist is not there: the session serves the segment by its URL alone.
     auto asset =
         zarvo::UrlAsset::make(url.deletingLastPathComponent().appendingPathComponent("index.m3u8"));
     auto loader = zarvo::AssetLoader::start(asset, BenchEngineKey::get());
     auto session = zarvo::ResourceSession::open(asset, loader, {}, zarvo::DispatchQueue::main());
-    const std::string served = session->urlFor(zarvo::ResourceSession::Kind::segment, url);
-    double sdk = 0;
-    double peer = 0;
-    double sdkCpu = 0;
-    double peerCpu = 0;
+    const std::string ways[] = {session->urlFor(zarvo::ResourceSession::Kind::segment, url),
+                                bare.url(origin.path()), origin.url()};
+    std::vector<double> throughput[3];
+    std::vector<double> cpu[3];
+    std::size_t round = 0;
     for (auto _ : state) {
-        const double before = processCpuSeconds();
-        const double a = curlThroughput(served);
-        const double between = processCpuSeconds();
-        const double b = curlThroughput(origin.url());
-        sdkCpu += between - before;
-        peerCpu += processCpuSeconds() - between;
-        if (a == 0 || b == 0) {
-            state.SkipWithError("a transfer failed");
-            return;
+        for (std::size_t i = 0; i < 3; ++i) {
+            const std::size_t way = (round + i) % 3;
+            const double before = processCpuSeconds();
+            const double got = curlThroughput(ways[way]);
+            cpu[way].push_back(processCpuSeconds() - before);
+            if (got == 0) {
+                state.SkipWithError("a transfer failed");
+                return;
+            }
+            throughput[way].push_back(got);
         }
-        sdk += a;
-        peer += b;
+        ++round;
     }
-    const auto n = static_cast<double>(state.iterations());
-    state.counters["MBps_resource_server"] = sdk / n / 1e6;
-    state.counters["MBps_curl_direct"] = peer / n / 1e6;
-    state.counters["share"] = sdk / peer;
-    state.counters["cpu_ms_resource_server"] = sdkCpu / n * 1000;
-    state.counters["cpu_ms_curl_direct"] = peerCpu / n * 1000;
+    const double server = middle(throughput[0]);
+    const double relay = middle(throughput[1]);
+    const double direct = middle(throughput[2]);
+    state.counters["MBps_resource_server"] = server / 1e6;
+    state.counters["MBps_bare_relay"] = relay / 1e6;
+    state.counters["MBps_curl_direct"] = direct / 1e6;
+    state.counters["share"] = server / direct;
+    state.counters["share_bare_relay"] = relay / direct;
+    state.counters["server_vs_bare_relay"] = server / relay;
+    state.counters["cpu_ms_resource_server"] = middle(cpu[0]) * 1000;
+    state.counters["cpu_ms_bare_relay"] = middle(cpu[1]) * 1000;
+    state.counters["cpu_ms_curl_direct"] = middle(cpu[2]) * 1000;
     session->close();
 }
-BENCHMARK(BM_SegmentThroughResourceServer)->Iterations(5)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SegmentThroughResourceServer)->Iterations(9)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
