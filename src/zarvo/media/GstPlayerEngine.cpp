@@ -190,6 +190,7 @@ public:
             std::lock_guard lock(mutex_);
             wanted_ = wantedStreams();
             collection_.reset();
+            collectionSource_.reset();
             selected_.clear();
             answered_.reset();
         }
@@ -286,15 +287,17 @@ public:
             return;
         }
         GstRef<GstStreamCollection> collection;
+        GstRef<GstElement> source;
         {
             std::lock_guard lock(mutex_);
             wanted_ = wantedStreams();
-            if (collection_) {
+            if (collection_ && collectionSource_) {
                 collection.reset(GST_STREAM_COLLECTION(gst_object_ref(collection_.get())));
+                source.reset(GST_ELEMENT(gst_object_ref(collectionSource_.get())));
             }
         }
         if (collection) {
-            selectStreams(collection.get());
+            selectStreams(collection.get(), source.get());
         }
     }
 
@@ -426,6 +429,11 @@ private:
             resources_.reset();
         }
         accessLog_.setPlaying(false);
+        {
+            // The demuxer goes with the item that it played.
+            std::lock_guard lock(mutex_);
+            collectionSource_.reset();
+        }
         item_.reset();
         prerolled_ = false;
         buffering_ = false;
@@ -470,7 +478,12 @@ private:
     }
 
     // Sends the streams the item wants when they differ from those last sent for this collection.
-    void selectStreams(GstStreamCollection* collection) {
+    // The select-streams goes to the element that posted the collection (the adaptive demuxer),
+    // not through playbin3. playbin3 (1.22) holds its own lock while the event travels down to
+    // the demuxer and waits there for the demuxer's track lock; the demuxer, setting up its
+    // outputs for the previous selection, holds that lock while the elements after it post
+    // messages that playbin3 handles under its own lock. Quick switches then lock up the pipeline.
+    void selectStreams(GstStreamCollection* collection, GstElement* source) {
         std::vector<std::string> chosen;
         {
             std::lock_guard lock(mutex_);
@@ -496,8 +509,8 @@ private:
         for (const auto& id : chosen) {
             list = g_list_append(list, g_strdup(id.c_str()));
         }
-        if (list != nullptr && pipeline_) {
-            gst_element_send_event(pipeline_.get(), gst_event_new_select_streams(list));
+        if (list != nullptr) {
+            gst_element_send_event(source, gst_event_new_select_streams(list));
         }
         g_list_free_full(list, g_free);
     }
@@ -1039,6 +1052,10 @@ private:
         {
             std::lock_guard lock(self->mutex_);
             self->collection_.reset(GST_STREAM_COLLECTION(gst_object_ref(owned.get())));
+            self->collectionSource_.reset(
+                GST_IS_ELEMENT(GST_MESSAGE_SRC(message))
+                    ? GST_ELEMENT(gst_object_ref(GST_MESSAGE_SRC(message)))
+                    : nullptr);
         }
         DispatchQueue::main()->async([weakSelf = self->weak_from_this()] {
             if (auto strong = weakSelf.lock()) {
@@ -1140,6 +1157,7 @@ private:
     std::mutex mutex_;
     WantedStreams wanted_;
     GstRef<GstStreamCollection> collection_;
+    GstRef<GstElement> collectionSource_;   // the element that posted it
     std::vector<std::string> selected_;     // the stream ids last sent, sorted
     GstRef<GstStreamCollection> answered_;  // the collection they were sent for
     bool subtitlesShown_ = false;
