@@ -508,18 +508,22 @@ double mean(const std::vector<ChildRun>& runs, Field field) {
 
 // The middle value (the mean of the two middle ones for an even count): one run slowed by
 // another process on the machine does not move it.
-template <typename Field>
-double median(const std::vector<ChildRun>& runs, Field field) {
-    std::vector<double> values;
-    for (const auto& run : runs) {
-        values.push_back(run.*field);
-    }
+double median(std::vector<double> values) {
     if (values.empty()) {
         return 0;
     }
     std::sort(values.begin(), values.end());
     const std::size_t middle = values.size() / 2;
     return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+template <typename Field>
+double median(const std::vector<ChildRun>& runs, Field field) {
+    std::vector<double> values;
+    for (const auto& run : runs) {
+        values.push_back(run.*field);
+    }
+    return median(std::move(values));
 }
 
 double peak(const std::vector<ChildRun>& runs) {
@@ -603,11 +607,6 @@ double processCpuSeconds() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-double middle(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values.empty() ? 0 : values[values.size() / 2];
-}
-
 // The segment by three ways, in a rotating order: through the resource server, through a bare
 // relay (socket calls only: the most that any relay of loopback TCP reaches on this machine)
 // and from the origin directly. Medians of each way's throughput and of the CPU time of the
@@ -641,18 +640,18 @@ void BM_SegmentThroughResourceServer(benchmark::State& state) {
         }
         ++round;
     }
-    const double server = middle(throughput[0]);
-    const double relay = middle(throughput[1]);
-    const double direct = middle(throughput[2]);
+    const double server = median(throughput[0]);
+    const double relay = median(throughput[1]);
+    const double direct = median(throughput[2]);
     state.counters["MBps_resource_server"] = server / 1e6;
     state.counters["MBps_bare_relay"] = relay / 1e6;
     state.counters["MBps_curl_direct"] = direct / 1e6;
     state.counters["share"] = server / direct;
     state.counters["share_bare_relay"] = relay / direct;
     state.counters["server_vs_bare_relay"] = server / relay;
-    state.counters["cpu_ms_resource_server"] = middle(cpu[0]) * 1000;
-    state.counters["cpu_ms_bare_relay"] = middle(cpu[1]) * 1000;
-    state.counters["cpu_ms_curl_direct"] = middle(cpu[2]) * 1000;
+    state.counters["cpu_ms_resource_server"] = median(cpu[0]) * 1000;
+    state.counters["cpu_ms_bare_relay"] = median(cpu[1]) * 1000;
+    state.counters["cpu_ms_curl_direct"] = median(cpu[2]) * 1000;
     session->close();
 }
 BENCHMARK(BM_SegmentThroughResourceServer)->Iterations(9)->Unit(benchmark::kMillisecond);

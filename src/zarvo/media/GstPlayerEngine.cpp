@@ -34,8 +34,8 @@ constexpr std::int32_t nanosecondTimescale = 1000000000;
 constexpr guint64 demuxBufferingTime = 10 * GST_SECOND;
 // A flushing seek waits until segment bodies have been still this long (seconds), so that the
 // demuxer has taken in every byte it read before the seek cancels its downloads; it goes out
-// anyway after the longest hold. The transfers it cancels stay held a while longer, until
-// their connections have closed.
+// anyway after the longest hold. The transfers it cancels stay held for a fixed while longer,
+// long enough for their connections to close.
 constexpr double quietBeforeSeek = 0.06;
 constexpr double longestSeekHold = 1.0;
 constexpr double cancelledTransfersHold = 0.3;
@@ -430,8 +430,9 @@ private:
         }
         accessLog_.setPlaying(false);
         {
-            // The demuxer goes with the item that it played.
+            // The collection and its demuxer go with the item that they played.
             std::lock_guard lock(mutex_);
+            collection_.reset();
             collectionSource_.reset();
         }
         item_.reset();
