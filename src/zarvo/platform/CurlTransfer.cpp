@@ -77,6 +77,8 @@ UrlError errorFor(CURLcode code) {
             return UrlError::badServerResponse;
         case CURLE_BAD_CONTENT_ENCODING:
             return UrlError::cannotDecodeContentData;
+        case CURLE_FILESIZE_EXCEEDED:
+            return UrlError::dataLengthExceedsMaximum;
         case CURLE_TOO_MANY_REDIRECTS:
             return UrlError::httpTooManyRedirects;
         case CURLE_PEER_FAILED_VERIFICATION:
@@ -190,6 +192,12 @@ bool CurlTransfer::configure(const UrlRequest& request,
         set(CURLOPT_WRITEFUNCTION, &CurlTransfer::onBody);
     }
 
+    if (request.maximumBodyLength) {
+        // curl refuses an announced length past it; what arrives is counted in onBody.
+        maximumBodyLength_ = request.maximumBodyLength;
+        set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(*maximumBodyLength_));
+    }
+
     idleTimeoutSeconds_ = idleTimeoutSeconds(request, configuration);
     // curl's own connect time-out runs on real time, as a backstop to the scheduler's.
     set(CURLOPT_CONNECTTIMEOUT_MS, millisecondsFor(idleTimeoutSeconds_));
@@ -281,6 +289,11 @@ size_t CurlTransfer::onBody(char* data, size_t size, size_t count, void* self) {
     auto* transfer = static_cast<CurlTransfer*>(self);
     size_t length = size * count;
     transfer->markProgress();
+    if (transfer->maximumBodyLength_ &&
+        length > *transfer->maximumBodyLength_ - transfer->body_.size()) {
+        transfer->bodyTooLong_ = true;
+        return 0;  // curl stops the transfer
+    }
     transfer->body_.append(data, length);
     return length;
 }
@@ -449,7 +462,7 @@ void CurlTransfer::complete(CURLcode code) {
     if (detail.empty()) {
         detail = curl_easy_strerror(code);
     }
-    UrlError error = errorFor(code);
+    UrlError error = bodyTooLong_ ? UrlError::dataLengthExceedsMaximum : errorFor(code);
     if (code == CURLE_UNSUPPORTED_PROTOCOL && !sawStatusLine_) {
         // Every request starts on http or https, so without a status line this is a reply
         // that is not HTTP at all, not a redirect to another scheme.

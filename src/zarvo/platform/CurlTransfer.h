@@ -162,6 +162,8 @@ private:
     bool sawStatusLine_ = false;
 
     Data body_;
+    std::optional<std::size_t> maximumBodyLength_;
+    bool bodyTooLong_ = false;
     std::string errorBuffer_ = std::string(CURL_ERROR_SIZE, '\0');
     Finish finish_;
 

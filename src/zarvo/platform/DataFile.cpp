@@ -10,11 +10,15 @@
 
 namespace zarvo {
 
-std::optional<Data> DataFile::read(const std::filesystem::path& path) {
+std::optional<Data> DataFile::read(const std::filesystem::path& path,
+                                   std::optional<std::uintmax_t> maximumLength) {
     // A directory opens as a stream but fails on the first read, which libstdc++ reports by
     // throwing: only regular files are read.
     std::error_code error;
     if (!std::filesystem::is_regular_file(path, error)) {
+        return std::nullopt;
+    }
+    if (maximumLength && std::filesystem::file_size(path, error) > *maximumLength) {
         return std::nullopt;
     }
     std::ifstream in(path, std::ios::binary);

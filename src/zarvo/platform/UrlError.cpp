@@ -25,6 +25,8 @@ const char* describe(UrlError code) {
             return "The server's response could not be understood.";
         case UrlError::cannotDecodeContentData:
             return "The response body could not be decoded.";
+        case UrlError::dataLengthExceedsMaximum:
+            return "The response body is longer than allowed.";
         case UrlError::secureConnectionFailed:
             return "A secure connection to the server could not be made.";
         case UrlError::serverCertificateUntrusted:

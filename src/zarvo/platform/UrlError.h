@@ -20,6 +20,7 @@ namespace zarvo {
 // - badServerResponse: bytes arrived that are not an HTTP response;
 // - httpTooManyRedirects, cannotDecodeContentData: more than 16 redirects / a body that does
 //   not decode from its Content-Encoding;
+// - dataLengthExceedsMaximum: a body longer than the request's maximumBodyLength;
 // - secureConnectionFailed / serverCertificateUntrusted: the TLS handshake failed / the
 //   server's certificate did not verify.
 // Any HTTP status, 4xx and 5xx included, is a response and not an error.
@@ -35,6 +36,7 @@ enum class UrlError : long {
     httpTooManyRedirects = -1007,
     badServerResponse = -1011,
     cannotDecodeContentData = -1016,
+    dataLengthExceedsMaximum = -1103,
     secureConnectionFailed = -1200,
     serverCertificateUntrusted = -1202,
     cannotWriteToFile = -3003,

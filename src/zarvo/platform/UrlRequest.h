@@ -30,6 +30,9 @@ public:
     std::optional<Data> httpBody;
     CachePolicy cachePolicy;
     double timeoutInterval;  // seconds without progress before the request fails as timed out
+    // A body longer than this fails the request with UrlError::dataLengthExceedsMaximum (as soon
+    // as it is announced or received); none: any length.
+    std::optional<std::size_t> maximumBodyLength;
 
     void setValue(const std::string& value, const std::string& headerField);
     void addValue(const std::string& value, const std::string& headerField);
