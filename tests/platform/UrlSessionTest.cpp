@@ -202,6 +202,31 @@ TEST_F(UrlSessionTest, HeadAndCompressedBodiesReportTheirLengths) {
     EXPECT_EQ(compressed.response->expectedContentLength, -1);
 }
 
+TEST_F(UrlSessionTest, ABodyPastTheRequestsLimitFailsWhetherItsLengthIsAnnouncedOrNot) {
+    auto binary = TestHttpServer::Response::text(std::string(1000, 'x'));
+    binary.contentType = "application/octet-stream";
+    server.on("/thousand", binary);
+    auto endless = TestHttpServer::Response::text(std::string(64 * 1024, 'y'));
+    endless.endless = true;
+    server.on("/endless", endless);
+
+    UrlRequest exact = request("/thousand");
+    exact.maximumBodyLength = 1000;
+    Outcome whole = fetch(*session, exact);
+    ASSERT_FALSE(whole.error) << whole.error->description();
+    EXPECT_EQ(whole.data->size(), 1000u);
+
+    UrlRequest under = request("/thousand");
+    under.maximumBodyLength = 999;
+    EXPECT_EQ(errorCode(fetch(*session, under)), -1103);
+
+    UrlRequest unending = request("/endless");
+    unending.maximumBodyLength = 1 << 20;
+    Outcome cut = fetch(*session, unending);
+    EXPECT_EQ(errorCode(cut), -1103);
+    EXPECT_FALSE(cut.data);
+}
+
 TEST_F(UrlSessionTest, DroppedConnectionAndTimeOutAreDistinctErrors) {
     server.on("/drop", TestHttpServer::Response::dropped());
     std::promise<void> arrived;

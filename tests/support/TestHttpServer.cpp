@@ -1,5 +1,6 @@
 #include "support/TestHttpServer.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -76,6 +77,7 @@ struct TestHttpServer::Impl {
 
     mutable std::mutex mutex;
     std::condition_variable stopSignal;
+    mutable std::condition_variable arrived;  // a request was logged
     bool stopping = false;
     std::map<std::string, Handler> routes;
     std::vector<Request> log;
@@ -100,6 +102,7 @@ void TestHttpServer::Impl::handle(const httplib::Request& in, httplib::Response&
     {
         std::lock_guard lock(mutex);
         log.push_back(request);
+        arrived.notify_all();
         auto route = routes.find(request.path);
         if (route != routes.end()) {
             handler = route->second;
@@ -126,10 +129,24 @@ void TestHttpServer::Impl::handle(const httplib::Request& in, httplib::Response&
         hasContentType = hasContentType || ascii::equalsIgnoringCase(name, "Content-Type");
         out.headers.emplace(name, value);
     }
-    out.body = std::move(response.body);
     if (!hasContentType && !response.contentType.empty()) {
         out.set_header("Content-Type", response.contentType);
     }
+    if (response.endless) {
+        out.set_chunked_content_provider(
+            response.contentType,
+            [this, body = std::move(response.body)](std::size_t, httplib::DataSink& sink) {
+                {
+                    std::lock_guard lock(mutex);
+                    if (stopping) {
+                        return false;
+                    }
+                }
+                return sink.write(body.data(), body.size());
+            });
+        return;
+    }
+    out.body = std::move(response.body);
 }
 
 void TestHttpServer::Impl::wait(double seconds) {
@@ -240,11 +257,19 @@ std::vector<TestHttpServer::Request> TestHttpServer::requests() const {
 
 std::size_t TestHttpServer::requestCount(const std::string& path) const {
     std::lock_guard lock(impl_->mutex);
-    std::size_t count = 0;
-    for (const auto& request : impl_->log) {
-        count += request.path == path ? 1 : 0;
-    }
-    return count;
+    return static_cast<std::size_t>(
+        std::count_if(impl_->log.begin(), impl_->log.end(),
+                      [&](const Request& request) { return request.path == path; }));
+}
+
+bool TestHttpServer::waitForRequests(const std::string& path, std::size_t count,
+                                     std::chrono::milliseconds timeout) const {
+    std::unique_lock lock(impl_->mutex);
+    return impl_->arrived.wait_for(lock, timeout, [&] {
+        return static_cast<std::size_t>(std::count_if(
+                   impl_->log.begin(), impl_->log.end(),
+                   [&](const Request& request) { return request.path == path; })) >= count;
+    });
 }
 
 std::size_t TestHttpServer::connectionCount() const {

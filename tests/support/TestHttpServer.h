@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -29,8 +30,9 @@ public:
         std::vector<std::pair<std::string, std::string>> headers;
         std::string body;
         std::string contentType = "text/plain";
-        double delaySeconds = 0;                // wait before answering
-        bool dropConnection = false;            // close the socket without an answer
+        double delaySeconds = 0;      // wait before answering
+        bool dropConnection = false;  // close the socket without an answer
+        bool endless = false;         // send the body over and over, chunked, until the client goes
         std::optional<std::string> redirectTo;  // answer 302 with this Location
 
         static Response text(std::string body, int status = 200);
@@ -57,6 +59,10 @@ public:
     // Every request received so far, in order of arrival.
     std::vector<Request> requests() const;
     std::size_t requestCount(const std::string& path) const;
+    // Blocks the calling thread (without running its loop) until `count` requests for `path`
+    // have arrived, or `timeout` has passed; whether they arrived.
+    bool waitForRequests(const std::string& path, std::size_t count,
+                         std::chrono::milliseconds timeout) const;
     // Number of TCP connections accepted (to test keep-alive reuse).
     std::size_t connectionCount() const;
 
