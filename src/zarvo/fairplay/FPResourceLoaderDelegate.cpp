@@ -14,6 +14,7 @@
 #include "zarvo/platform/DataFile.h"
 #include "zarvo/platform/DispatchSemaphore.h"
 #include "zarvo/platform/FatalError.h"
+#include "zarvo/platform/ResponseLimits.h"
 #include "zarvo/platform/UrlComponents.h"
 #include "zarvo/platform/UrlError.h"
 #include "zarvo/platform/UrlSession.h"
@@ -52,6 +53,7 @@ std::optional<Data> fetchAndWait(UrlRequest request) {
         std::optional<Data> data;
     };
     auto answer = std::make_shared<Answer>();
+    request.maximumBodyLength = ResponseLimits::keyAnswer;
     UrlSession::shared()
         ->dataTask(std::move(request),
                    [answer](std::optional<Data> data, std::optional<HttpUrlResponse>,

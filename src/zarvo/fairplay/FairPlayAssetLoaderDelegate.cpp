@@ -11,6 +11,7 @@
 #include "zarvo/media/UrlAsset.h"
 #include "zarvo/platform/AppDirectories.h"
 #include "zarvo/platform/DataFile.h"
+#include "zarvo/platform/ResponseLimits.h"
 #include "zarvo/platform/UrlSession.h"
 #include "zarvo/platform/UserDefaults.h"
 #include "zarvo/player/ZMPlayerError.h"
@@ -136,6 +137,7 @@ void FairPlayAssetLoaderDelegate::handle(
 void FairPlayAssetLoaderDelegate::fetch(
     UrlRequest urlRequest, const std::shared_ptr<AssetResourceLoadingRequest>& request,
     long failedStep, std::function<void(FairPlayAssetLoaderDelegate&, const Data&)> next) {
+    urlRequest.maximumBodyLength = ResponseLimits::keyAnswer;
     UrlSession::shared()
         ->dataTask(std::move(urlRequest),
                    [weakSelf = weak_from_this(), request, failedStep, next = std::move(next)](

@@ -1,10 +1,9 @@
 #include "zarvo/hls/URLBufferedReader.h"
 
-#include <fstream>
-#include <sstream>
-
 #include "zarvo/hls/Utf8Text.h"
+#include "zarvo/platform/DataFile.h"
 #include "zarvo/platform/DispatchSemaphore.h"
+#include "zarvo/platform/ResponseLimits.h"
 #include "zarvo/platform/UrlSession.h"
 
 namespace zarvo {
@@ -13,13 +12,9 @@ URLBufferedReader::URLBufferedReader(const Url& url)
     : stringReader_(std::make_unique<StringBufferedReader>(std::string())) {
     if (url.isFileUrl()) {
         // Local documents are read directly, as the session would load them.
-        std::ifstream file(url.decodedPath(), std::ios::binary);
-        std::ostringstream contents;
-        if (file && (contents << file.rdbuf())) {
-            std::string text = std::move(contents).str();
-            if (utf8::isValid(text)) {
-                stringReader_ = std::make_unique<StringBufferedReader>(std::move(text));
-            }
+        auto text = DataFile::read(url.decodedPath(), ResponseLimits::playlist);
+        if (text && utf8::isValid(*text)) {
+            stringReader_ = std::make_unique<StringBufferedReader>(std::move(*text));
         }
         return;
     }
@@ -30,9 +25,12 @@ URLBufferedReader::URLBufferedReader(const Url& url)
         std::optional<std::string> text;
     };
     auto download = std::make_shared<Download>();
+    UrlRequest request(url);
+    request.maximumBodyLength = ResponseLimits::playlist;
     auto task = UrlSession::shared()->dataTask(
-        url, [weak = std::weak_ptr<Download>(download)](
-                 std::optional<Data> data, std::optional<HttpUrlResponse>, std::optional<Error>) {
+        std::move(request),
+        [weak = std::weak_ptr<Download>(download)](
+            std::optional<Data> data, std::optional<HttpUrlResponse>, std::optional<Error>) {
             auto slot = weak.lock();
             if (!slot) {
                 return;

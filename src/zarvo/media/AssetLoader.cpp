@@ -9,6 +9,7 @@
 #include "zarvo/media/UrlAsset.h"
 #include "zarvo/platform/DataFile.h"
 #include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/ResponseLimits.h"
 #include "zarvo/platform/Scheduler.h"
 #include "zarvo/platform/UrlError.h"
 
@@ -63,21 +64,19 @@ Error loadError(const Url& url, const AssetLoader::Fetched& fetched) {
                           url.absoluteString() + " is not an HLS playlist.");
 }
 
-bool looksLikePlaylist(const Data& body) {
-    std::string_view text(body);
-    if (text.substr(0, 3) == "\xEF\xBB\xBF") {
-        text.remove_prefix(3);
-    }
-    return text.substr(0, 7) == "#EXTM3U";
-}
-
 }  // namespace
 
 std::shared_ptr<AssetLoader> AssetLoader::start(const std::shared_ptr<UrlAsset>& asset,
                                                 const MediaEngineKey& key) {
     auto loader = std::make_shared<AssetLoader>(asset, key);
-    if (isHttp(asset->playlistUrl()) || asset->playlistUrl().isFileUrl()) {
-        loader->readAhead(asset->playlistUrl(), true);
+    const Url& url = asset->playlistUrl();
+    if (isHttp(url) || url.isFileUrl()) {
+        loader->readAhead(url, true);
+    } else {
+        // Nothing can read it: the asset fails now rather than wait for a master that never
+        // comes.
+        asset->failLoading(key, makeTransportError(url, makeUrlError(UrlError::unsupportedUrl,
+                                                                     url.absoluteString())));
     }
     return loader;
 }
@@ -87,10 +86,14 @@ AssetLoader::AssetLoader(const std::shared_ptr<UrlAsset>& asset, const MediaEngi
 
 void AssetLoader::fetch(const Url& url, FetchDone done) {
     if (isHttp(url)) {
+        // Playlists and keys: both are small, and neither may grow the process without end.
+        static_assert(ResponseLimits::playlist == ResponseLimits::keyAnswer);
+        UrlRequest request(url);
+        request.maximumBodyLength = ResponseLimits::playlist;
         auto task = session_->dataTask(
-            url, [done = std::move(done)](std::optional<Data> data,
-                                          std::optional<HttpUrlResponse> response,
-                                          std::optional<Error> error) {
+            std::move(request), [done = std::move(done)](std::optional<Data> data,
+                                                         std::optional<HttpUrlResponse> response,
+                                                         std::optional<Error> error) {
                 Fetched fetched;
                 fetched.statusCode = response ? response->statusCode : 0;
                 fetched.body = data ? std::move(*data) : Data();
@@ -105,7 +108,15 @@ void AssetLoader::fetch(const Url& url, FetchDone done) {
         done(Fetched{0, {}, makeUrlError(UrlError::unsupportedUrl, url.absoluteString())});
         return;
     }
-    DispatchQueue::global()->async([path = url.decodedPath(), done = std::move(done)] {
+    DispatchQueue::global()->async([url, done = std::move(done)] {
+        const std::string path = url.decodedPath();
+        std::error_code error;
+        const auto size = std::filesystem::file_size(path, error);
+        if (!error && size > ResponseLimits::playlist) {
+            done(Fetched{
+                0, {}, makeUrlError(UrlError::dataLengthExceedsMaximum, url.absoluteString())});
+            return;
+        }
         auto body = DataFile::read(path);
         done(body ? Fetched{200, std::move(*body), std::nullopt} : Fetched{404, {}, std::nullopt});
     });
@@ -154,7 +165,7 @@ void AssetLoader::readAhead(const Url& url, bool isMaster) {
 
 void AssetLoader::settle(const Url& url, Fetched fetched, bool isMaster) {
     const bool usable = !fetched.error && fetched.statusCode >= 200 && fetched.statusCode < 300 &&
-                        looksLikePlaylist(fetched.body);
+                        HlsPlaylistRewriter::looksLikePlaylist(fetched.body);
     HlsPlaylistRewriter::Result info;
     if (usable) {
         info = HlsPlaylistRewriter::rewrite(fetched.body, url,
@@ -166,7 +177,10 @@ void AssetLoader::settle(const Url& url, Fetched fetched, bool isMaster) {
         std::lock_guard lock(mutex_);
         auto& entry = readAhead_[url.absoluteString()];
         entry.done = true;
-        entry.keep = isMaster || (usable && (info.hasEndList || info.playlistType == "VOD"));
+        // A live media playlist changes with every reload, also when it is the asset's own URL.
+        const bool unchanging =
+            info.isMasterPlaylist || info.hasEndList || info.playlistType == "VOD";
+        entry.keep = usable ? unchanging : isMaster;
         entry.fetched = fetched;
         entry.fetchedAt = Scheduler::standard()->uptime();
         waiting.swap(entry.waiting);
@@ -206,6 +220,12 @@ void AssetLoader::masterRead(const HlsPlaylistRewriter::Result& master) {
     auto asset = asset_.lock();
     if (asset && !asset->isLoaded()) {
         asset->finishLoading(key_, groupsOf(master));
+    }
+}
+
+void AssetLoader::masterFailed(const Error& error) {
+    if (auto asset = asset_.lock()) {
+        asset->failLoading(key_, error);
     }
 }
 

@@ -35,8 +35,8 @@ public:
     };
     using FetchDone = std::function<void(Fetched)>;
 
-    // Starts loading `asset` (http, https and file URLs; other schemes load through the
-    // resource loader when the pipeline asks).
+    // Starts loading `asset`: http, https and file URLs; an asset with any other URL fails to
+    // load at once.
     static std::shared_ptr<AssetLoader> start(const std::shared_ptr<UrlAsset>& asset,
                                               const MediaEngineKey& key);
     AssetLoader(const std::shared_ptr<UrlAsset>& asset, const MediaEngineKey& key);
@@ -52,6 +52,9 @@ public:
     // The master playlist was read (by a session, for a master that the resource loader
     // supplies): the asset's groups come from it unless they are known already.
     void masterRead(const HlsPlaylistRewriter::Result& master);
+    // The master playlist could not be had (by a session): the asset fails to load with
+    // `error` unless it is loaded already.
+    void masterFailed(const Error& error);
 
     // The media selection groups of a master playlist: audio renditions (audible), subtitle
     // and closed-caption renditions (legible), in playlist order, without repeats of one name

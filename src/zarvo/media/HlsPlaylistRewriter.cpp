@@ -643,6 +643,13 @@ private:
 
 }  // namespace
 
+bool HlsPlaylistRewriter::looksLikePlaylist(std::string_view text) {
+    if (text.starts_with("\xEF\xBB\xBF")) {
+        text.remove_prefix(3);
+    }
+    return text.starts_with("#EXTM3U");
+}
+
 HlsPlaylistRewriter::Result HlsPlaylistRewriter::rewrite(std::string_view text,
                                                          const Url& playlistUrl,
                                                          const Mapper& mapper, Options options) {

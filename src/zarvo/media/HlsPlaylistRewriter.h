@@ -150,6 +150,9 @@ public:
         bool operator==(const Result&) const = default;
     };
 
+    // Whether `text` starts as a playlist does: "#EXTM3U", after a UTF-8 byte-order mark or not.
+    static bool looksLikePlaylist(std::string_view text);
+
     // `playlistUrl` is the absolute URL the playlist was read from; references resolve
     // against it. The mapper is called once per URI, in written order.
     static Result rewrite(std::string_view text, const Url& playlistUrl, const Mapper& mapper,

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "zarvo/media/MediaError.h"
+#include "zarvo/platform/ResponseLimits.h"
 #include "zarvo/platform/UrlError.h"
 #include "zarvo/platform/UrlRequest.h"
 #include "zarvo/platform/UrlSessionConfiguration.h"
@@ -58,6 +59,7 @@ bool PackageFileFetcher::wait(double seconds) {
 
 std::optional<Error> PackageFileFetcher::attempt(
     const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range,
+    std::optional<std::size_t> maximumLength,
     const std::function<bool(const char*, std::size_t)>& consume, bool& retryable) {
     retryable = false;
     UrlRequest request(url);
@@ -105,6 +107,8 @@ std::optional<Error> PackageFileFetcher::attempt(
     // skipped.
     std::int64_t skip = range && status == 200 ? range->offset : 0;
     std::int64_t left = range ? range->length : -1;
+    std::size_t taken = 0;
+    bool tooLong = false;
     auto error = stream->receive(
         [&](const char* data, std::size_t length) {
             const auto skipped = std::min<std::int64_t>(skip, static_cast<std::int64_t>(length));
@@ -115,9 +119,15 @@ std::optional<Error> PackageFileFetcher::attempt(
                 length = static_cast<std::size_t>(std::min<std::int64_t>(left, length));
                 left -= static_cast<std::int64_t>(length);
             }
-            return (length == 0 || consume(data, length)) && left != 0;
+            taken += length;
+            tooLong = maximumLength && taken > *maximumLength;
+            return !tooLong && (length == 0 || consume(data, length)) && left != 0;
         },
         256 * 1024);
+    if (tooLong) {
+        return makeTransportError(
+            url, makeUrlError(UrlError::dataLengthExceedsMaximum, url.absoluteString()));
+    }
     if (error) {
         retryable = !isUrlError(*error, UrlError::cancelled);
         return makeTransportError(url, *error);
@@ -152,7 +162,7 @@ std::variant<std::string, Error> PackageFileFetcher::fetchText(const Url& url) {
     auto error = withRetries(url, [&](bool& retryable) {
         text.clear();
         return attempt(
-            url, std::nullopt,
+            url, std::nullopt, ResponseLimits::playlist,
             [&](const char* data, std::size_t length) {
                 text.append(data, length);
                 return true;
@@ -167,7 +177,7 @@ std::variant<std::string, Error> PackageFileFetcher::fetchText(const Url& url) {
 
 std::variant<std::int64_t, Error> PackageFileFetcher::fetchFile(
     const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range,
-    const std::filesystem::path& path) {
+    const std::filesystem::path& path, std::optional<std::size_t> maximumLength) {
     const auto partial = partialPath(path);
     std::int64_t written = 0;
     std::optional<Error> writeFailure;
@@ -179,7 +189,7 @@ std::variant<std::int64_t, Error> PackageFileFetcher::fetchFile(
         }
         written = 0;
         auto failure = attempt(
-            url, range,
+            url, range, maximumLength,
             [&](const char* data, std::size_t length) {
                 if (std::fwrite(data, 1, length, file.get()) != length) {
                     writeFailure = writeError(path, errno);

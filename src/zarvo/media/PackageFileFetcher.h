@@ -35,12 +35,13 @@ public:
     PackageFileFetcher(const PackageFileFetcher&) = delete;
     PackageFileFetcher& operator=(const PackageFileFetcher&) = delete;
 
+    // A playlist: a body past ResponseLimits::playlist is an error.
     std::variant<std::string, Error> fetchText(const Url& url);
-    // The bytes written, or why nothing was: the error names the URL, or the file that could
-    // not be written (MediaError::writeFailed).
+    // The bytes written, or why nothing was: the error names the URL (a body longer than
+    // `maximumLength` is one), or the file that could not be written (MediaError::writeFailed).
     std::variant<std::int64_t, Error> fetchFile(
         const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range,
-        const std::filesystem::path& path);
+        const std::filesystem::path& path, std::optional<std::size_t> maximumLength = std::nullopt);
 
     void stop();
     bool isStopped() const;
@@ -55,6 +56,7 @@ private:
     // One try: the error, and whether another try may help.
     std::optional<Error> attempt(const Url& url,
                                  const std::optional<HlsPlaylistRewriter::ByteRange>& range,
+                                 std::optional<std::size_t> maximumLength,
                                  const std::function<bool(const char*, std::size_t)>& consume,
                                  bool& retryable);
     template <typename Try>

@@ -289,17 +289,33 @@ void ResourceSession::servePlaylist(httplib::Response& response, Kind kind, cons
     }
     AssetLoader::Fetched fetched = std::move(*result);
 
-    if (fetched.error) {
-        const Error error = makeTransportError(url, *fetched.error);
+    // A failure that asking again cannot mend ends the playback at once, instead of after the
+    // pipeline's own retries; the master's failure is the asset's.
+    auto refuse = [&](const Error& error, int status, bool final) {
         recordFailure(error);
-        response.status = 502;
+        response.status = status;
+        if (kind == Kind::master) {
+            loader_->masterFailed(error);
+        }
+        if (final) {
+            notify([error](Observer& observer) { observer.failed(error); });
+        }
+    };
+    if (fetched.error) {
+        refuse(makeTransportError(url, *fetched.error), 502,
+               isUrlError(*fetched.error, UrlError::dataLengthExceedsMaximum) ||
+                   isUrlError(*fetched.error, UrlError::unsupportedUrl));
         return;
     }
     if (fetched.statusCode < 200 || fetched.statusCode >= 300) {
-        const Error error = makeStatusError(url, fetched.statusCode);
-        recordFailure(error);
-        response.status = fetched.statusCode >= 400 ? fetched.statusCode : 502;
-        response.set_content(fetched.body, "text/plain");
+        refuse(makeStatusError(url, fetched.statusCode),
+               fetched.statusCode >= 400 ? fetched.statusCode : 502, false);
+        return;
+    }
+    if (!HlsPlaylistRewriter::looksLikePlaylist(fetched.body)) {
+        refuse(makeMediaError(MediaError::invalidPlaylist,
+                              url.absoluteString() + " is not an HLS playlist."),
+               502, true);
         return;
     }
     auto info = HlsPlaylistRewriter::rewrite(

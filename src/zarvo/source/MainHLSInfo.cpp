@@ -4,6 +4,7 @@
 
 #include "zarvo/hls/PlaylistNumbers.h"
 #include "zarvo/hls/Utf8Text.h"
+#include "zarvo/platform/ResponseLimits.h"
 #include "zarvo/platform/UrlComponents.h"
 #include "zarvo/platform/UrlSession.h"
 #include "zarvo/player/ZMPlayerError.h"
@@ -235,6 +236,7 @@ void MainHLSInfo::load(const Url& masterUrl, Completion completion) {
     auto session = UrlSession::make(UrlSessionConfiguration::defaultConfiguration());
     UrlRequest request(masterUrl, UrlRequest::CachePolicy::useProtocolCachePolicy, 60.0);
     request.httpMethod = "GET";
+    request.maximumBodyLength = ResponseLimits::playlist;
     // The completion keeps the session alive until it has run, then lets it go.
     auto keepAlive = std::make_shared<std::shared_ptr<UrlSession>>(session);
     auto task = session->dataTask(
