@@ -143,33 +143,27 @@ std::string playbackTypeOf(const UrlAsset& asset, const HlsPlaylistRewriter::Res
 
 }  // namespace
 
-class GstPlayerEngine::Playback : public ResourceSession::Observer,
-                                  public std::enable_shared_from_this<Playback> {
+class GstPlayerEngine::Playback : public std::enable_shared_from_this<Playback> {
 public:
     Playback(std::weak_ptr<Player> player, MediaEngineKey key)
         : player_(std::move(player)), key_(key) {}
 
     void shutdown() {
         tearDownItem();
-        if (pipeline_) {
-            gst_element_set_state(pipeline_.get(), GST_STATE_NULL);
-            GstRef<GstBus> bus(gst_element_get_bus(pipeline_.get()));
-            gst_bus_set_sync_handler(bus.get(), nullptr, nullptr, nullptr);
-            if (busWatch_ != 0) {
-                g_source_remove(busWatch_);
-                busWatch_ = 0;
-            }
-            g_signal_handlers_disconnect_by_data(pipeline_.get(), this);
-            removeProbe();
-            pipeline_.reset();
-        }
-        windows_.reset();
+        releasePipeline();
     }
 
     // PlayerEngine, on the main thread.
 
     void setItem(const std::shared_ptr<PlayerItem>& item) {
+        const bool leftHalfMade = item_ && !prerolled_;
         tearDownItem();
+        if (leftHalfMade) {
+            // playbin3 (1.22) stopped before its sinks were set up for every stream keeps a
+            // stream-synchronizer pad of the half-made set-up, and the next item's set-up then
+            // aborts the process on a pad name in use: that pipeline is not used again.
+            releasePipeline();
+        }
         item_ = item;
         if (!item_) {
             reportTimeControl();
@@ -185,9 +179,13 @@ public:
             loader = AssetLoader::start(asset, key_);
             asset->setEngineState(key_, loader);
         }
-        resources_ = ResourceSession::open(asset, loader, weak_from_this(), DispatchQueue::main());
+        // What the session learns reaches the playback through an observer of this item alone:
+        // news still on its way when the next item comes is dropped with the observer.
+        itemObserver_ = std::make_shared<ItemObserver>(weak_from_this());
+        resources_ = ResourceSession::open(asset, loader, itemObserver_, DispatchQueue::main());
         {
             std::lock_guard lock(mutex_);
+            ++itemGeneration_;
             wanted_ = wantedStreams();
             collection_.reset();
             collectionSource_.reset();
@@ -320,9 +318,9 @@ public:
         }
     }
 
-    // ResourceSession::Observer, on the main thread.
+    // What the current item's resource session learns, on the main thread.
 
-    void playlistServed(const ResourceSession::PlaylistServed& served) override {
+    void playlistServed(const ResourceSession::PlaylistServed& served) {
         if (!item_) {
             return;
         }
@@ -349,7 +347,7 @@ public:
         updateSeekableRanges();
     }
 
-    void transferred(const ResourceSession::Transfer& transfer) override {
+    void transferred(const ResourceSession::Transfer& transfer) {
         if (!item_ || accessLog_.empty()) {
             return;
         }
@@ -361,14 +359,51 @@ public:
         item_->updateAccessLog(key_, accessLog_.events(), announce);
     }
 
-    void failed(const Error& error) override { failItem(error); }
-
 private:
+    class ItemObserver final : public ResourceSession::Observer {
+    public:
+        explicit ItemObserver(std::weak_ptr<Playback> playback) : playback_(std::move(playback)) {}
+        void playlistServed(const ResourceSession::PlaylistServed& served) override {
+            if (auto playback = playback_.lock()) {
+                playback->playlistServed(served);
+            }
+        }
+        void transferred(const ResourceSession::Transfer& transfer) override {
+            if (auto playback = playback_.lock()) {
+                playback->transferred(transfer);
+            }
+        }
+        void failed(const Error& error) override {
+            if (auto playback = playback_.lock()) {
+                playback->failItem(error);
+            }
+        }
+
+    private:
+        const std::weak_ptr<Playback> playback_;
+    };
+
     struct PendingSeek {
         std::optional<std::uint64_t> id;  // none for a seek that only changes the rate
         MediaTime time;                   // invalid: where playback is when the seek is sent
         bool exact = false;
     };
+
+    void releasePipeline() {
+        if (pipeline_) {
+            gst_element_set_state(pipeline_.get(), GST_STATE_NULL);
+            GstRef<GstBus> bus(gst_element_get_bus(pipeline_.get()));
+            gst_bus_set_sync_handler(bus.get(), nullptr, nullptr, nullptr);
+            if (busWatch_ != 0) {
+                g_source_remove(busWatch_);
+                busWatch_ = 0;
+            }
+            g_signal_handlers_disconnect_by_data(pipeline_.get(), this);
+            removeProbe();
+            pipeline_.reset();
+        }
+        windows_.reset();
+    }
 
     bool ensurePipeline() {
         if (pipeline_) {
@@ -406,7 +441,7 @@ private:
         busWatch_ = gst_bus_add_watch(bus.get(), onBusMessage, this);
         gst_bus_set_sync_handler(bus.get(), onSyncMessage, this, nullptr);
         g_signal_connect(pipeline_.get(), "element-setup", G_CALLBACK(onElementSetup), this);
-        if (player) {
+        if (player && !std::exchange(announcedReady_, true)) {
             player->updateStatus(key_, Player::Status::readyToPlay);
         }
         return true;
@@ -428,6 +463,7 @@ private:
             resources_->close();
             resources_.reset();
         }
+        itemObserver_.reset();
         accessLog_.setPlaying(false);
         {
             // The collection and its demuxer go with the item that they played.
@@ -449,6 +485,7 @@ private:
         selectionsLoaded_ = false;
         pipelineFailure_.reset();
         lastPosition_ = MediaTime::zero();
+        seekTarget_ = MediaTime::zero();
         timeline_.reset();
         startRead_ = false;
         startSeek_.reset();
@@ -1091,15 +1128,17 @@ private:
     static GstPadProbeReturn onVideoBuffer(GstPad*, GstPadProbeInfo*, gpointer data) {
         auto* self = static_cast<Playback*>(data);
         bool first = false;
+        std::uint64_t generation = 0;
         {
             std::lock_guard lock(self->mutex_);
             first = !std::exchange(self->firstFrameSeen_, true);
+            generation = self->itemGeneration_;
         }
         if (first) {
             const double uptime = ProcessInfo::systemUptime();
-            DispatchQueue::main()->async([weakSelf = self->weak_from_this(), uptime] {
+            DispatchQueue::main()->async([weakSelf = self->weak_from_this(), uptime, generation] {
                 auto strong = weakSelf.lock();
-                if (strong && strong->item_) {
+                if (strong && strong->item_ && strong->currentGeneration() == generation) {
                     strong->item_->post(strong->key_, PlayerItem::firstVideoFrameNotification,
                                         {{PlayerItem::firstVideoFrameUptimeKey, uptime}});
                 }
@@ -1115,8 +1154,15 @@ private:
     gulong probe_ = 0;
     guint busWatch_ = 0;
     std::optional<Error> pipelineError_;
+    bool announcedReady_ = false;  // the player is ready once its first pipeline is
+
+    std::uint64_t currentGeneration() {
+        std::lock_guard lock(mutex_);
+        return itemGeneration_;
+    }
 
     std::shared_ptr<PlayerItem> item_;
+    std::shared_ptr<ItemObserver> itemObserver_;  // of the current item's resource session
     std::shared_ptr<ResourceSession> resources_;
     std::shared_ptr<GstVideoOutputs> windows_;      // none with a sink from the environment
     std::map<std::uint64_t, VideoOutput> outputs_;  // the windows views gave, by id
@@ -1166,6 +1212,7 @@ private:
     std::uint64_t styleVersion_ = 0;  // counts changes of subtitlesShown_ and style_
     std::vector<GstRef<GstElement>> overlays_;
     bool firstFrameSeen_ = false;
+    std::uint64_t itemGeneration_ = 0;  // counts the items set, for news of streaming threads
 };
 
 GstPlayerEngine::GstPlayerEngine(const std::shared_ptr<Player>& player, const MediaEngineKey& key)

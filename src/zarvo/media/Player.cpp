@@ -80,6 +80,7 @@ void Player::replaceCurrentItem(std::shared_ptr<PlayerItem> item) {
         currentItem_->player_.reset();
     }
     currentItem_ = std::move(item);
+    ++itemGeneration_;
     if (currentItem_) {
         currentItem_->player_ = weak_from_this();
     }
@@ -154,9 +155,11 @@ void Player::removeTimeObserver(const TimeObserverToken& token) {
 }
 
 void Player::invoke(const PeriodicObserver& observer, MediaTime time) {
-    // Not called once the observer is removed or the player is gone.
-    observer.queue->async([active = observer.active, block = observer.block, time] {
-        if (active->load()) {
+    // Not called once the observer is removed, the player is gone or has another item.
+    observer.queue->async([weakSelf = weak_from_this(), generation = itemGeneration_.load(),
+                           active = observer.active, block = observer.block, time] {
+        auto self = weakSelf.lock();
+        if (self && active->load() && self->itemGeneration_.load() == generation) {
             (*block)(time);
         }
     });

@@ -144,6 +144,9 @@ private:
     float volume_ = 1;
     bool allowsExternalPlayback_ = true;
     std::shared_ptr<PlayerItem> currentItem_;
+    // Counts the items made current: a time observed for one item and still on its way to an
+    // observer's queue when the next item comes is dropped.
+    std::atomic<std::uint64_t> itemGeneration_{0};
 
     std::uint64_t lastSeekId_ = 0;
     std::optional<std::uint64_t> pendingSeekId_;
