@@ -265,9 +265,10 @@ TEST_F(AssetDownloadTest, SuspendResumeCancelAndFaults) {
     ASSERT_TRUE(waitFor([&] { return recorder_->completions.size() == 5; }));
     EXPECT_EQ(recorder_->completions[4], std::nullopt);
 
-    // A master without variants fails at once.
-    auto media = UrlAsset::make(*Url::parse(origin_->url("/vod/v0/index.m3u8")));
-    auto invalid = session->makeAggregateAssetDownloadTask(media, {}, "Media", std::nullopt, {});
+    // An address of something that is no playlist fails at once.
+    auto segment = UrlAsset::make(*Url::parse(origin_->url("/vod/v0/seg0.ts")));
+    auto invalid =
+        session->makeAggregateAssetDownloadTask(segment, {}, "Segment", std::nullopt, {});
     invalid->resume();
     ASSERT_TRUE(waitFor([&] { return recorder_->completions.size() == 6; }));
     ASSERT_TRUE(recorder_->completions[5]);

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <set>
 
 #include "zarvo/media/AssetDownloadDelegate.h"
 #include "zarvo/media/AssetDownloadUrlSession.h"
@@ -321,9 +322,16 @@ std::optional<Error> AggregateAssetDownloadTask::download(PackageFileFetcher& fe
         return *error;
     }
     const auto& plan = std::get<HlsPackagePlan>(planned);
+    std::set<std::filesystem::path> folders;
     for (const auto& playlist : plan.playlists) {
+        folders.insert((package / playlist.path).parent_path());
+    }
+    for (const auto& file : plan.files) {
+        folders.insert((package / file.path).parent_path());
+    }
+    for (const auto& folder : folders) {
         std::error_code error;
-        std::filesystem::create_directories((package / playlist.path).parent_path(), error);
+        std::filesystem::create_directories(folder, error);
         if (error) {
             return makeMediaError(MediaError::writeFailed,
                                   "Could not make " + package.string() + ": " + error.message());
@@ -390,7 +398,8 @@ std::optional<Error> AggregateAssetDownloadTask::download(PackageFileFetcher& fe
                 return;
             }
             const auto& file = *missing[index];
-            auto fetched = fetcher.fetchFile(file.url, file.range, package / file.path);
+            auto fetched =
+                fetcher.fetchFile(file.url, file.range, package / file.path, file.maximumLength);
             if (auto* error = std::get_if<Error>(&fetched)) {
                 if (!fetcher.isStopped()) {
                     std::lock_guard lock(failureMutex);

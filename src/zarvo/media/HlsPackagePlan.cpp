@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "zarvo/media/MediaError.h"
+#include "zarvo/platform/ResponseLimits.h"
 
 namespace zarvo {
 namespace {
@@ -15,6 +16,8 @@ using Reference = HlsPlaylistRewriter::Reference;
 
 // Written in place of a URI the package leaves out; the lines that carry it are then dropped.
 constexpr const char* leftOut = "zm-left-out:";
+// The folder of the package's key files.
+constexpr const char* keysFolder = "keys";
 
 bool isHttp(const Url& url) {
     const std::string scheme = url.scheme();
@@ -105,78 +108,117 @@ std::string withoutLeftOut(const std::string& text) {
     return out;
 }
 
-struct MediaPlaylistPlan {
-    std::string text;
-    std::vector<HlsPackagePlan::File> files;
-    double duration = 0;
-};
+// Puts the media playlists of one package into its plan: their local text, the files they
+// name and the keys, each key one file however many playlists name it.
+class PackageBuilder {
+public:
+    explicit PackageBuilder(const HlsPackagePlan::FetchPlaylist& fetch) : fetch_(fetch) {}
 
-std::variant<MediaPlaylistPlan, Error> planMediaPlaylist(const Url& url, const std::string& dir,
-                                                         const HlsPackagePlan::FetchPlaylist& fetch,
-                                                         std::vector<Url>& loaderKeys) {
-    auto fetched = fetch(url);
-    if (auto* error = std::get_if<Error>(&fetched)) {
-        return *error;
+    // Plans the media playlist at `url` into the folder `dir`: its duration, or why it could
+    // not be planned. `text` is the playlist when it was read already.
+    std::variant<double, Error> addMediaPlaylist(const Url& url, const std::string& dir,
+                                                 std::optional<std::string> text = std::nullopt) {
+        if (!text) {
+            auto fetched = fetch_(url);
+            if (auto* error = std::get_if<Error>(&fetched)) {
+                return *error;
+            }
+            text = std::get<std::string>(std::move(fetched));
+        }
+        if (!HlsPlaylistRewriter::looksLikePlaylist(*text)) {
+            return makeMediaError(MediaError::invalidPlaylist,
+                                  url.absoluteString() + " is not an HLS playlist.");
+        }
+        std::map<std::string, std::string> names;  // by URL and range
+        std::size_t count = 0;
+        auto mapper = [&](const Reference& reference) -> std::optional<std::string> {
+            if (reference.kind == Kind::key) {
+                return keyFile(reference.url);
+            }
+            if (reference.kind != Kind::segment && reference.kind != Kind::initializationSection) {
+                return std::nullopt;
+            }
+            const std::string key = keyOf(reference.url, reference.byteRange);
+            auto [slot, added] = names.try_emplace(key);
+            if (added) {
+                const bool isMap = reference.kind == Kind::initializationSection;
+                slot->second =
+                    (isMap ? "init" : "") + std::to_string(count++) + extensionOf(reference.url);
+                if (isMap) {
+                    plan_.files.push_back(HlsPackagePlan::File{
+                        dir + "/" + slot->second, reference.url, reference.byteRange, -1, 0});
+                }
+            }
+            return slot->second;
+        };
+        const auto result = HlsPlaylistRewriter::rewrite(*text, url, mapper);
+        if (result.isMasterPlaylist) {
+            return makeMediaError(
+                MediaError::invalidPlaylist,
+                url.absoluteString() + " is a master playlist, not a media playlist.");
+        }
+        std::string local = result.text;
+        if (!result.hasEndList) {
+            local += "#EXT-X-ENDLIST\n";  // what was there when it was read, played as a VOD
+        }
+        double duration = 0;
+        std::set<std::string> planned;
+        for (const auto& segment : result.segments) {
+            if (!segment.url) {
+                continue;
+            }
+            const std::string key = keyOf(*segment.url, segment.byteRange);
+            auto name = names.find(key);
+            if (name != names.end() && planned.insert(key).second) {
+                plan_.files.push_back({dir + "/" + name->second, *segment.url, segment.byteRange,
+                                       duration, segment.duration});
+            }
+            duration += segment.duration;
+        }
+        plan_.playlists.push_back({dir + "/index.m3u8", std::move(local)});
+        return duration;
     }
-    std::map<std::string, std::string> names;  // by URL and range
-    std::map<std::string, HlsPackagePlan::File> maps;
-    std::size_t count = 0;
-    auto mapper = [&](const Reference& reference) -> std::optional<std::string> {
-        if (reference.kind == Kind::key) {
-            if (isHttp(reference.url)) {
-                return reference.url.absoluteString();
-            }
-            if (std::find(loaderKeys.begin(), loaderKeys.end(), reference.url) ==
-                loaderKeys.end()) {
-                loaderKeys.push_back(reference.url);
+
+    HlsPackagePlan take(std::string masterText) {
+        // Files in the order playback needs them: keys and maps, then by start time.
+        std::stable_sort(plan_.files.begin(), plan_.files.end(),
+                         [](const HlsPackagePlan::File& a, const HlsPackagePlan::File& b) {
+                             return a.startSeconds < b.startSeconds;
+                         });
+        plan_.playlists.push_back({HlsPackagePlan::masterPath, std::move(masterText)});
+        return std::move(plan_);
+    }
+
+    HlsPackagePlan& plan() { return plan_; }
+
+private:
+    // The local name of a key: a key on a server becomes a file of the package (the package
+    // plays where no server answers); one the resource loader answers keeps its URI, to be
+    // asked for again when the package plays.
+    std::optional<std::string> keyFile(const Url& url) {
+        if (!isHttp(url)) {
+            if (std::find(plan_.loaderKeys.begin(), plan_.loaderKeys.end(), url) ==
+                plan_.loaderKeys.end()) {
+                plan_.loaderKeys.push_back(url);
             }
             return std::nullopt;
         }
-        if (reference.kind != Kind::segment && reference.kind != Kind::initializationSection) {
-            return std::nullopt;
-        }
-        const std::string key = keyOf(reference.url, reference.byteRange);
-        auto [slot, added] = names.try_emplace(key);
+        auto [slot, added] = keys_.try_emplace(url.absoluteString());
         if (added) {
-            const bool isMap = reference.kind == Kind::initializationSection;
             slot->second =
-                (isMap ? "init" : "") + std::to_string(count++) + extensionOf(reference.url);
-            if (isMap) {
-                maps.emplace(key, HlsPackagePlan::File{dir + "/" + slot->second, reference.url,
-                                                       reference.byteRange, -1, 0});
-            }
+                std::string(keysFolder) + "/key" + std::to_string(keys_.size() - 1) + ".key";
+            HlsPackagePlan::File file{slot->second, url, std::nullopt, -1, 0};
+            file.maximumLength = ResponseLimits::keyAnswer;
+            plan_.files.push_back(std::move(file));
         }
-        return slot->second;
-    };
-    const auto result = HlsPlaylistRewriter::rewrite(std::get<std::string>(fetched), url, mapper);
-    if (result.isMasterPlaylist) {
-        return makeMediaError(
-            MediaError::invalidPlaylist,
-            url.absoluteString() + " is a master playlist, not a media playlist.");
+        // Media playlists lie one folder below the package.
+        return "../" + slot->second;
     }
-    MediaPlaylistPlan plan;
-    plan.text = result.text;
-    if (!result.hasEndList) {
-        plan.text += "#EXT-X-ENDLIST\n";  // what was there when it was read, played as a VOD
-    }
-    for (auto& [key, file] : maps) {
-        plan.files.push_back(std::move(file));
-    }
-    std::set<std::string> planned;
-    for (const auto& segment : result.segments) {
-        if (!segment.url) {
-            continue;
-        }
-        const std::string key = keyOf(*segment.url, segment.byteRange);
-        auto name = names.find(key);
-        if (name != names.end() && planned.insert(key).second) {
-            plan.files.push_back({dir + "/" + name->second, *segment.url, segment.byteRange,
-                                  plan.duration, segment.duration});
-        }
-        plan.duration += segment.duration;
-    }
-    return plan;
-}
+
+    const HlsPackagePlan::FetchPlaylist& fetch_;
+    HlsPackagePlan plan_;
+    std::map<std::string, std::string> keys_;  // local paths by URL
+};
 
 }  // namespace
 
@@ -188,22 +230,31 @@ std::variant<HlsPackagePlan, Error> HlsPackagePlan::make(const Url& masterUrl,
     if (auto* error = std::get_if<Error>(&fetched)) {
         return *error;
     }
-    const std::string masterText = std::get<std::string>(std::move(fetched));
+    std::string masterText = std::get<std::string>(std::move(fetched));
     const auto master = HlsPlaylistRewriter::rewrite(masterText, masterUrl,
                                                      [](const Reference&) { return std::nullopt; });
+    PackageBuilder builder(fetch);
+    if (!master.isMasterPlaylist) {
+        // A media playlist is a stream of one variant, without renditions.
+        auto planned = builder.addMediaPlaylist(masterUrl, "video", std::move(masterText));
+        if (auto* error = std::get_if<Error>(&planned)) {
+            return *error;
+        }
+        builder.plan().duration = std::get<double>(planned);
+        return builder.take("#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=0\nvideo/index.m3u8\n");
+    }
     std::vector<const HlsPlaylistRewriter::Variant*> variants;
     for (const auto& variant : master.variants) {
         if (!variant.isIFrameOnly) {
             variants.push_back(&variant);
         }
     }
-    if (!master.isMasterPlaylist || variants.empty()) {
+    if (variants.empty()) {
         return makeMediaError(MediaError::invalidPlaylist,
                               masterUrl.absoluteString() + " lists no variants to download.");
     }
     const auto& variant = chooseVariant(variants, minimumBitrate);
-
-    HlsPackagePlan plan;
+    auto& plan = builder.plan();
     plan.bandwidth = variant.bandwidth;
     // Local playlist paths by the URL they stand for.
     std::map<std::string, std::string> localPlaylists;
@@ -227,21 +278,15 @@ std::variant<HlsPackagePlan, Error> HlsPackagePlan::make(const Url& masterUrl,
                 {rendition->type, rendition->groupId, rendition->name, rendition->language});
         }
     }
-
     for (const auto& [url, dir] : mediaPlaylists) {
-        auto media = planMediaPlaylist(url, dir, fetch, plan.loaderKeys);
-        if (auto* error = std::get_if<Error>(&media)) {
+        auto planned = builder.addMediaPlaylist(url, dir);
+        if (auto* error = std::get_if<Error>(&planned)) {
             return *error;
         }
-        auto& planned = std::get<MediaPlaylistPlan>(media);
         if (url == variant.url) {
-            plan.duration = planned.duration;
+            plan.duration = std::get<double>(planned);
         }
-        plan.files.insert(plan.files.end(), planned.files.begin(), planned.files.end());
-        plan.playlists.push_back({dir + "/index.m3u8", std::move(planned.text)});
     }
-    std::stable_sort(plan.files.begin(), plan.files.end(),
-                     [](const File& a, const File& b) { return a.startSeconds < b.startSeconds; });
 
     const auto local = HlsPlaylistRewriter::rewrite(
         masterText, masterUrl, [&](const Reference& reference) -> std::optional<std::string> {
@@ -256,8 +301,7 @@ std::variant<HlsPackagePlan, Error> HlsPackagePlan::make(const Url& masterUrl,
             auto found = localPlaylists.find(reference.url.absoluteString());
             return found != localPlaylists.end() ? found->second : std::string(leftOut);
         });
-    plan.playlists.push_back({masterPath, withoutLeftOut(local.text)});
-    return plan;
+    return builder.take(withoutLeftOut(local.text));
 }
 
 }  // namespace zarvo

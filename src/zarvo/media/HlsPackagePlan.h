@@ -15,9 +15,10 @@ namespace zarvo {
 
 // What a download of an HLS stream puts into its package directory: one variant, the chosen
 // renditions of its groups, their segments and initialization sections (a byte range is a file
-// of its own), and local playlists that name those files, so the engine plays the package from
-// disk. Key URIs stay keys: a key on a server stays on it (made absolute), and one the resource
-// loader answers keeps its URI, to be asked for again when the package plays.
+// of its own), the keys on servers, and local playlists that name those files, so the engine
+// plays the package from disk. A key that the resource loader answers keeps its URI, to be asked
+// for again when the package plays. A media playlist is a stream of one variant: the package
+// gets a master of its own over it.
 struct HlsPackagePlan {
     // A rendition a media selection asks for, as its EXT-X-MEDIA names it; `every()` asks for
     // all renditions of the variant's groups.
@@ -34,8 +35,10 @@ struct HlsPackagePlan {
         std::string path;  // relative to the package
         Url url;
         std::optional<HlsPlaylistRewriter::ByteRange> range;
-        double startSeconds = 0;  // where its segment starts in its playlist; -1 for a map
-        double mediaSeconds = 0;  // the segment's duration; 0 for a map
+        double startSeconds = 0;  // where its segment starts in its playlist; -1 for a map or key
+        double mediaSeconds = 0;  // the segment's duration; 0 for a map or key
+        // A longer body is an error (keys are small; segments may be of any length).
+        std::optional<std::size_t> maximumLength;
     };
     struct Playlist {
         std::string path;  // relative to the package
@@ -50,7 +53,8 @@ struct HlsPackagePlan {
     // BANDWIDTH reaches `minimumBitrate` (the highest when none does or none is given) and,
     // in each of its groups, the renditions `wanted` names by type, name and language; an audio
     // group with none of them gives its DEFAULT rendition (else its first), for the variant
-    // needs it to play. A master without variants, or a fetch that fails, is the error.
+    // needs it to play. A master without variants, a text that is not a playlist, or a fetch
+    // that fails, is the error.
     static std::variant<HlsPackagePlan, Error> make(const Url& masterUrl,
                                                     const std::vector<Rendition>& wanted,
                                                     std::optional<std::int64_t> minimumBitrate,
