@@ -1,17 +1,13 @@
 #include "origin/ContentGenerator.h"
 
 #include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <vector>
 
-#include <glib.h>
-
 #include "zarvo/platform/DataFile.h"
-#include "zarvo/platform/GlibMemory.h"
 
 #include "origin/SampleContent.h"
 #include "origin/SegmentList.h"
+#include "origin/ToolRun.h"
 
 namespace zarvo::origin {
 
@@ -36,54 +32,6 @@ constexpr const char* audioRenditions[] = {"a_pol", "a_eng"};
 constexpr int durationSeconds = 30;
 constexpr int segmentSeconds = 2;
 constexpr int frameRate = 24;
-
-Error failure(const std::string& description) {
-    return Error::withDescription(SampleContent::errorDomain, 1, description);
-}
-
-std::string tail(const fs::path& file, std::size_t bytes) {
-    std::ifstream in(file, std::ios::binary);
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    const std::string text = buffer.str();
-    return text.size() > bytes ? text.substr(text.size() - bytes) : text;
-}
-
-// Runs a tool with its output appended to `log`; an error when it cannot start or fails.
-std::optional<Error> run(const std::vector<std::string>& args, const fs::path& log) {
-    std::vector<char*> argv;
-    for (const auto& arg : args) {
-        argv.push_back(const_cast<char*>(arg.c_str()));
-    }
-    argv.push_back(nullptr);
-    gchar* out = nullptr;
-    gchar* err = nullptr;
-    gint status = 0;
-    GError* spawnError = nullptr;
-    const bool ran = g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr,
-                                  nullptr, &out, &err, &status, &spawnError);
-    const GCharPtr output(out);
-    const GCharPtr errors(err);
-    const GErrorPtr error(spawnError);
-    if (!ran) {
-        if (g_error_matches(error.get(), G_SPAWN_ERROR, G_SPAWN_ERROR_NOENT)) {
-            return failure(args[0] + " is not installed (install the ffmpeg package).");
-        }
-        return failure("Cannot start " + args[0] + ": " + error->message);
-    }
-    std::ofstream(log, std::ios::binary | std::ios::app)
-        << (output ? output.get() : "") << (errors ? errors.get() : "");
-    if (!g_spawn_check_wait_status(status, nullptr)) {
-        return failure(args[0] + " failed: " + tail(log, 600));
-    }
-    return std::nullopt;
-}
-
-bool writeFile(const fs::path& path, const std::string& contents) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << contents;
-    return static_cast<bool>(out.flush());
-}
 
 std::vector<std::string> hlsOutput(const fs::path& folder, bool singleFile,
                                    std::vector<std::string> extra = {}) {
@@ -206,13 +154,13 @@ std::optional<Error> makeClear(const fs::path& vod, const fs::path& log) {
         auto output = hlsOutput(vod / name, false);
         args.insert(args.end(), output.begin(), output.end());
     }
-    if (auto error = run(args, log)) {
+    if (auto error = runTool(args, log)) {
         return error;
     }
     fs::create_directories(vod / "subs");
-    if (!writeFile(vod / "subs" / "subs.vtt", webVtt()) ||
-        !writeFile(vod / "subs" / "index.m3u8", subtitlePlaylist())) {
-        return failure("Cannot write the subtitles.");
+    if (!writeTextFile(vod / "subs" / "subs.vtt", webVtt()) ||
+        !writeTextFile(vod / "subs" / "index.m3u8", subtitlePlaylist())) {
+        return contentError("Cannot write the subtitles.");
     }
     return std::nullopt;
 }
@@ -221,11 +169,11 @@ std::optional<Error> makeClear(const fs::path& vod, const fs::path& log) {
 std::optional<Error> makeProtected(const fs::path& vod, const fs::path& out, const fs::path& work,
                                    const fs::path& log) {
     const fs::path keyFile = work / "content.key";
-    if (!writeFile(keyFile, ContentGenerator::contentKey()) ||
-        !writeFile(work / "keyinfo", std::string("skd://") + SampleContent::contentIdentifier +
-                                         "\n" + keyFile.string() +
-                                         "\n5a4d0000000000000000000000000001\n")) {
-        return failure("Cannot write the key information.");
+    if (!writeTextFile(keyFile, ContentGenerator::contentKey()) ||
+        !writeTextFile(work / "keyinfo", std::string("skd://") + SampleContent::contentIdentifier +
+                                             "\n" + keyFile.string() +
+                                             "\n5a4d0000000000000000000000000001\n")) {
+        return contentError("Cannot write the key information.");
     }
     std::vector<std::string> args = {"ffmpeg",    "-hide_banner", "-nostdin",
                                      "-loglevel", "error",        "-y"};
@@ -244,13 +192,13 @@ std::optional<Error> makeProtected(const fs::path& vod, const fs::path& out, con
             hlsOutput(out / names[i], false, {"-hls_key_info_file", (work / "keyinfo").string()});
         args.insert(args.end(), output.begin(), output.end());
     }
-    if (auto error = run(args, log)) {
+    if (auto error = runTool(args, log)) {
         return error;
     }
     std::error_code error;
     fs::copy(vod / "subs", out / "subs", fs::copy_options::recursive, error);
     if (error) {
-        return failure("Cannot copy the subtitles: " + error.message());
+        return contentError("Cannot copy the subtitles: " + error.message());
     }
     return std::nullopt;
 }
@@ -277,7 +225,7 @@ std::optional<Error> ContentGenerator::generate(const fs::path& directory) {
     std::error_code error;
     fs::create_directories(directory, error);
     if (error) {
-        return failure("Cannot create " + directory.string() + ": " + error.message());
+        return contentError("Cannot create " + directory.string() + ": " + error.message());
     }
     const fs::path log = directory / "ffmpeg.log";
     const fs::path vod = directory / "vod";
@@ -295,15 +243,16 @@ std::optional<Error> ContentGenerator::generate(const fs::path& directory) {
     for (const auto& rung : videoRungs) {
         auto peak = peakBitrate(vod / rung.name);
         if (!peak) {
-            return failure(std::string("ffmpeg wrote no playable ") + rung.name + " playlist.");
+            return contentError(std::string("ffmpeg wrote no playable ") + rung.name +
+                                " playlist.");
         }
         variants += std::string(rung.name) + " " + std::to_string(rung.width) + " " +
                     std::to_string(rung.height) + " " +
                     std::to_string(static_cast<long long>(*peak + audioPeak)) + "\n";
     }
-    if (!writeFile(directory / "variants.txt", variants) ||
-        !writeFile(directory / "recipe.txt", recipe() + "\n")) {
-        return failure("Cannot write the content description.");
+    if (!writeTextFile(directory / "variants.txt", variants) ||
+        !writeTextFile(directory / "recipe.txt", recipe() + "\n")) {
+        return contentError("Cannot write the content description.");
     }
     return std::nullopt;
 }

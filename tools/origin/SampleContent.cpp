@@ -1,110 +1,42 @@
 #include "origin/SampleContent.h"
 
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <fcntl.h>
 #include <fstream>
-#include <sstream>
-#include <sys/file.h>
-#include <unistd.h>
 
+#include "origin/ContentCache.h"
 #include "origin/ContentGenerator.h"
+#include "origin/ToolRun.h"
 
 namespace zarvo::origin {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-Error failure(const std::string& description) {
-    return Error::withDescription(SampleContent::errorDomain, 1, description);
-}
-
-// An exclusive flock on a file, held for the object's lifetime.
-class FileLock {
-public:
-    explicit FileLock(const fs::path& path) : fd_(open(path.c_str(), O_RDWR | O_CREAT, 0644)) {
-        if (fd_ >= 0) {
-            while (flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
-            }
-        }
-    }
-    ~FileLock() {
-        if (fd_ >= 0) {
-            close(fd_);  // closing releases the lock
-        }
-    }
-    FileLock(const FileLock&) = delete;
-    FileLock& operator=(const FileLock&) = delete;
-    bool locked() const { return fd_ >= 0; }
-
-private:
-    int fd_;
-};
-
-}  // namespace
-
 fs::path SampleContent::defaultCacheRoot() {
-    if (const char* root = std::getenv("ZM_ORIGIN_CACHE"); root && *root) {
-        return root;
-    }
-    if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg && *xdg) {
-        return fs::path(xdg) / "zarvo" / "origin";
-    }
-    const char* home = std::getenv("HOME");
-    return fs::path(home && *home ? home : "/tmp") / ".cache" / "zarvo" / "origin";
+    return ContentCache::defaultRoot();
 }
 
 std::string SampleContent::recipeHash() {
-    // FNV-1a, 64 bits: stable across runs and builds.
-    std::uint64_t hash = 14695981039346656037ULL;
-    for (unsigned char c : ContentGenerator::recipe()) {
-        hash = (hash ^ c) * 1099511628211ULL;
-    }
-    char text[17];
-    std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(hash));
-    return text;
+    return ContentCache::hash(ContentGenerator::recipe());
 }
 
 std::variant<SampleContent, Error> SampleContent::prepare(fs::path cacheRoot) {
-    if (cacheRoot.empty()) {
-        cacheRoot = defaultCacheRoot();
+    auto prepared = ContentCache::prepare(
+        cacheRoot.empty() ? defaultCacheRoot() : cacheRoot, recipeHash(), "variants.txt",
+        [](const fs::path& directory) -> std::optional<Error> {
+            if (auto failed = ContentGenerator::generate(directory)) {
+                return failed;
+            }
+            if (auto made = load(directory); auto* content = std::get_if<SampleContent>(&made)) {
+                // Static masters, for clients that read the folder directly.
+                writeTextFile(directory / "vod" / "master.m3u8", content->masterPlaylist(true));
+                writeTextFile(directory / "protected" / "master.m3u8",
+                              content->masterPlaylist(true));
+            }
+            return std::nullopt;
+        });
+    if (auto* error = std::get_if<Error>(&prepared)) {
+        return *error;
     }
-    std::error_code error;
-    fs::create_directories(cacheRoot, error);
-    if (error) {
-        return failure("Cannot create the content cache " + cacheRoot.string() + ": " +
-                       error.message());
-    }
-    const std::string hash = recipeHash();
-    const fs::path finished = cacheRoot / hash;
-    FileLock lock(cacheRoot / (hash + ".lock"));
-    if (!lock.locked()) {
-        return failure("Cannot lock the content cache " + cacheRoot.string() + ".");
-    }
-    if (!fs::exists(finished / "variants.txt")) {
-        // Made beside the final folder and renamed when complete, so a crash never leaves a
-        // half-made folder under the final name.
-        const fs::path partial = cacheRoot / (hash + ".partial-" + std::to_string(getpid()));
-        fs::remove_all(partial, error);
-        if (auto failed = ContentGenerator::generate(partial)) {
-            fs::remove_all(partial, error);
-            return *failed;
-        }
-        if (auto made = load(partial); auto* content = std::get_if<SampleContent>(&made)) {
-            // Static masters, for clients that read the folder directly.
-            std::ofstream(partial / "vod" / "master.m3u8") << content->masterPlaylist(true);
-            std::ofstream(partial / "protected" / "master.m3u8") << content->masterPlaylist(true);
-        }
-        fs::remove_all(finished, error);
-        fs::rename(partial, finished, error);
-        if (error) {
-            fs::remove_all(partial, error);
-            return failure("Cannot move the content into " + finished.string() + ".");
-        }
-    }
-    return load(finished);
+    return load(std::get<fs::path>(prepared));
 }
 
 std::variant<SampleContent, Error> SampleContent::load(const fs::path& directory) {
@@ -117,7 +49,7 @@ std::variant<SampleContent, Error> SampleContent::load(const fs::path& directory
         content.variants_.push_back(variant);
     }
     if (content.variants_.empty()) {
-        return failure("The content cache " + directory.string() + " is damaged; delete it.");
+        return contentError("The content cache " + directory.string() + " is damaged; delete it.");
     }
     return content;
 }
