@@ -29,6 +29,13 @@ TEST_F(PlayCommandTest, PlaysAVodToItsEndAsJsonAndFailsOnAMissingStream) {
     auto wrong = run({"play", origin_->url("/vod/master.m3u8"), "--dvr", "soon"});
     EXPECT_EQ(wrong.status, 2);
     EXPECT_THAT(wrong.err, HasSubstr("--dvr needs a number of seconds"));
+
+    for (const char* address : {"notaurl", "ftp://127.0.0.1/master.m3u8", "http:///x.m3u8"}) {
+        auto refused = run({"play", address});
+        EXPECT_EQ(refused.status, 2) << address;
+        EXPECT_THAT(refused.err, HasSubstr("is not an absolute http, https or file URL"));
+        EXPECT_EQ(refused.out, "");
+    }
 }
 
 TEST_F(PlayCommandTest, AWindowShowsThePlaybackWhereThereIsADisplay) {

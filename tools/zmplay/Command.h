@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "zarvo/platform/Url.h"
+
 namespace zarvo::zmplay {
 
 // A zmplay sub-command. Each command's file registers itself with a static Command::Registration.
@@ -23,6 +25,21 @@ struct Command {
 
     static const std::vector<Command>& all();
 };
+
+// A stream's address as given on the command line: an absolute http or https URL with a host,
+// or a file URL; nothing for anything else.
+inline std::optional<Url> streamUrl(const std::string& text) {
+    auto url = Url::parse(text);
+    if (!url || url->isFileUrl()) {
+        return url;
+    }
+    const std::string scheme = url->scheme();
+    const auto host = url->host();
+    if ((scheme != "http" && scheme != "https") || !host || host->empty()) {
+        return std::nullopt;
+    }
+    return url;
+}
 
 // Adds a "NAME:VALUE" option value to `headers`; false when there is no value or no name.
 inline bool addHeaderField(const std::optional<std::string>& text,

@@ -99,8 +99,11 @@ std::optional<std::string> parse(const std::vector<std::string>& arguments,
             return "one URL only";
         }
     }
-    if (options.url.empty() || !Url::parse(options.url)) {
+    if (options.url.empty()) {
         return "a URL is needed";
+    }
+    if (!streamUrl(options.url)) {
+        return options.url + " is not an absolute http, https or file URL";
     }
     if (options.certUrl.has_value() != options.licenseUrl.has_value()) {
         return "--cert and --license go together";
@@ -231,6 +234,9 @@ int download(const std::vector<std::string>& arguments) {
     auto progress = std::make_shared<Progress>(options.json);
     auto manager = ZMOfflineManager::make(std::make_shared<FPDownloadsStore>());
     manager->setDelegate(progress);
+    // The store saves its list as it holds it: a download started before the list was read
+    // would replace the downloads of earlier runs.
+    manager->getDownloads();
     std::optional<std::string> refused;
     bool queued = false;
     manager->startDownload(

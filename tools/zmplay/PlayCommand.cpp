@@ -134,6 +134,9 @@ std::optional<std::string> parse(const std::vector<std::string>& arguments, Play
     if (options.url.empty() == !options.offline) {
         return "a URL or --offline ID is needed";
     }
+    if (!options.url.empty() && !streamUrl(options.url)) {
+        return options.url + " is not an absolute http, https or file URL";
+    }
     if (options.certUrl.has_value() != options.licenseUrl.has_value()) {
         return "--cert and --license go together";
     }
