@@ -21,6 +21,7 @@
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/player/ZMPlayer.h"
 
+#include "support/RecordingOfflineDelegate.h"
 #include "support/SampleOriginTest.h"
 #include "support/TempHome.h"
 
@@ -35,38 +36,7 @@ bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadli
     return RunLoop::main().runUntil(done, deadline);
 }
 
-struct Events : ZMOfflineManagerDelegate {
-    void offlineManagerDidUpdate(ZMOfflineManagerProtocol&, const DownloadPtr& d) override {
-        updates.push_back(d->id());
-    }
-    void offlineManagerDidErrorOccur(ZMOfflineManagerProtocol&, const DownloadPtr& d,
-                                     const Error& error) override {
-        errors.emplace_back(d->id(), error);
-    }
-    void offlineManagerDidFind(ZMOfflineManagerProtocol&,
-                               const ZMOfflineDownload::List& found) override {
-        std::lock_guard lock(mutex);
-        empty = found;
-        foundCalls++;
-    }
-    void offlineManagerDidCancel(ZMOfflineManagerProtocol&, const DownloadPtr& d) override {
-        cancelled.push_back(d->id());
-    }
-    void offlineManagerDidRestart(ZMOfflineManagerProtocol&, const DownloadPtr& d) override {
-        restarted.push_back(d->id());
-    }
-    void offlineManagerDidPause(ZMOfflineManagerProtocol&, const DownloadPtr& d) override {
-        paused.push_back(d->id());
-    }
-    void offlineManagerDidFinish(ZMOfflineManagerProtocol&, const DownloadPtr& d) override {
-        finished.push_back(d->id());
-    }
-    std::vector<std::string> updates, cancelled, restarted, paused, finished;
-    std::vector<std::pair<std::string, Error>> errors;
-    std::mutex mutex;
-    ZMOfflineDownload::List empty;
-    std::atomic<int> foundCalls{0};
-};
+using Events = test::RecordingOfflineDelegate;
 
 class ZMOfflineManagerTest : public test::SampleOriginTest {
 protected:
