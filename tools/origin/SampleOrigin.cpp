@@ -380,8 +380,10 @@ std::optional<Error> SampleOrigin::start() {
     impl.server.new_task_queue = [] {
         return new httplib::ThreadPool(24);
     };
-    // Stopping waits for idle keep-alive connections to time out: keep that short.
-    impl.server.set_keep_alive_timeout(1);
+    // Idle connections stay open as long as a usual web server keeps them (stop() shuts them
+    // down). A shorter time makes the origin close connections as clients reuse them, and
+    // clients then send those requests again.
+    impl.server.set_keep_alive_timeout(5);
     // A small body written after its head must not wait for the client's delayed acknowledgement.
     impl.server.set_tcp_nodelay(true);
     if (impl.options.port == 0) {
@@ -422,6 +424,8 @@ void SampleOrigin::stop() {
         std::this_thread::yield();
     }
     impl.server.stop();
+    // Idle keep-alive connections would hold the server until their time-out.
+    TcpConnections::shutDown(impl.port);
     impl.thread.join();
 }
 
