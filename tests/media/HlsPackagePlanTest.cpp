@@ -7,6 +7,7 @@
 
 #include "zarvo/media/HlsPackagePlan.h"
 #include "zarvo/media/MediaError.h"
+#include "zarvo/platform/ResponseLimits.h"
 
 namespace zarvo {
 namespace {
@@ -64,14 +65,14 @@ TEST(HlsPackagePlanTest, AMediaPlaylistIsAStreamOfOneVariantWithItsKeyMapAndRang
     ASSERT_EQ(result.files.size(), 5u);
     EXPECT_EQ(result.files[0].path, "keys/key0.key");
     EXPECT_EQ(result.files[0].url.absoluteString(), "https://keys.example/k1");
-    EXPECT_TRUE(result.files[0].maximumLength);
+    EXPECT_EQ(result.files[0].maximumLength, ResponseLimits::keyAnswer);
     EXPECT_EQ(result.files[1].path, "video/init0.mp4");
     EXPECT_EQ(result.files[1].range, (HlsPlaylistRewriter::ByteRange{0, 700}));
     EXPECT_EQ(result.files[2].range, (HlsPlaylistRewriter::ByteRange{700, 1000}));
     EXPECT_EQ(result.files[3].range, (HlsPlaylistRewriter::ByteRange{1700, 1200}));
     EXPECT_EQ(result.files[4].url.absoluteString(), "https://other.example/tail.m4s");
     EXPECT_DOUBLE_EQ(result.files[4].startSeconds, 4.0);
-    EXPECT_FALSE(result.files[2].maximumLength) << "segments may be of any length";
+    EXPECT_EQ(result.files[2].maximumLength, ResponseLimits::segment(2.0));
 }
 
 TEST(HlsPackagePlanTest, AKeySharedByRenditionsIsOneFileAndALoaderKeyKeepsItsUri) {

@@ -91,6 +91,15 @@ TEST_F(HostileServerTest, EndlessAndForeignBodiesFailTheItemSoonAndTheProcessSta
     server_.on("/foreign/master.m3u8", Response::text("<html><body>Moved</body></html>"));
     server_.on("/foreign-media/master.m3u8", Response::text(master));
     server_.on("/foreign-media/index.m3u8", Response::text(std::string(2048, '\0')));
+    // A segment that goes on repeating itself: the pipeline would take it all in.
+    server_.on("/endless-segment/master.m3u8", Response::text(master));
+    server_.on("/endless-segment/index.m3u8",
+               Response::text("#EXTM3U\n#EXT-X-TARGETDURATION:2\n#EXT-X-PLAYLIST-TYPE:VOD\n"
+                              "#EXTINF:2.0,\nseg0.ts\n#EXT-X-ENDLIST\n"));
+    Response segments = Response::text(*DataFile::read(corpus_->directory() / "ts" / "seg0.ts"));
+    segments.endless = true;
+    segments.contentType = "video/mp2t";
+    server_.on("/endless-segment/seg0.ts", segments);
 
     struct Case {
         std::string path;
@@ -98,7 +107,8 @@ TEST_F(HostileServerTest, EndlessAndForeignBodiesFailTheItemSoonAndTheProcessSta
     };
     for (const Case& bad :
          {Case{"/endless/master.m3u8", -1103}, Case{"/endless-media/master.m3u8", -1103},
-          Case{"/foreign/master.m3u8", 0}, Case{"/foreign-media/master.m3u8", 0}}) {
+          Case{"/endless-segment/master.m3u8", -1103}, Case{"/foreign/master.m3u8", 0},
+          Case{"/foreign-media/master.m3u8", 0}}) {
         SCOPED_TRACE(bad.path);
         recorder_->errors.clear();
         recorder_->itemStatuses.clear();

@@ -115,8 +115,10 @@ public:
     explicit PackageBuilder(const HlsPackagePlan::FetchPlaylist& fetch) : fetch_(fetch) {}
 
     // Plans the media playlist at `url` into the folder `dir`: its duration, or why it could
-    // not be planned. `text` is the playlist when it was read already.
+    // not be planned. `bandwidth` is the peak bitrate the master gives it; `text` is the
+    // playlist when it was read already.
     std::variant<double, Error> addMediaPlaylist(const Url& url, const std::string& dir,
+                                                 std::optional<std::int64_t> bandwidth,
                                                  std::optional<std::string> text = std::nullopt) {
         if (!text) {
             auto fetched = fetch_(url);
@@ -145,8 +147,9 @@ public:
                 slot->second =
                     (isMap ? "init" : "") + std::to_string(count++) + extensionOf(reference.url);
                 if (isMap) {
-                    plan_.files.push_back(HlsPackagePlan::File{
-                        dir + "/" + slot->second, reference.url, reference.byteRange, -1, 0});
+                    plan_.files.push_back(HlsPackagePlan::File{dir + "/" + slot->second,
+                                                               reference.url, reference.byteRange,
+                                                               -1, 0, ResponseLimits::segment(0)});
                 }
             }
             return slot->second;
@@ -171,7 +174,8 @@ public:
             auto name = names.find(key);
             if (name != names.end() && planned.insert(key).second) {
                 plan_.files.push_back({dir + "/" + name->second, *segment.url, segment.byteRange,
-                                       duration, segment.duration});
+                                       duration, segment.duration,
+                                       ResponseLimits::segment(segment.duration, bandwidth)});
             }
             duration += segment.duration;
         }
@@ -207,9 +211,8 @@ private:
         if (added) {
             slot->second =
                 std::string(keysFolder) + "/key" + std::to_string(keys_.size() - 1) + ".key";
-            HlsPackagePlan::File file{slot->second, url, std::nullopt, -1, 0};
-            file.maximumLength = ResponseLimits::keyAnswer;
-            plan_.files.push_back(std::move(file));
+            plan_.files.push_back(HlsPackagePlan::File{slot->second, url, std::nullopt, -1, 0,
+                                                       ResponseLimits::keyAnswer});
         }
         // Media playlists lie one folder below the package.
         return "../" + slot->second;
@@ -236,7 +239,8 @@ std::variant<HlsPackagePlan, Error> HlsPackagePlan::make(const Url& masterUrl,
     PackageBuilder builder(fetch);
     if (!master.isMasterPlaylist) {
         // A media playlist is a stream of one variant, without renditions.
-        auto planned = builder.addMediaPlaylist(masterUrl, "video", std::move(masterText));
+        auto planned =
+            builder.addMediaPlaylist(masterUrl, "video", std::nullopt, std::move(masterText));
         if (auto* error = std::get_if<Error>(&planned)) {
             return *error;
         }
@@ -279,7 +283,8 @@ std::variant<HlsPackagePlan, Error> HlsPackagePlan::make(const Url& masterUrl,
         }
     }
     for (const auto& [url, dir] : mediaPlaylists) {
-        auto planned = builder.addMediaPlaylist(url, dir);
+        auto planned = builder.addMediaPlaylist(
+            url, dir, url == variant.url ? std::optional(variant.bandwidth) : std::nullopt);
         if (auto* error = std::get_if<Error>(&planned)) {
             return *error;
         }

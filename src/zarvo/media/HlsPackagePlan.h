@@ -37,8 +37,8 @@ struct HlsPackagePlan {
         std::optional<HlsPlaylistRewriter::ByteRange> range;
         double startSeconds = 0;  // where its segment starts in its playlist; -1 for a map or key
         double mediaSeconds = 0;  // the segment's duration; 0 for a map or key
-        // A longer body is an error (keys are small; segments may be of any length).
-        std::optional<std::size_t> maximumLength;
+        // A longer body is an error (see ResponseLimits).
+        std::size_t maximumLength = 0;
     };
     struct Playlist {
         std::string path;  // relative to the package

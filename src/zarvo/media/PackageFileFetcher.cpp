@@ -59,8 +59,8 @@ bool PackageFileFetcher::wait(double seconds) {
 
 std::optional<Error> PackageFileFetcher::attempt(
     const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range,
-    std::optional<std::size_t> maximumLength,
-    const std::function<bool(const char*, std::size_t)>& consume, bool& retryable) {
+    std::size_t maximumLength, const std::function<bool(const char*, std::size_t)>& consume,
+    bool& retryable) {
     retryable = false;
     UrlRequest request(url);
     for (const auto& [name, value] : settings_.headers) {
@@ -120,7 +120,7 @@ std::optional<Error> PackageFileFetcher::attempt(
                 left -= static_cast<std::int64_t>(length);
             }
             taken += length;
-            tooLong = maximumLength && taken > *maximumLength;
+            tooLong = taken > maximumLength;
             return !tooLong && (length == 0 || consume(data, length)) && left != 0;
         },
         256 * 1024);
@@ -177,7 +177,7 @@ std::variant<std::string, Error> PackageFileFetcher::fetchText(const Url& url) {
 
 std::variant<std::int64_t, Error> PackageFileFetcher::fetchFile(
     const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range,
-    const std::filesystem::path& path, std::optional<std::size_t> maximumLength) {
+    const std::filesystem::path& path, std::size_t maximumLength) {
     const auto partial = partialPath(path);
     std::int64_t written = 0;
     std::optional<Error> writeFailure;

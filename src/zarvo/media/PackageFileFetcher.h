@@ -41,7 +41,7 @@ public:
     // `maximumLength` is one), or the file that could not be written (MediaError::writeFailed).
     std::variant<std::int64_t, Error> fetchFile(
         const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range,
-        const std::filesystem::path& path, std::optional<std::size_t> maximumLength = std::nullopt);
+        const std::filesystem::path& path, std::size_t maximumLength);
 
     void stop();
     bool isStopped() const;
@@ -56,7 +56,7 @@ private:
     // One try: the error, and whether another try may help.
     std::optional<Error> attempt(const Url& url,
                                  const std::optional<HlsPlaylistRewriter::ByteRange>& range,
-                                 std::optional<std::size_t> maximumLength,
+                                 std::size_t maximumLength,
                                  const std::function<bool(const char*, std::size_t)>& consume,
                                  bool& retryable);
     template <typename Try>

@@ -15,6 +15,7 @@
 #include "zarvo/media/UrlAsset.h"
 #include "zarvo/platform/Base64.h"
 #include "zarvo/platform/DirectUrlStream.h"
+#include "zarvo/platform/ResponseLimits.h"
 #include "zarvo/platform/Scheduler.h"
 #include "zarvo/platform/UrlError.h"
 #include "zarvo/platform/UrlSession.h"
@@ -340,20 +341,32 @@ void ResourceSession::servePlaylist(httplib::Response& response, Kind kind, cons
 
 void ResourceSession::rememberSegments(const PlaylistServed& served) {
     std::lock_guard lock(mutex_);
-    if (segmentDurations_.size() > maxRememberedSegments) {
-        segmentDurations_.clear();
+    if (served.kind == Kind::master) {
+        for (const auto& variant : served.info.variants) {
+            variantBandwidths_[variant.url.absoluteString()] = variant.bandwidth;
+        }
+        return;
+    }
+    if (segments_.size() > maxRememberedSegments) {
+        segments_.clear();
+    }
+    std::optional<std::int64_t> bandwidth;
+    if (auto found = variantBandwidths_.find(served.url.absoluteString());
+        found != variantBandwidths_.end()) {
+        bandwidth = found->second;
     }
     for (const auto& segment : served.info.segments) {
         if (segment.url) {
-            segmentDurations_[rangeKey(*segment.url, segment.byteRange)] = segment.duration;
+            segments_[rangeKey(*segment.url, segment.byteRange)] = {segment.duration, bandwidth};
         }
     }
 }
 
-std::optional<double> ResourceSession::segmentDuration(const std::string& key) const {
+std::optional<ResourceSession::SegmentFacts> ResourceSession::segmentFacts(
+    const std::string& key) const {
     std::lock_guard lock(mutex_);
-    auto found = segmentDurations_.find(key);
-    if (found == segmentDurations_.end()) {
+    auto found = segments_.find(key);
+    if (found == segments_.end()) {
         return std::nullopt;
     }
     return found->second;
@@ -370,9 +383,11 @@ struct StreamAnswer {
     std::int64_t skip = 0;        // bytes of the body before the range (an origin that ignored it)
     std::int64_t remaining = -1;  // bytes still to send; -1: to the end
     std::int64_t sent = 0;
+    std::int64_t limit = 0;  // a body longer than this is broken (see ResponseLimits::segment)
     double started = 0;
     bool passed = false;
     bool failed = false;
+    bool tooLong = false;
     bool released = false;
 
     // Runs the rest of the transfer into `sink`; false when it broke off (the origin, the
@@ -393,6 +408,10 @@ struct StreamAnswer {
                 }
                 if (remaining >= 0) {
                     length = std::min(length, static_cast<std::size_t>(remaining));
+                }
+                if (sent + static_cast<std::int64_t>(length) > limit) {
+                    tooLong = failed = true;
+                    return false;
                 }
                 if (length > 0 && !gate->write(ticket, [&] { return sink.write(data, length); })) {
                     failed = true;
@@ -462,9 +481,27 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
     }
     answer->remaining = length;
     const std::string type = origin.mimeType().value_or(contentTypeFor(url));
-    const std::optional<double> mediaDuration = segmentDuration(rangeKey(url, range));
+    const auto facts = segmentFacts(rangeKey(url, range));
+    const std::optional<double> mediaDuration =
+        facts ? std::optional(facts->duration) : std::nullopt;
+    answer->limit =
+        static_cast<std::int64_t>(facts ? ResponseLimits::segment(facts->duration, facts->bandwidth)
+                                        : ResponseLimits::segment(0));
+    // A body without end (or far longer than any stream's) would pile up in the pipeline:
+    // the playback fails instead.
+    const Error tooLong = makeTransportError(
+        url, makeUrlError(UrlError::dataLengthExceedsMaximum, url.absoluteString()));
+    if (length > answer->limit) {
+        answer->stream->cancel();
+        untrack(answer->stream);
+        recordFailure(tooLong);
+        notify([tooLong](Observer& observer) { observer.failed(tooLong); });
+        response.status = 502;
+        return;
+    }
 
-    auto release = [weakSelf = weak_from_this(), answer, kind, url, mediaDuration](bool success) {
+    auto release = [weakSelf = weak_from_this(), answer, kind, url, mediaDuration,
+                    tooLong](bool success) {
         if (std::exchange(answer->released, true)) {
             return;
         }
@@ -474,6 +511,10 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
             return;
         }
         self->untrack(answer->stream);
+        if (answer->tooLong) {
+            self->recordFailure(tooLong);
+            self->notify([tooLong](Observer& observer) { observer.failed(tooLong); });
+        }
         Transfer transfer{kind,          url,
                           answer->sent,  Scheduler::standard()->uptime() - answer->started,
                           mediaDuration, success && !answer->failed};
@@ -525,7 +566,9 @@ void ResourceSession::serveFile(httplib::Response& response, Kind kind, const Ur
     length = std::min<std::int64_t>(length, size - offset);
     std::fseek(reader->file, static_cast<long>(offset), SEEK_SET);
     const double started = Scheduler::standard()->uptime();
-    const std::optional<double> mediaDuration = segmentDuration(rangeKey(url, range));
+    const auto facts = segmentFacts(rangeKey(url, range));
+    const std::optional<double> mediaDuration =
+        facts ? std::optional(facts->duration) : std::nullopt;
     response.status = 200;
     response.set_content_provider(
         static_cast<std::size_t>(length), contentTypeFor(url),

@@ -121,9 +121,13 @@ private:
     // Waits for a fetch through the loader; nothing when the session closed first.
     std::optional<Data> fetchKeyOverNetwork(const Url& url, std::optional<Error>& error);
     std::optional<Data> loadKeyThroughDelegate(const Url& url, std::optional<Error>& error);
+    struct SegmentFacts {
+        double duration = 0;                    // its EXTINF
+        std::optional<std::int64_t> bandwidth;  // of its variant, when the master names it
+    };
     void rememberSegments(const PlaylistServed& served);
-    // The EXTINF of a segment served, by URL (and range offset).
-    std::optional<double> segmentDuration(const std::string& key) const;
+    // What the playlists served say of a segment, by URL (and range offset).
+    std::optional<SegmentFacts> segmentFacts(const std::string& key) const;
 
     void notify(std::function<void(Observer&)> call);
     void recordFailure(const Error& error);
@@ -147,7 +151,8 @@ private:
     std::set<std::shared_ptr<DirectUrlStream>> streams_;
     std::map<std::string, Data> keys_;                          // content keys by URI, once loaded
     std::map<std::string, std::shared_ptr<KeyWait>> keyWaits_;  // loads in flight by URI
-    std::map<std::string, double> segmentDurations_;
+    std::map<std::string, SegmentFacts> segments_;
+    std::map<std::string, std::int64_t> variantBandwidths_;  // by media playlist URL
     std::optional<Error> lastFailure_;
 };
 
