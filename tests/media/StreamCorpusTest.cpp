@@ -21,9 +21,9 @@
 #include "zarvo/player/ZMPlayer.h"
 #include "zarvo/source/ZMPlaybackSourceOptions.h"
 
+#include "origin/LivePackager.h"
 #include "origin/StreamCorpus.h"
 #include "support/CommandOutput.h"
-#include "support/LivePackager.h"
 #include "support/RecordingOfflineDelegate.h"
 #include "support/RecordingPlayerDelegate.h"
 #include "support/StaticFileServer.h"
@@ -217,7 +217,7 @@ INSTANTIATE_TEST_SUITE_P(Shapes, StreamCorpusTest,
 TEST(LiveStreamTest, ASlidingWindowPlaysOnForAMinuteByItsMediaPlaylistAndByAMaster) {
     constexpr double minute = 60;
     test::TempHome home;
-    test::LivePackager packager(home.path() / "live", static_cast<int>(minute) + 40);
+    origin::LivePackager packager(home.path() / "live", static_cast<int>(minute) + 40);
     ASSERT_TRUE(packager.started()) << "ffmpeg did not start";
     ASSERT_TRUE(waitFor([&] { return packager.segmentsListed() >= 3; }));
     test::StaticFileServer server(home.path());

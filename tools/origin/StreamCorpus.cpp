@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "origin/ContentCache.h"
+#include "origin/FfmpegArgs.h"
 #include "origin/ToolRun.h"
 
 namespace zarvo::origin {
@@ -19,44 +20,7 @@ constexpr const char* keyIv = "0x000102030405060708090a0b0c0d0e0f";
 // The generated transport streams start at 1.4 s (90 kHz ticks): subtitles are timed from it.
 constexpr const char* timestampMap = "X-TIMESTAMP-MAP=MPEGTS:126000,LOCAL:00:00:00.000";
 
-using Args = std::vector<std::string>;
-
-Args operator+(Args a, const Args& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
-Args ffmpeg() {
-    return {"ffmpeg", "-hide_banner", "-nostdin", "-loglevel", "error", "-y"};
-}
-
-// Test pattern and a tone of `seconds`, as inputs 0 and 1 (and a second tone as input 2).
-Args inputs(int seconds, bool secondTone = false, const std::string& size = "320x180",
-            int rate = 24, int sampleRate = 48000) {
-    const std::string duration = ":duration=" + std::to_string(seconds);
-    Args args{"-f", "lavfi",
-              "-i", "testsrc2=size=" + size + ":rate=" + std::to_string(rate) + duration,
-              "-f", "lavfi",
-              "-i", "sine=frequency=440:sample_rate=" + std::to_string(sampleRate) + duration};
-    if (secondTone) {
-        args =
-            args + Args{"-f", "lavfi", "-i",
-                        "sine=frequency=660:sample_rate=" + std::to_string(sampleRate) + duration};
-    }
-    return args;
-}
-
-// H.264 with a key frame every 2 seconds, so that every segment starts with one.
-Args h264(int rate = 24, const std::string& bitrate = "200k") {
-    const std::string gop = std::to_string(rate * 2);
-    return {"-c:v",        "libx264", "-preset",       "ultrafast", "-profile:v", "baseline",
-            "-pix_fmt",    "yuv420p", "-b:v",          bitrate,     "-g",         gop,
-            "-keyint_min", gop,       "-sc_threshold", "0"};
-}
-
-Args aac() {
-    return {"-c:a", "aac", "-b:a", "64k", "-ac", "2"};
-}
+using Args = FfmpegArgs::List;
 
 // A VOD of 2-second segments with a master named master.m3u8 beside the media playlist.
 Args hls(const Args& extra = {}) {
@@ -79,17 +43,18 @@ std::optional<Error> plainShape(const fs::path& root, const std::string& name, c
                                 const std::string& pattern, const fs::path& log) {
     const fs::path folder = root / name;
     fs::create_directories(folder);
-    return runTool(ffmpeg() + inputs(clipSeconds) + Args{"-map", "0:v", "-map", "1:a"} + h264() +
-                       aac() + hls(format) + segmentsInto(folder, pattern),
+    return runTool(FfmpegArgs::command() + FfmpegArgs::sources(clipSeconds) +
+                       Args{"-map", "0:v", "-map", "1:a"} + FfmpegArgs::h264() + FfmpegArgs::aac() +
+                       hls(format) + segmentsInto(folder, pattern),
                    log);
 }
 
 std::optional<Error> makeByteRanges(const fs::path& root, const fs::path& log) {
     const fs::path folder = root / "byterange";
     fs::create_directories(folder);
-    return runTool(ffmpeg() + inputs(clipSeconds) + Args{"-map", "0:v", "-map", "1:a"} + h264() +
-                       aac() + hls({"-hls_flags", "single_file"}) +
-                       Args{(folder / "index.m3u8").string()},
+    return runTool(FfmpegArgs::command() + FfmpegArgs::sources(clipSeconds) +
+                       Args{"-map", "0:v", "-map", "1:a"} + FfmpegArgs::h264() + FfmpegArgs::aac() +
+                       hls({"-hls_flags", "single_file"}) + Args{(folder / "index.m3u8").string()},
                    log);
 }
 
@@ -110,18 +75,18 @@ std::optional<Error> makeAes(const fs::path& root, const fs::path& log) {
 std::optional<Error> makeVariants(const fs::path& root, const fs::path& log) {
     const fs::path folder = root / "variants";
     fs::create_directories(folder);
-    Args args = ffmpeg() + inputs(clipSeconds);
+    Args args = FfmpegArgs::command() + FfmpegArgs::sources(clipSeconds);
     const char* sizes[] = {"256x144", "320x180", "480x270"};
     const char* rates[] = {"150k", "250k", "450k"};
     for (int i = 0; i < 3; ++i) {
         args = args + Args{"-map", "0:v", "-map", "1:a"};
     }
-    args = args + h264();
+    args = args + FfmpegArgs::h264();
     for (int i = 0; i < 3; ++i) {
         const std::string index = std::to_string(i);
         args = args + Args{"-s:v:" + index, sizes[i], "-b:v:" + index, rates[i]};
     }
-    return runTool(args + aac() + hls({"-var_stream_map", "v:0,a:0 v:1,a:1 v:2,a:2"}) +
+    return runTool(args + FfmpegArgs::aac() + hls({"-var_stream_map", "v:0,a:0 v:1,a:1 v:2,a:2"}) +
                        Args{"-hls_segment_filename", (folder / "v%v/seg%d.ts").string(),
                             (folder / "v%v/index.m3u8").string()},
                    log);
@@ -130,8 +95,9 @@ std::optional<Error> makeVariants(const fs::path& root, const fs::path& log) {
 std::optional<Error> makeAudioGroup(const fs::path& root, const fs::path& log) {
     const fs::path folder = root / "audio-group";
     fs::create_directories(folder);
-    return runTool(ffmpeg() + inputs(clipSeconds, true) +
-                       Args{"-map", "0:v", "-map", "1:a", "-map", "2:a"} + h264() + aac() +
+    return runTool(FfmpegArgs::command() + FfmpegArgs::sources(clipSeconds, true) +
+                       Args{"-map", "0:v", "-map", "1:a", "-map", "2:a"} + FfmpegArgs::h264() +
+                       FfmpegArgs::aac() +
                        hls({"-var_stream_map",
                             "v:0,agroup:aud,name:video "
                             "a:0,agroup:aud,language:eng,name:english,default:yes "
@@ -144,11 +110,11 @@ std::optional<Error> makeAudioGroup(const fs::path& root, const fs::path& log) {
 std::optional<Error> makeHevc(const fs::path& root, const fs::path& log) {
     const fs::path folder = root / "hevc";
     fs::create_directories(folder);
-    return runTool(ffmpeg() + inputs(clipSeconds) +
+    return runTool(FfmpegArgs::command() + FfmpegArgs::sources(clipSeconds) +
                        Args{"-map", "0:v", "-map", "1:a", "-c:v", "libx265", "-preset", "ultrafast",
                             "-x265-params", "log-level=error:keyint=48:min-keyint=48:scenecut=0",
                             "-tag:v", "hvc1", "-pix_fmt", "yuv420p", "-b:v", "200k"} +
-                       aac() + hls({"-hls_segment_type", "fmp4"}) +
+                       FfmpegArgs::aac() + hls({"-hls_segment_type", "fmp4"}) +
                        segmentsInto(folder, "seg%d.m4s"),
                    log);
 }
@@ -156,8 +122,8 @@ std::optional<Error> makeHevc(const fs::path& root, const fs::path& log) {
 std::optional<Error> makeAudioOnly(const fs::path& root, const fs::path& log) {
     const fs::path folder = root / "audio-only";
     fs::create_directories(folder);
-    return runTool(ffmpeg() + inputs(clipSeconds) + Args{"-map", "1:a"} + aac() + hls() +
-                       segmentsInto(folder, "seg%d.ts"),
+    return runTool(FfmpegArgs::command() + FfmpegArgs::sources(clipSeconds) + Args{"-map", "1:a"} +
+                       FfmpegArgs::aac() + hls() + segmentsInto(folder, "seg%d.ts"),
                    log);
 }
 
@@ -167,8 +133,10 @@ std::optional<Error> makeDiscontinuity(const fs::path& root, const fs::path& log
     fs::create_directories(folder);
     auto part = [&](const std::string& prefix, int seconds, const std::string& size, int rate,
                     int sampleRate, const Args& extra) {
-        return runTool(ffmpeg() + inputs(seconds, false, size, rate, sampleRate) +
-                           Args{"-map", "0:v", "-map", "1:a"} + h264(rate, "250k") + aac() + extra +
+        return runTool(FfmpegArgs::command() +
+                           FfmpegArgs::sources(seconds, false, size, rate, sampleRate) +
+                           Args{"-map", "0:v", "-map", "1:a"} + FfmpegArgs::h264(rate, "250k") +
+                           FfmpegArgs::aac() + extra +
                            Args{"-f", "hls", "-hls_time", "2", "-hls_playlist_type", "vod",
                                 "-hls_segment_filename", (folder / (prefix + "%d.ts")).string(),
                                 (folder / (prefix + ".m3u8")).string()},
@@ -278,9 +246,9 @@ std::optional<Error> makeSubtitles(const fs::path& root, const fs::path& log) {
         return contentError("Cannot write the subtitles.");
     }
     auto error =
-        runTool(ffmpeg() + inputs(clipSeconds) + Args{"-i", cues.string()} +
-                    Args{"-map", "0:v", "-map", "1:a", "-map", "2:s"} + h264() + aac() +
-                    Args{"-c:s", "webvtt"} +
+        runTool(FfmpegArgs::command() + FfmpegArgs::sources(clipSeconds) +
+                    Args{"-i", cues.string()} + Args{"-map", "0:v", "-map", "1:a", "-map", "2:s"} +
+                    FfmpegArgs::h264() + FfmpegArgs::aac() + Args{"-c:s", "webvtt"} +
                     hls({"-var_stream_map", "v:0,a:0,s:0,sgroup:subs,language:eng,name:main"}) +
                     Args{"-hls_segment_filename", (folder / "%v/seg%d.ts").string(),
                          (folder / "%v/index.m3u8").string()},

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-namespace zarvo::test {
+namespace zarvo::origin {
 
 // A real-time HLS packager: the ffmpeg tool encoding test pattern and tone as it plays (-re)
 // into a folder, as a live encoder does: a sliding window of five 2-second segments in
@@ -27,4 +27,4 @@ private:
     int pid_ = -1;
 };
 
-}  // namespace zarvo::test
+}  // namespace zarvo::origin
