@@ -153,7 +153,14 @@ TEST_F(HostileServerTest, AServerThatNeverAnswersFailsTheItemAfterTheSessionTime
 // call of its kind.
 struct SwitchingRecorder : test::RecordingPlayerDelegate {
     std::function<void()> onBitrate, onTick;
+    std::vector<std::string> loggedUris;  // of every access-log event delivered, in order
 
+    void playerDidOccurAccessLogEvents(
+        ZMPlayer&, const std::vector<PlayerItemAccessLogEvent>& events) override {
+        for (const auto& event : events) {
+            loggedUris.push_back(event.uri);
+        }
+    }
     void playerDidChangeIndicatedBitrate(ZMPlayer& player, double bitrate) override {
         RecordingPlayerDelegate::playerDidChangeIndicatedBitrate(player, bitrate);
         if (auto hook = std::exchange(onBitrate, nullptr)) {
@@ -195,13 +202,13 @@ TEST_F(HostileServerTest, NoNewsOfALeftItemReachesTheHostAfterTheNextIsOpened) {
     server_.on("/a/seg2.ts", Response::text("gone", 404));
 
     struct Marks {
-        std::size_t ticks = 0, bitrates = 0, items = 0, errors = 0, events = 0;
+        std::size_t ticks = 0, bitrates = 0, items = 0, errors = 0, events = 0, uris = 0;
     };
     std::optional<Marks> marks;
     auto switchToB = [&] {
         marks =
-            Marks{recorder->ticks.size(), recorder->bitrates.size(), recorder->itemStatuses.size(),
-                  recorder->errors.size(), recorder->events.size()};
+            Marks{recorder->ticks.size(),  recorder->bitrates.size(), recorder->itemStatuses.size(),
+                  recorder->errors.size(), recorder->events.size(),   recorder->loggedUris.size()};
         open(b);
     };
     const std::chrono::milliseconds waits[] = {0ms, 5ms, 20ms, 60ms, 150ms, 400ms, 900ms};
@@ -248,6 +255,10 @@ TEST_F(HostileServerTest, NoNewsOfALeftItemReachesTheHostAfterTheNextIsOpened) {
             EXPECT_EQ(*item, ZMPlayerStatus::readyToPlay);
         }
         EXPECT_EQ(recorder->events.size(), marks->events) << "an ad event of A";
+        for (auto uri = recorder->loggedUris.begin() + marks->uris;
+             uri != recorder->loggedUris.end(); ++uri) {
+            EXPECT_EQ(uri->find("/a/"), std::string::npos) << "A's access log: " << *uri;
+        }
         EXPECT_LT(recorder->ticks[marks->ticks].time, 1.0) << "B started at A's start point";
         if (HasFailure()) {
             return;

@@ -27,9 +27,9 @@ FfmpegArgs::List FfmpegArgs::sources(int seconds, bool secondTone, const std::st
 
 FfmpegArgs::List FfmpegArgs::h264(int frameRate, const std::string& bitrate) {
     const std::string gop = std::to_string(frameRate * 2);
-    return {"-c:v",    "libx264", "-preset", "ultrafast", "-profile:v",  "baseline",
-            "-pix_fmt", "yuv420p", "-b:v",    bitrate,     "-g",          gop,
-            "-keyint_min", gop,    "-sc_threshold", "0"};
+    return {"-c:v",        "libx264", "-preset",       "ultrafast", "-profile:v", "baseline",
+            "-pix_fmt",    "yuv420p", "-b:v",          bitrate,     "-g",         gop,
+            "-keyint_min", gop,       "-sc_threshold", "0"};
 }
 
 FfmpegArgs::List FfmpegArgs::aac() {

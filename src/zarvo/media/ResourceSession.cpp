@@ -209,6 +209,11 @@ void ResourceSession::recordFailure(const Error& error) {
     lastFailure_ = error;
 }
 
+void ResourceSession::failPlayback(const Error& error) {
+    recordFailure(error);
+    notify([error](Observer& observer) { observer.failed(error); });
+}
+
 std::optional<Error> ResourceSession::lastFailure() const {
     std::lock_guard lock(mutex_);
     return lastFailure_;
@@ -292,15 +297,12 @@ void ResourceSession::servePlaylist(httplib::Response& response, Kind kind, cons
 
     // A failure that asking again cannot mend ends the playback at once, instead of after the
     // pipeline's own retries; the master's failure is the asset's.
-    auto refuse = [&](const Error& error, int status, bool final) {
-        recordFailure(error);
+    auto refuse = [&](const Error& error, int status, bool hopeless) {
         response.status = status;
         if (kind == Kind::master) {
             loader_->masterFailed(error);
         }
-        if (final) {
-            notify([error](Observer& observer) { observer.failed(error); });
-        }
+        hopeless ? failPlayback(error) : recordFailure(error);
     };
     if (fetched.error) {
         refuse(makeTransportError(url, *fetched.error), 502,
@@ -494,8 +496,7 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
     if (length > answer->limit) {
         answer->stream->cancel();
         untrack(answer->stream);
-        recordFailure(tooLong);
-        notify([tooLong](Observer& observer) { observer.failed(tooLong); });
+        failPlayback(tooLong);
         response.status = 502;
         return;
     }
@@ -512,8 +513,7 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
         }
         self->untrack(answer->stream);
         if (answer->tooLong) {
-            self->recordFailure(tooLong);
-            self->notify([tooLong](Observer& observer) { observer.failed(tooLong); });
+            self->failPlayback(tooLong);
         }
         Transfer transfer{kind,          url,
                           answer->sent,  Scheduler::standard()->uptime() - answer->started,
@@ -665,8 +665,7 @@ std::optional<Data> ResourceSession::loadKeyThroughDelegate(const Url& url,
             }
             self->changed_.notify_all();
             if (failure) {
-                self->notify(
-                    [failure = *failure](Observer& observer) { observer.failed(failure); });
+                self->failPlayback(*failure);
             }
         };
         wait->request = std::make_shared<AssetResourceLoadingRequest>(

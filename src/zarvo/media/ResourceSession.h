@@ -131,6 +131,8 @@ private:
 
     void notify(std::function<void(Observer&)> call);
     void recordFailure(const Error& error);
+    // A failure that asking again cannot mend: it ends the playback.
+    void failPlayback(const Error& error);
     bool isClosed() const;
     void track(const std::shared_ptr<DirectUrlStream>& stream);
     void untrack(const std::shared_ptr<DirectUrlStream>& stream);
