@@ -224,11 +224,13 @@ std::string ResourceServer::baseUrl() {
     return "http://127.0.0.1:" + std::to_string(impl_->port);
 }
 
-std::string ResourceServer::add(const std::weak_ptr<ResourceSession>& session) {
+std::string ResourceServer::newToken() {
+    return randomToken();
+}
+
+void ResourceServer::add(const std::string& token, const std::weak_ptr<ResourceSession>& session) {
     std::lock_guard lock(impl_->mutex);
-    std::string token = randomToken();
     impl_->sessions[token] = session;
-    return token;
 }
 
 void ResourceServer::remove(const std::string& token) {

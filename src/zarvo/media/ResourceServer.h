@@ -18,8 +18,11 @@ public:
 
     // "http://127.0.0.1:<port>"; starts the server if needed.
     std::string baseUrl();
-    // Registers `session` under a new token, which it returns; the server holds it weakly.
-    std::string add(const std::weak_ptr<ResourceSession>& session);
+    // A new random token for a session.
+    static std::string newToken();
+    // Registers `session` under `token`: from now on requests reach it. The server holds it
+    // weakly.
+    void add(const std::string& token, const std::weak_ptr<ResourceSession>& session);
     void remove(const std::string& token);
 
     ResourceServer();

@@ -127,9 +127,11 @@ std::shared_ptr<ResourceSession> ResourceSession::open(std::shared_ptr<UrlAsset>
     auto session = std::make_shared<ResourceSession>(Token{}, std::move(asset), std::move(loader),
                                                      std::move(observer), std::move(queue));
     auto& server = ResourceServer::shared();
-    session->token_ = server.add(session);
+    session->token_ = ResourceServer::newToken();
     session->base_ = server.baseUrl() + "/" + session->token_;
     session->entryUrl_ = session->urlFor(Kind::master, session->asset_->playlistUrl());
+    // Only now, with its addresses set, may requests reach it.
+    server.add(session->token_, session);
     return session;
 }
 
