@@ -30,6 +30,14 @@
 #include "support/TempHome.h"
 
 namespace zarvo {
+namespace origin {
+
+// How a shape shows in test names and messages.
+void PrintTo(const StreamCorpus::Shape& shape, std::ostream* out) {
+    *out << shape.name;
+}
+
+}  // namespace origin
 namespace {
 
 namespace fs = std::filesystem;
