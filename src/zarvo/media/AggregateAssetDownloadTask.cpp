@@ -226,6 +226,7 @@ void AggregateAssetDownloadTask::cancel() {
 }
 
 void AggregateAssetDownloadTask::completeWithoutRunning(const Error& error) {
+    const Url package = location();
     {
         std::lock_guard lock(mutex_);
         state_ = State::completed;
@@ -233,10 +234,17 @@ void AggregateAssetDownloadTask::completeWithoutRunning(const Error& error) {
         persist(AssetDownloadStore::TaskState::completed);
     }
     if (auto session = session_.lock()) {
-        session->post([task = shared_from_this(), error](AssetDownloadDelegate& delegate,
-                                                         AssetDownloadUrlSession& session) {
-            delegate.didCompleteWithError(session, task, error);
-        });
+        // Its process may have ended before the delegate had its package's location: it hears
+        // of it again, so that the download can go on from that package.
+        auto task = shared_from_this();
+        session->post(
+            [task, package](AssetDownloadDelegate& delegate, AssetDownloadUrlSession& session) {
+                delegate.willDownloadTo(session, task, package);
+            });
+        session->post(
+            [task, error](AssetDownloadDelegate& delegate, AssetDownloadUrlSession& session) {
+                delegate.didCompleteWithError(session, task, error);
+            });
     }
 }
 

@@ -62,7 +62,7 @@ public:
                                std::optional<State> state = std::nullopt);
 
     // Session side: ends the task with `error` without running it (a task cut off by the end of
-    // its process); the delegate hears of it now.
+    // its process); the delegate hears of its package's location again, then of its end.
     void completeWithoutRunning(const Error& error);
 
 private:

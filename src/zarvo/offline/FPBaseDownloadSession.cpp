@@ -103,7 +103,15 @@ FPBaseDownloadSession::Task FPBaseDownloadSession::startDownload(
 
 FPBaseDownloadSession::Task FPBaseDownloadSession::restartDownloadFromPackage(
     const std::shared_ptr<ZMOfflineDownload>& download) {
-    return startTask(download, download->offlineUrlAsset(), true);
+    auto asset = download->offlineUrlAsset();
+    auto task = startTask(download, asset, true);
+    // The task goes on from the package, with the keys its first asset's loader stored: the
+    // same loader answers the package's asset, from disk where it can.
+    if (asset && download->resourceLoader() && !asset->resourceLoader()->delegate()) {
+        asset->resourceLoader()->setPreloadsEligibleContentKeys(false);
+        asset->resourceLoader()->setDelegate(download->resourceLoader(), loadersQueue);
+    }
+    return task;
 }
 
 void FPBaseDownloadSession::attachKeyLoader(const std::shared_ptr<ZMOfflineDownload>& download) {
