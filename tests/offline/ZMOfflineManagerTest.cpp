@@ -260,6 +260,14 @@ TEST_F(ZMOfflineManagerTest, AManagerFinishesWhatAKilledProcessStarted) {
     origin_->clearRequests();
     const auto before = segmentsOnDisk();
     AppDirectories::setHome(home);
+    {
+        // As if the process had died before the record learnt where its package is.
+        FPDownloadsStore stored;
+        auto killed = stored.getAllDownloads().at(0);
+        ASSERT_TRUE(killed->offlineUrl());
+        killed->assignOfflineUrl(std::nullopt);
+        stored.update(killed);
+    }
     auto store = std::make_shared<FPDownloadsStore>();
     auto manager = ZMOfflineManager::make(store);
     auto events = std::make_shared<Events>();
