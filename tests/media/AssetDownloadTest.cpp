@@ -76,7 +76,8 @@ protected:
 
     std::shared_ptr<AssetDownloadUrlSession> makeSession(const std::string& identifier = "Test") {
         AssetDownloadUrlSession::Settings settings;
-        settings.tasks.retryDelays = {0.01, 0.01};
+        settings.tasks.firstRetryDelay = 0.01;
+        settings.tasks.outageLimit = 0.05;
         return AssetDownloadUrlSession::make(UrlSessionConfiguration::background(identifier),
                                              recorder_, DispatchQueue::main(), settings);
     }

@@ -200,8 +200,7 @@ void FairPlayAssetLoaderDelegate::deliverKey(
     }
     const Data& key = std::get<Data>(persistentKey);
     const std::string fileName = keyFileName();
-    std::error_code error;
-    std::filesystem::create_directories(documentUrl_, error);
+    AppDirectories::makeFolder(documentUrl_);
     if (!DataFile::writeAtomically(
             documentUrl_ / fileName, key,
             std::filesystem::perms::owner_read | std::filesystem::perms::owner_write)) {

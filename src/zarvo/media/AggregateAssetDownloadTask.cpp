@@ -1,17 +1,15 @@
 #include "zarvo/media/AggregateAssetDownloadTask.h"
 
-#include <atomic>
 #include <condition_variable>
-#include <set>
 
 #include "zarvo/media/AssetDownloadDelegate.h"
 #include "zarvo/media/AssetDownloadUrlSession.h"
 #include "zarvo/media/AssetResourceLoadingRequest.h"
-#include "zarvo/media/HlsPackagePlan.h"
 #include "zarvo/media/MediaError.h"
+#include "zarvo/media/PackageDownloadRun.h"
 #include "zarvo/media/PackageFileFetcher.h"
 #include "zarvo/platform/AppDirectories.h"
-#include "zarvo/platform/DataFile.h"
+#include "zarvo/platform/DurableFile.h"
 #include "zarvo/platform/UrlError.h"
 
 namespace zarvo {
@@ -179,7 +177,8 @@ void AggregateAssetDownloadTask::resume() {
     state_ = State::running;
     persist(AssetDownloadStore::TaskState::running);
     PackageFileFetcher::Settings fetching{asset_->options().httpHeaderFields,
-                                          settings_.retryDelays};
+                                          settings_.firstRetryDelay, settings_.longestRetryDelay,
+                                          settings_.outageLimit, settings_.mayDownload};
     fetcher_ = std::make_shared<PackageFileFetcher>(std::move(fetching));
     thread_ = std::thread([self = shared_from_this(), fetcher = fetcher_] { self->run(fetcher); });
 }
@@ -216,6 +215,8 @@ void AggregateAssetDownloadTask::cancel() {
         state_ = State::completed;
         error_ = makeUrlError(UrlError::cancelled, record_.url);
         persist(AssetDownloadStore::TaskState::completed);
+        // What a cancelled package holds is not to be trusted by a later task.
+        store_->forgetPackage(record_.package);
     }
     if (auto session = session_.lock()) {
         session->post([task = shared_from_this(), error = error_](
@@ -249,27 +250,11 @@ void AggregateAssetDownloadTask::completeWithoutRunning(const Error& error) {
 }
 
 void AggregateAssetDownloadTask::removePartialFiles() const {
-    std::error_code error;
     const auto package = [&] {
         std::lock_guard lock(mutex_);
         return packagePath();
     }();
-    for (auto it = std::filesystem::recursive_directory_iterator(package, error);
-         !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
-        if (it->path().extension() == ".part") {
-            std::error_code ignored;
-            std::filesystem::remove(it->path(), ignored);
-        }
-    }
-}
-
-bool AggregateAssetDownloadTask::waitUntilMayDownload(PackageFileFetcher& fetcher) const {
-    while (settings_.mayDownload && !settings_.mayDownload()) {
-        if (!fetcher.wait(0.25)) {
-            return false;
-        }
-    }
-    return true;
+    DurableFile::removeLeftovers(package);
 }
 
 void AggregateAssetDownloadTask::run(std::shared_ptr<PackageFileFetcher> fetcher) {
@@ -313,142 +298,49 @@ void AggregateAssetDownloadTask::finish(std::optional<Error> error) {
 }
 
 std::optional<Error> AggregateAssetDownloadTask::download(PackageFileFetcher& fetcher) {
-    AssetDownloadStore::TaskRecord record;
-    std::filesystem::path package;
-    {
+    const auto [record, package] = [&] {
         std::lock_guard lock(mutex_);
-        record = record_;
-        package = packagePath();
-    }
-    if (!waitUntilMayDownload(fetcher)) {
-        return makeUrlError(UrlError::cancelled, record.url);
-    }
-    auto planned =
-        HlsPackagePlan::make(*Url::parse(record.url), record.renditions, record.minimumBitrate,
-                             [&](const Url& url) { return fetcher.fetchText(url); });
-    if (auto* error = std::get_if<Error>(&planned)) {
-        return *error;
-    }
-    const auto& plan = std::get<HlsPackagePlan>(planned);
-    std::set<std::filesystem::path> folders;
-    for (const auto& playlist : plan.playlists) {
-        folders.insert((package / playlist.path).parent_path());
-    }
-    for (const auto& file : plan.files) {
-        folders.insert((package / file.path).parent_path());
-    }
-    for (const auto& folder : folders) {
-        std::error_code error;
-        std::filesystem::create_directories(folder, error);
-        if (error) {
-            return makeMediaError(MediaError::writeFailed,
-                                  "Could not make " + package.string() + ": " + error.message());
-        }
-    }
+        return std::make_pair(record_, packagePath());
+    }();
     auto session = session_.lock();
     auto task = shared_from_this();
-    const bool announce = [&] {
-        std::lock_guard lock(mutex_);
-        return !std::exchange(announcedLocation_, true);
-    }();
-    if (announce && session) {
-        session->post([task, location = Url::fileUrl(package.string(), true)](
-                          AssetDownloadDelegate& delegate, AssetDownloadUrlSession& session) {
-            delegate.willDownloadTo(session, task, location);
-        });
-    }
-    for (const auto& key : plan.loaderKeys) {
-        if (auto error = loadKey(*asset_, key, fetcher)) {
-            return error;
-        }
-    }
-
-    double total = 0;
-    double done = 0;  // media seconds on disk
-    std::mutex progressMutex;
-    std::vector<const HlsPackagePlan::File*> missing;
-    for (const auto& file : plan.files) {
-        total += file.mediaSeconds;
-        std::error_code ignored;
-        if (std::filesystem::exists(package / file.path, ignored)) {
-            done += file.mediaSeconds;
-            store_->addFile(record.id, file.path);
-        } else {
-            missing.push_back(&file);
-        }
-    }
     const MediaSelection selection = selections_.empty() ? MediaSelection() : selections_.front();
-    auto reportProgress = [&, session, task](double seconds) {
+    PackageDownloadRun::Hooks hooks;
+    hooks.located = [&, session, task, package = package] {
+        const bool announce = [&] {
+            std::lock_guard lock(mutex_);
+            return !std::exchange(announcedLocation_, true);
+        }();
+        if (announce && session) {
+            session->post([task, location = Url::fileUrl(package.string(), true)](
+                              AssetDownloadDelegate& delegate, AssetDownloadUrlSession& session) {
+                delegate.willDownloadTo(session, task, location);
+            });
+        }
+    };
+    hooks.progressed = [session, task, selection](double seconds, double total, double duration) {
         if (!session || total <= 0) {
             return;
         }
-        const double loaded = plan.duration * std::min(1.0, seconds / total);
+        const double loaded = duration * std::min(1.0, seconds / total);
         session->post([=](AssetDownloadDelegate& delegate, AssetDownloadUrlSession& session) {
             delegate.didLoad(session, task, rangeOf(0, loaded), {rangeOf(0, loaded)},
-                             rangeOf(0, plan.duration), selection);
+                             rangeOf(0, duration), selection);
         });
     };
-    if (done > 0) {
-        reportProgress(done);
-    }
-
-    std::atomic<std::size_t> next{0};
-    std::mutex failureMutex;
-    std::optional<Error> failure;
-    std::atomic<bool> failed{false};
-    auto work = [&] {
-        while (!failed && !fetcher.isStopped()) {
-            const std::size_t index = next++;
-            if (index >= missing.size()) {
-                return;
-            }
-            if (!waitUntilMayDownload(fetcher)) {
-                return;
-            }
-            const auto& file = *missing[index];
-            auto fetched =
-                fetcher.fetchFile(file.url, file.range, package / file.path, file.maximumLength);
-            if (auto* error = std::get_if<Error>(&fetched)) {
-                if (!fetcher.isStopped()) {
-                    std::lock_guard lock(failureMutex);
-                    if (!failure) {
-                        failure = *error;
-                    }
-                    failed = true;
-                }
-                return;
-            }
-            store_->addFile(record.id, file.path);
-            // Progress is posted in the order it grows.
-            std::lock_guard lock(progressMutex);
-            done += file.mediaSeconds;
-            reportProgress(done);
-        }
+    hooks.loadKey = [&](const Url& key) {
+        return loadKey(*asset_, key, fetcher);
     };
-    std::vector<std::thread> workers;
-    const std::size_t count =
-        std::max<std::size_t>(1, std::min(settings_.filesInFlight, missing.size()));
-    for (std::size_t i = 1; i < count; ++i) {
-        workers.emplace_back(work);
-    }
-    work();
-    for (auto& worker : workers) {
-        worker.join();
-    }
-    if (failure) {
-        return failure;
-    }
-    if (fetcher.isStopped()) {
-        return makeUrlError(UrlError::cancelled, record.url);
-    }
-    for (const auto& playlist : plan.playlists) {
-        if (!DataFile::writeAtomically(package / playlist.path, playlist.text,
-                                       std::filesystem::perms(0644))) {
-            return makeMediaError(MediaError::writeFailed,
-                                  "Could not write " + (package / playlist.path).string() + ".");
+    hooks.waitUntilMayDownload = [&] {
+        while (settings_.mayDownload && !settings_.mayDownload()) {
+            if (!fetcher.wait(0.25)) {
+                return false;
+            }
         }
-    }
-    return std::nullopt;
+        return !fetcher.isStopped();
+    };
+    return PackageDownloadRun(*store_, record, fetcher, settings_.filesInFlight, std::move(hooks))
+        .run();
 }
 
 }  // namespace zarvo

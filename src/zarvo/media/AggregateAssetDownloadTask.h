@@ -51,8 +51,13 @@ public:
     };
     struct Settings {
         std::size_t filesInFlight = 4;
-        std::vector<double> retryDelays{0.5, 1.0, 2.0};
-        std::function<bool()> mayDownload;  // false while the network must not be used
+        // Files that fail are tried again, waiting from the first delay up to the longest one,
+        // until failures in a row have lasted the outage limit (see PackageFileFetcher).
+        double firstRetryDelay = 0.5;
+        double longestRetryDelay = 10;
+        double outageLimit = 600;
+        // False while the network must not be used (it is down, or metered and not allowed).
+        std::function<bool()> mayDownload;
     };
     AggregateAssetDownloadTask(Token, std::weak_ptr<AssetDownloadUrlSession> session,
                                std::shared_ptr<AssetDownloadStore> store,
@@ -68,8 +73,6 @@ public:
 private:
     void run(std::shared_ptr<PackageFileFetcher> fetcher);
     std::optional<Error> download(PackageFileFetcher& fetcher);
-    // Waits while the network must not be used; false when the run was stopped meanwhile.
-    bool waitUntilMayDownload(PackageFileFetcher& fetcher) const;
     // Stops the run in flight; the caller joins the thread it returns.
     std::thread stopRun();
     void finish(std::optional<Error> error);

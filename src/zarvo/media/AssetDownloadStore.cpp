@@ -4,6 +4,7 @@
 
 #include "zarvo/platform/AppDirectories.h"
 #include "zarvo/platform/Json.h"
+#include "zarvo/platform/Log.h"
 #include "zarvo/platform/SqliteStatement.h"
 
 namespace zarvo {
@@ -21,10 +22,15 @@ CREATE TABLE IF NOT EXISTS tasks(
   minimum_bitrate INTEGER,
   package TEXT NOT NULL,
   state TEXT NOT NULL);
-CREATE TABLE IF NOT EXISTS files(
-  task INTEGER NOT NULL,
+CREATE TABLE IF NOT EXISTS plans(
+  package TEXT PRIMARY KEY,
+  plan TEXT NOT NULL) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS package_files(
+  package TEXT NOT NULL,
   path TEXT NOT NULL,
-  PRIMARY KEY(task, path)) WITHOUT ROWID;
+  length INTEGER NOT NULL,
+  PRIMARY KEY(package, path)) WITHOUT ROWID;
+DROP TABLE IF EXISTS files;
 )";
 
 constexpr const char* kColumns =
@@ -48,41 +54,6 @@ AssetDownloadStore::TaskState stateNamed(const std::string& name) {
     }
     return name == "suspended" ? AssetDownloadStore::TaskState::suspended
                                : AssetDownloadStore::TaskState::completed;
-}
-
-std::string renditionsText(const std::vector<HlsPackagePlan::Rendition>& renditions) {
-    Json list = Json::array();
-    for (const auto& rendition : renditions) {
-        Json item = {
-            {"type", rendition.type}, {"group", rendition.groupId}, {"name", rendition.name}};
-        if (rendition.language) {
-            item["language"] = *rendition.language;
-        }
-        list.push_back(std::move(item));
-    }
-    return list.dump();
-}
-
-std::vector<HlsPackagePlan::Rendition> renditionsFrom(const std::string& text) {
-    std::vector<HlsPackagePlan::Rendition> renditions;
-    const Json list = Json::parse(text, nullptr, false);
-    if (!list.is_array()) {
-        return renditions;
-    }
-    for (const auto& item : list) {
-        if (!item.is_object()) {
-            continue;
-        }
-        HlsPackagePlan::Rendition rendition;
-        rendition.type = item.value("type", "");
-        rendition.groupId = item.value("group", "");
-        rendition.name = item.value("name", "");
-        if (item.contains("language") && item["language"].is_string()) {
-            rendition.language = item["language"].get<std::string>();
-        }
-        renditions.push_back(std::move(rendition));
-    }
-    return renditions;
 }
 
 std::string headersText(const std::map<std::string, std::string>& headers) {
@@ -112,7 +83,7 @@ void bindRecord(SqliteStatement& statement, const AssetDownloadStore::TaskRecord
     statement.bindText(3, record.url);
     statement.bindText(4, headersText(record.headers));
     statement.bindText(5, record.title);
-    statement.bindText(6, renditionsText(record.renditions));
+    statement.bindText(6, HlsPackagePlan::renditionsToJson(record.renditions));
     if (record.minimumBitrate) {
         statement.bindInt64(7, *record.minimumBitrate);
     } else {
@@ -129,15 +100,14 @@ std::shared_ptr<AssetDownloadStore> AssetDownloadStore::open() {
 }
 
 std::shared_ptr<AssetDownloadStore> AssetDownloadStore::open(const std::filesystem::path& path) {
-    std::error_code ignored;
-    std::filesystem::create_directories(path.parent_path(), ignored);
+    AppDirectories::makeFolder(path.parent_path());
     auto database = SqliteDatabase::open(path);
     if (!database) {
         return nullptr;
     }
-    // With WAL, NORMAL survives a crash of the process: a commit is whole or absent.
+    // Each commit is synced: a record counts as written only once it would survive a power cut.
     database->execute("PRAGMA journal_mode = WAL");
-    database->execute("PRAGMA synchronous = NORMAL");
+    database->execute("PRAGMA synchronous = FULL");
     if (database->execute(kSchema) != SQLITE_OK) {
         return nullptr;
     }
@@ -149,16 +119,22 @@ AssetDownloadStore::AssetDownloadStore(std::unique_ptr<SqliteDatabase> database)
 
 bool AssetDownloadStore::insert(TaskRecord& record) {
     std::lock_guard lock(mutex_);
-    auto* statement = database_->statement(
-        "INSERT INTO tasks(session, description, url, headers, title, renditions, "
-        "minimum_bitrate, package, state) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    if (statement == nullptr) {
-        return false;
+    // One task at a time goes on with a package: an older one that was not completed (its
+    // completion could not be written) is completed with the new one's insertion.
+    if (database_->execute("BEGIN IMMEDIATE") != SQLITE_OK) {
+        return failed(sqlite3_errmsg(database_->handle()));
     }
-    SqliteStatementReset reset(*statement);
-    bindRecord(*statement, record);
-    if (statement->step() != SQLITE_DONE) {
-        return false;
+    const bool inserted =
+        run(database_->statement(
+                "UPDATE tasks SET state = 'completed' WHERE package = ? AND state != 'completed'"),
+            [&](SqliteStatement& bound) { bound.bindText(1, record.package); }) &&
+        run(database_->statement(
+                "INSERT INTO tasks(session, description, url, headers, title, renditions, "
+                "minimum_bitrate, package, state) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)"),
+            [&](SqliteStatement& bound) { bindRecord(bound, record); });
+    if (!inserted || database_->execute("COMMIT") != SQLITE_OK) {
+        database_->execute("ROLLBACK");
+        return inserted ? failed(sqlite3_errmsg(database_->handle())) : false;
     }
     record.id = sqlite3_last_insert_rowid(database_->handle());
     return true;
@@ -166,16 +142,14 @@ bool AssetDownloadStore::insert(TaskRecord& record) {
 
 bool AssetDownloadStore::update(const TaskRecord& record) {
     std::lock_guard lock(mutex_);
-    auto* statement = database_->statement(
-        "UPDATE tasks SET session = ?, description = ?, url = ?, headers = ?, title = ?, "
-        "renditions = ?, minimum_bitrate = ?, package = ?, state = ? WHERE id = ?");
-    if (statement == nullptr) {
-        return false;
-    }
-    SqliteStatementReset reset(*statement);
-    bindRecord(*statement, record);
-    statement->bindInt64(10, record.id);
-    return statement->step() == SQLITE_DONE;
+    return run(database_->statement(
+                   "UPDATE tasks SET session = ?, description = ?, url = ?, headers = ?, "
+                   "title = ?, renditions = ?, minimum_bitrate = ?, package = ?, state = ? "
+                   "WHERE id = ?"),
+               [&](SqliteStatement& bound) {
+                   bindRecord(bound, record);
+                   bound.bindInt64(10, record.id);
+               });
 }
 
 std::vector<AssetDownloadStore::TaskRecord> AssetDownloadStore::select(const std::string& where,
@@ -196,7 +170,7 @@ std::vector<AssetDownloadStore::TaskRecord> AssetDownloadStore::select(const std
         record.url = statement->columnText(3);
         record.headers = headersFrom(statement->columnText(4));
         record.title = statement->columnText(5);
-        record.renditions = renditionsFrom(statement->columnText(6));
+        record.renditions = HlsPackagePlan::renditionsFromJson(statement->columnText(6));
         if (!statement->columnIsNull(7)) {
             record.minimumBitrate = statement->columnInt64(7);
         }
@@ -223,31 +197,93 @@ std::optional<AssetDownloadStore::TaskRecord> AssetDownloadStore::lastTaskFor(
     return std::move(records.front());
 }
 
-bool AssetDownloadStore::addFile(std::int64_t task, const std::string& path) {
+std::optional<HlsPackagePlan> AssetDownloadStore::plan(const std::string& package) {
     std::lock_guard lock(mutex_);
-    auto* statement = database_->statement("INSERT OR IGNORE INTO files(task, path) VALUES(?, ?)");
+    auto* statement = database_->statement("SELECT plan FROM plans WHERE package = ?");
     if (statement == nullptr) {
-        return false;
+        return std::nullopt;
     }
     SqliteStatementReset reset(*statement);
-    statement->bindInt64(1, task);
-    statement->bindText(2, path);
-    return statement->step() == SQLITE_DONE;
+    statement->bindText(1, package);
+    if (statement->step() != SQLITE_ROW) {
+        return std::nullopt;
+    }
+    return HlsPackagePlan::fromJson(statement->columnText(0));
 }
 
-std::vector<std::string> AssetDownloadStore::files(std::int64_t task) {
+bool AssetDownloadStore::savePlan(const std::string& package, const HlsPackagePlan& plan) {
     std::lock_guard lock(mutex_);
-    std::vector<std::string> paths;
-    auto* statement = database_->statement("SELECT path FROM files WHERE task = ? ORDER BY path");
+    auto* statement =
+        database_->statement("INSERT OR REPLACE INTO plans(package, plan) VALUES(?, ?)");
+    return run(statement, [&](SqliteStatement& bound) {
+        bound.bindText(1, package);
+        bound.bindText(2, plan.toJson());
+    });
+}
+
+bool AssetDownloadStore::addFile(const std::string& package, const std::string& path,
+                                 std::int64_t length) {
+    std::lock_guard lock(mutex_);
+    auto* statement = database_->statement(
+        "INSERT OR REPLACE INTO package_files(package, path, length) VALUES(?, ?, ?)");
+    return run(statement, [&](SqliteStatement& bound) {
+        bound.bindText(1, package);
+        bound.bindText(2, path);
+        bound.bindInt64(3, length);
+    });
+}
+
+std::map<std::string, std::int64_t> AssetDownloadStore::files(const std::string& package) {
+    std::lock_guard lock(mutex_);
+    std::map<std::string, std::int64_t> lengths;
+    auto* statement =
+        database_->statement("SELECT path, length FROM package_files WHERE package = ?");
     if (statement == nullptr) {
-        return paths;
+        return lengths;
     }
     SqliteStatementReset reset(*statement);
-    statement->bindInt64(1, task);
+    statement->bindText(1, package);
     while (statement->step() == SQLITE_ROW) {
-        paths.push_back(statement->columnText(0));
+        lengths[statement->columnText(0)] = statement->columnInt64(1);
     }
-    return paths;
+    return lengths;
+}
+
+bool AssetDownloadStore::forgetPackage(const std::string& package) {
+    std::lock_guard lock(mutex_);
+    bool done = true;
+    for (const char* sql :
+         {"DELETE FROM plans WHERE package = ?", "DELETE FROM package_files WHERE package = ?"}) {
+        done = run(database_->statement(sql),
+                   [&](SqliteStatement& bound) { bound.bindText(1, package); }) &&
+               done;
+    }
+    return done;
+}
+
+std::optional<std::string> AssetDownloadStore::lastWriteError() const {
+    std::lock_guard lock(mutex_);
+    return lastWriteError_;
+}
+
+bool AssetDownloadStore::run(SqliteStatement* statement,
+                             const std::function<void(SqliteStatement&)>& bind) {
+    if (statement == nullptr) {
+        return failed("a statement could not be prepared");
+    }
+    SqliteStatementReset reset(*statement);
+    bind(*statement);
+    if (statement->step() != SQLITE_DONE) {
+        return failed(sqlite3_errmsg(database_->handle()));
+    }
+    lastWriteError_.reset();
+    return true;
+}
+
+bool AssetDownloadStore::failed(const std::string& reason) {
+    lastWriteError_ = reason;
+    logDiagnostic("AssetDownloadStore", "the download records could not be written: " + reason);
+    return false;
 }
 
 }  // namespace zarvo

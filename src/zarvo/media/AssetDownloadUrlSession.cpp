@@ -15,6 +15,11 @@ bool glibSaysMetered() {
     return monitor != nullptr && g_network_monitor_get_network_metered(monitor);
 }
 
+bool glibSaysAvailable() {
+    GNetworkMonitor* monitor = g_network_monitor_get_default();
+    return monitor == nullptr || g_network_monitor_get_network_available(monitor);
+}
+
 // A directory name made of the title's letters and digits, and a unique ending.
 std::string packageName(const std::string& title) {
     std::string name;
@@ -97,9 +102,11 @@ void AssetDownloadUrlSession::setAllowsCellularAccess(bool allows) {
 AggregateAssetDownloadTask::Settings AssetDownloadUrlSession::taskSettings() const {
     auto settings = settings_.tasks;
     auto metered = settings_.isNetworkMetered ? settings_.isNetworkMetered : glibSaysMetered;
-    settings.mayDownload = [weakSelf = weak_from_this(), metered] {
+    auto available =
+        settings_.isNetworkAvailable ? settings_.isNetworkAvailable : glibSaysAvailable;
+    settings.mayDownload = [weakSelf = weak_from_this(), metered, available] {
         auto self = weakSelf.lock();
-        return !self || self->allowsCellularAccess_ || !metered();
+        return !self || (available() && (self->allowsCellularAccess_ || !metered()));
     };
     return settings;
 }

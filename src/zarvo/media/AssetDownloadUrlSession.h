@@ -40,6 +40,9 @@ public:
         AggregateAssetDownloadTask::Settings tasks;
         // Whether the network in use is metered; GLib's network monitor when empty.
         std::function<bool()> isNetworkMetered;
+        // Whether there is a network at all (tasks wait while there is none); GLib's network
+        // monitor when empty.
+        std::function<bool()> isNetworkAvailable;
         // Where the records live; the store in the home when empty.
         std::shared_ptr<AssetDownloadStore> store;
     };

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "zarvo/media/MediaError.h"
+#include "zarvo/platform/Json.h"
 #include "zarvo/platform/ResponseLimits.h"
 
 namespace zarvo {
@@ -307,6 +308,130 @@ std::variant<HlsPackagePlan, Error> HlsPackagePlan::make(const Url& masterUrl,
             return found != localPlaylists.end() ? found->second : std::string(leftOut);
         });
     return builder.take(withoutLeftOut(local.text));
+}
+
+namespace {
+
+Json renditionsJson(const std::vector<HlsPackagePlan::Rendition>& renditions) {
+    Json list = Json::array();
+    for (const auto& rendition : renditions) {
+        Json item = {
+            {"type", rendition.type}, {"group", rendition.groupId}, {"name", rendition.name}};
+        if (rendition.language) {
+            item["language"] = *rendition.language;
+        }
+        list.push_back(std::move(item));
+    }
+    return list;
+}
+
+std::vector<HlsPackagePlan::Rendition> renditionsFrom(const Json& list) {
+    std::vector<HlsPackagePlan::Rendition> renditions;
+    if (!list.is_array()) {
+        return renditions;
+    }
+    for (const auto& item : list) {
+        if (!item.is_object()) {
+            continue;
+        }
+        renditions.push_back(
+            {json::string(item, "type").value_or(""), json::string(item, "group").value_or(""),
+             json::string(item, "name").value_or(""), json::string(item, "language")});
+    }
+    return renditions;
+}
+
+}  // namespace
+
+std::string HlsPackagePlan::renditionsToJson(const std::vector<Rendition>& renditions) {
+    return renditionsJson(renditions).dump();
+}
+
+std::vector<HlsPackagePlan::Rendition> HlsPackagePlan::renditionsFromJson(std::string_view text) {
+    auto list = json::parse(text);
+    return list ? renditionsFrom(*list) : std::vector<Rendition>{};
+}
+
+std::string HlsPackagePlan::toJson() const {
+    Json filesJson = Json::array();
+    for (const auto& file : files) {
+        Json item = {{"path", file.path},
+                     {"url", file.url.absoluteString()},
+                     {"start", file.startSeconds},
+                     {"seconds", file.mediaSeconds},
+                     {"maximum", file.maximumLength}};
+        if (file.range) {
+            item["offset"] = file.range->offset;
+            item["length"] = file.range->length;
+        }
+        filesJson.push_back(std::move(item));
+    }
+    Json playlistsJson = Json::array();
+    for (const auto& playlist : playlists) {
+        playlistsJson.push_back({{"path", playlist.path}, {"text", playlist.text}});
+    }
+    Json keys = Json::array();
+    for (const auto& key : loaderKeys) {
+        keys.push_back(key.absoluteString());
+    }
+    return Json{{"files", std::move(filesJson)}, {"playlists", std::move(playlistsJson)},
+                {"loaderKeys", std::move(keys)}, {"renditions", renditionsJson(renditions)},
+                {"bandwidth", bandwidth},        {"duration", duration}}
+        .dump();
+}
+
+std::optional<HlsPackagePlan> HlsPackagePlan::fromJson(std::string_view text) {
+    auto object = json::parse(text);
+    if (!object || !object->is_object()) {
+        return std::nullopt;
+    }
+    const Json& files = (*object)["files"];
+    const Json& playlists = (*object)["playlists"];
+    const Json& keys = (*object)["loaderKeys"];
+    auto bandwidth = json::integer(*object, "bandwidth");
+    auto duration = json::number(*object, "duration");
+    if (!files.is_array() || !playlists.is_array() || !keys.is_array() || !bandwidth || !duration) {
+        return std::nullopt;
+    }
+    HlsPackagePlan plan;
+    plan.bandwidth = *bandwidth;
+    plan.duration = *duration;
+    plan.renditions = renditionsFrom((*object)["renditions"]);
+    for (const auto& item : files) {
+        auto path = json::string(item, "path");
+        auto url = json::string(item, "url");
+        auto parsed = url ? Url::parse(*url) : std::nullopt;
+        auto start = json::number(item, "start");
+        auto seconds = json::number(item, "seconds");
+        auto maximum = json::integer(item, "maximum");
+        if (!path || !parsed || !start || !seconds || !maximum || *maximum < 0) {
+            return std::nullopt;
+        }
+        File file{*path,  *parsed,  std::nullopt,
+                  *start, *seconds, static_cast<std::size_t>(*maximum)};
+        auto offset = json::integer(item, "offset");
+        auto length = json::integer(item, "length");
+        if (offset && length) {
+            file.range = HlsPlaylistRewriter::ByteRange{*offset, *length};
+        }
+        plan.files.push_back(std::move(file));
+    }
+    for (const auto& item : playlists) {
+        auto path = json::string(item, "path");
+        auto playlistText = json::string(item, "text");
+        if (!path || !playlistText) {
+            return std::nullopt;
+        }
+        plan.playlists.push_back({*path, *playlistText});
+    }
+    for (const auto& key : keys) {
+        auto parsed = key.is_string() ? Url::parse(key.get<std::string>()) : std::nullopt;
+        if (!parsed) {
+            return std::nullopt;
+        }
+        plan.loaderKeys.push_back(*parsed);
+    }
+    return plan;
 }
 
 }  // namespace zarvo

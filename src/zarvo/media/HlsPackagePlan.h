@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -59,6 +60,15 @@ struct HlsPackagePlan {
                                                     const std::vector<Rendition>& wanted,
                                                     std::optional<std::int64_t> minimumBitrate,
                                                     const FetchPlaylist& fetch);
+
+    // The plan as the download service keeps it between runs, and back; nothing for a text that
+    // is not a whole plan.
+    std::string toJson() const;
+    static std::optional<HlsPackagePlan> fromJson(std::string_view text);
+    // Renditions as JSON text ([{"type", "group", "name", "language"}...]) and back; an
+    // unreadable text gives none.
+    static std::string renditionsToJson(const std::vector<Rendition>& renditions);
+    static std::vector<Rendition> renditionsFromJson(std::string_view text);
 
     std::vector<File> files;            // to fetch, ordered by start time across the playlists
     std::vector<Playlist> playlists;    // the media playlists, then the master

@@ -1,11 +1,11 @@
 #include "zarvo/media/PackageFileFetcher.h"
 
-#include <cerrno>
+#include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <cstring>
+#include <random>
 
 #include "zarvo/media/MediaError.h"
+#include "zarvo/platform/DurableFile.h"
 #include "zarvo/platform/ResponseLimits.h"
 #include "zarvo/platform/UrlError.h"
 #include "zarvo/platform/UrlRequest.h"
@@ -14,14 +14,15 @@
 namespace zarvo {
 namespace {
 
-struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
-
-Error writeError(const std::filesystem::path& path, int code) {
+Error writeError(const std::filesystem::path& path, const std::error_code& code) {
     return makeMediaError(MediaError::writeFailed,
-                          "Could not write " + path.string() + ": " + std::strerror(code) + ".");
+                          "Could not write " + path.string() + ": " + code.message() + ".");
+}
+
+// Whether another try of an answer with `status` may get the resource: the server's failures,
+// and answers that ask to come back later.
+bool worthTryingAgain(int status) {
+    return status >= 500 || status == 408 || status == 429;
 }
 
 }  // namespace
@@ -29,22 +30,25 @@ Error writeError(const std::filesystem::path& path, int code) {
 PackageFileFetcher::PackageFileFetcher(Settings settings)
     : settings_(std::move(settings)), connections_(std::make_shared<DirectUrlConnections>()) {}
 
-std::filesystem::path PackageFileFetcher::partialPath(const std::filesystem::path& path) {
-    return path.string() + ".part";
-}
-
 void PackageFileFetcher::stop() {
-    std::set<std::shared_ptr<DirectUrlStream>> streams;
     {
         std::lock_guard lock(mutex_);
         stop_ = true;
-        streams = streams_;
     }
     stopped_.notify_all();
+    interrupt();
+    connections_->close();
+}
+
+void PackageFileFetcher::interrupt() {
+    std::set<std::shared_ptr<DirectUrlStream>> streams;
+    {
+        std::lock_guard lock(mutex_);
+        streams = streams_;
+    }
     for (const auto& stream : streams) {
         stream->cancel();
     }
-    connections_->close();
 }
 
 bool PackageFileFetcher::isStopped() const {
@@ -55,6 +59,15 @@ bool PackageFileFetcher::isStopped() const {
 bool PackageFileFetcher::wait(double seconds) {
     std::unique_lock lock(mutex_);
     return !stopped_.wait_for(lock, std::chrono::duration<double>(seconds), [&] { return stop_; });
+}
+
+bool PackageFileFetcher::waitUntilMayTry() {
+    while (settings_.mayTry && !settings_.mayTry()) {
+        if (!wait(0.25)) {
+            return false;
+        }
+    }
+    return !isStopped();
 }
 
 std::optional<Error> PackageFileFetcher::attempt(
@@ -100,7 +113,7 @@ std::optional<Error> PackageFileFetcher::attempt(
     }
     const int status = std::get<HttpUrlResponse>(head).statusCode;
     if (status < 200 || status >= 300) {
-        retryable = status >= 500;
+        retryable = worthTryingAgain(status);
         return makeStatusError(url, status);
     }
     // An origin that ignores the range sends the whole resource: the bytes around it are
@@ -142,18 +155,26 @@ std::optional<Error> PackageFileFetcher::attempt(
 
 template <typename Try>
 std::optional<Error> PackageFileFetcher::withRetries(const Url& url, const Try& once) {
-    for (std::size_t tried = 0;; ++tried) {
-        if (isStopped()) {
+    thread_local std::mt19937 random(std::random_device{}());
+    double delay = settings_.firstDelay;
+    double outage = 0;  // seconds of failures in a row while trying was possible
+    for (;;) {
+        if (!waitUntilMayTry()) {
             return makeUrlError(UrlError::cancelled, url.absoluteString());
         }
         bool retryable = false;
         auto error = once(retryable);
-        if (!error || !retryable || tried >= settings_.retryDelays.size()) {
+        if (!error || !retryable || outage >= settings_.outageLimit) {
             return error;
         }
-        if (!wait(settings_.retryDelays[tried])) {
+        // Jitter keeps the files of a run, and runs of other hosts, from coming back at once.
+        const double wait = std::min(delay, settings_.outageLimit - outage) *
+                            std::uniform_real_distribution<double>(0.8, 1.2)(random);
+        if (!this->wait(wait)) {
             return makeUrlError(UrlError::cancelled, url.absoluteString());
         }
+        outage += wait;
+        delay = std::min(delay * 2, settings_.longestDelay);
     }
 }
 
@@ -177,49 +198,52 @@ std::variant<std::string, Error> PackageFileFetcher::fetchText(const Url& url) {
 
 std::variant<std::int64_t, Error> PackageFileFetcher::fetchFile(
     const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range,
-    const std::filesystem::path& path, std::size_t maximumLength) {
-    const auto partial = partialPath(path);
-    std::int64_t written = 0;
+    const std::filesystem::path& path, std::size_t maximumLength,
+    const BeforePlacing& beforePlacing) {
+    auto created = DurableFile::create(path, std::filesystem::perms(0644));
+    if (auto* error = std::get_if<std::error_code>(&created)) {
+        return writeError(path, *error);
+    }
+    auto& file = std::get<DurableFile>(created);
     std::optional<Error> writeFailure;
     auto error = withRetries(url, [&](bool& retryable) -> std::optional<Error> {
-        File file(std::fopen(partial.c_str(), "wb"));
-        if (!file) {
-            writeFailure = writeError(path, errno);
-            return writeFailure;
+        if (auto restarted = file.restart()) {
+            writeFailure = writeError(path, restarted);
         }
-        written = 0;
-        auto failure = attempt(
-            url, range, maximumLength,
-            [&](const char* data, std::size_t length) {
-                if (std::fwrite(data, 1, length, file.get()) != length) {
-                    writeFailure = writeError(path, errno);
-                    return false;
-                }
-                written += static_cast<std::int64_t>(length);
-                return true;
-            },
-            retryable);
-        if (!failure && !writeFailure && std::fflush(file.get()) != 0) {
-            writeFailure = writeError(path, errno);
-        }
+        auto failure = writeFailure ? std::nullopt
+                                    : attempt(
+                                          url, range, maximumLength,
+                                          [&](const char* data, std::size_t length) {
+                                              if (auto written = file.write(data, length)) {
+                                                  writeFailure = writeError(path, written);
+                                                  return false;
+                                              }
+                                              return true;
+                                          },
+                                          retryable);
         if (writeFailure) {
+            // A disk that is full or failing: trying again does not help.
             retryable = false;
             return writeFailure;
         }
         return failure;
     });
-    std::error_code ignored;
     if (error) {
-        std::filesystem::remove(partial, ignored);
         return *error;
     }
-    std::error_code renamed;
-    std::filesystem::rename(partial, path, renamed);
-    if (renamed) {
-        std::filesystem::remove(partial, ignored);
-        return writeError(path, renamed.value());
+    if (auto synced = file.sync()) {
+        return writeError(path, synced);
     }
-    return written;
+    const auto length = static_cast<std::int64_t>(file.size());
+    if (beforePlacing) {
+        if (auto refused = beforePlacing(length)) {
+            return *refused;
+        }
+    }
+    if (auto committed = file.commit()) {
+        return writeError(path, committed);
+    }
+    return length;
 }
 
 }  // namespace zarvo

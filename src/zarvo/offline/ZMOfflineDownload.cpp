@@ -248,7 +248,7 @@ Url ZMOfflineDownload::contentKeysDirPath() const {
     fs::path directory = AppDirectories::documents() / ".keys" / keyDirectoryName(id_);
     std::error_code error;
     if (!fs::exists(fs::symlink_status(directory, error))) {
-        fs::create_directories(directory, error);
+        error = AppDirectories::makeFolder(directory);
         if (error) {
             fatalError("ZMOfflineDownload: cannot create the content keys directory " +
                        directory.string() + ": " + error.message());

@@ -1,9 +1,12 @@
 #include "zarvo/platform/AppDirectories.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <mutex>
 #include <optional>
+#include <sys/stat.h>
 #include <system_error>
+#include <vector>
 
 #include "zarvo/platform/Bundle.h"
 
@@ -59,8 +62,7 @@ fs::path currentHome() {
 
 // Folders are made on every request so that a folder removed behind our back comes back.
 fs::path ensureDirectory(const fs::path& path) {
-    std::error_code ignored;
-    fs::create_directories(path, ignored);
+    AppDirectories::makeFolder(path);
     return path;
 }
 
@@ -87,7 +89,41 @@ void AppDirectories::resetHome() {
 }
 
 fs::path AppDirectories::home() {
-    return ensureDirectory(fs::absolute(currentHome()));
+    const fs::path home = fs::absolute(currentHome());
+    ensureDirectory(home);
+    // A home made before it was kept private (or by the host) becomes private too.
+    std::error_code error;
+    const auto status = fs::status(home, error);
+    if (!error && (status.permissions() & fs::perms::all) != fs::perms::owner_all) {
+        fs::permissions(home, fs::perms::owner_all, fs::perm_options::replace, error);
+    }
+    return home;
+}
+
+std::error_code AppDirectories::makeFolder(const fs::path& folder) {
+    std::vector<fs::path> missing;
+    std::error_code error;
+    for (fs::path at = folder; !at.empty() && !fs::exists(at, error);) {
+        missing.push_back(at);
+        const fs::path parent = at.parent_path();
+        if (parent == at) {
+            break;
+        }
+        at = parent;
+    }
+    for (auto made = missing.rbegin(); made != missing.rend(); ++made) {
+        if (::mkdir(made->c_str(), 0700) != 0) {
+            if (errno == EEXIST) {
+                continue;  // made by another thread or process meanwhile
+            }
+            return {errno, std::generic_category()};
+        }
+        ::chmod(made->c_str(), 0700);  // the umask may have taken bits away
+    }
+    if (!fs::is_directory(folder, error)) {
+        return error ? error : std::make_error_code(std::errc::not_a_directory);
+    }
+    return {};
 }
 
 fs::path AppDirectories::documents() {

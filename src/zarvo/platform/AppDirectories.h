@@ -2,13 +2,15 @@
 
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 namespace zarvo {
 
 // The application home and its standard folders. The home is, in order of precedence:
 // the path the host set with setHome(), the ZM_HOME environment variable, or
 // $XDG_DATA_HOME/<application id> (~/.local/share/<application id> without XDG_DATA_HOME),
-// where the application id is Bundle::main().identifier. Folders are created on demand.
+// where the application id is Bundle::main().identifier. Folders are created on demand, and
+// everything under the home is the user's alone: folders 0700, whatever the umask.
 class AppDirectories {
 public:
     static void setHome(const std::filesystem::path& home);
@@ -20,6 +22,10 @@ public:
     static std::filesystem::path library();      // <home>/Library
     static std::filesystem::path caches();       // <home>/Library/Caches
     static std::filesystem::path preferences();  // <home>/Library/Preferences
+
+    // Makes `folder` and its missing parents, each one made 0700 whatever the umask (folders
+    // that exist keep their permissions).
+    static std::error_code makeFolder(const std::filesystem::path& folder);
 
     // True when `path`, with "." and ".." resolved and symbolic links followed as far as they
     // exist, lies inside the home (the home itself excluded). A relative path is taken

@@ -1,12 +1,10 @@
 #include "zarvo/platform/DataFile.h"
 
-#include <cstdio>
-#include <fcntl.h>
 #include <fstream>
 #include <iterator>
-#include <sys/stat.h>
 #include <system_error>
-#include <unistd.h>
+
+#include "zarvo/platform/DurableFile.h"
 
 namespace zarvo {
 
@@ -38,27 +36,7 @@ std::optional<Data> DataFile::read(const std::filesystem::path& path,
 
 bool DataFile::writeAtomically(const std::filesystem::path& path, const Data& data,
                                std::filesystem::perms mode) {
-    const std::filesystem::path temporary = path.string() + ".partial";
-    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
-                          static_cast<mode_t>(mode));
-    if (fd < 0) {
-        return false;
-    }
-    // The mode given at creation is reduced by the umask; a replaced file keeps its own.
-    bool written = ::fchmod(fd, static_cast<mode_t>(mode)) == 0;
-    std::size_t offset = 0;
-    while (written && offset < data.size()) {
-        const ssize_t count = ::write(fd, data.data() + offset, data.size() - offset);
-        written = count > 0;
-        offset += written ? static_cast<std::size_t>(count) : 0;
-    }
-    written = written && ::fsync(fd) == 0;
-    written = ::close(fd) == 0 && written;
-    if (!written || std::rename(temporary.c_str(), path.c_str()) != 0) {
-        std::remove(temporary.c_str());
-        return false;
-    }
-    return true;
+    return !DurableFile::writeWhole(path, data.data(), data.size(), mode);
 }
 
 }  // namespace zarvo

@@ -14,8 +14,8 @@ struct DataFile {
     // `maximumLength`.
     static std::optional<Data> read(const std::filesystem::path& path,
                                     std::optional<std::uintmax_t> maximumLength = std::nullopt);
-    // Replaces the file with `data` in one step (a new file, flushed, renamed over the old
-    // one), with permission bits `mode`. False, with the old file untouched, on any failure.
+    // Replaces the file with `data` in one step, durably (see DurableFile), with permission
+    // bits `mode`. False, with the old file untouched, on any failure.
     static bool writeAtomically(const std::filesystem::path& path, const Data& data,
                                 std::filesystem::perms mode);
 };

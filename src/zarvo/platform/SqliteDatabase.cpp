@@ -1,5 +1,6 @@
 #include "zarvo/platform/SqliteDatabase.h"
 
+#include <sys/stat.h>
 #include <utility>
 
 #include <sqlite3.h>
@@ -62,6 +63,13 @@ std::unique_ptr<SqliteDatabase> SqliteDatabase::open(const std::filesystem::path
     }
     sqlite3_extended_result_codes(raw, 1);
     sqlite3_busy_timeout(raw, static_cast<int>(options.busyTimeout.count()));
+    if (!readOnly) {
+        // The user's alone, whatever the umask: the log files SQLite makes later take the
+        // database's permissions, and those an older run left are made private too.
+        for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
+            ::chmod((path.string() + suffix).c_str(), 0600);
+        }
+    }
     return database;
 }
 

@@ -308,10 +308,10 @@ std::unique_ptr<SqliteDatabase> openDatabase(const fs::path& path) {
         return nullptr;
     }
     if (!database->isReadOnly()) {
-        // WAL keeps readers and the single writer out of each other's way; with WAL, NORMAL
-        // still survives a crash of the process (a commit is whole or absent).
+        // WAL keeps readers and the single writer out of each other's way; FULL syncs each
+        // commit, so that a value counts as stored only once it would survive a power cut.
         database->execute("PRAGMA journal_mode = WAL");
-        database->execute("PRAGMA synchronous = NORMAL");
+        database->execute("PRAGMA synchronous = FULL");
         // Large values pass through the log; cut it back after each checkpoint.
         database->execute("PRAGMA journal_size_limit = 8388608");
         if (database->execute(kCreateTable) == SQLITE_OK) {

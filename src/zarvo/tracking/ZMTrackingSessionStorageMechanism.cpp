@@ -8,6 +8,7 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "zarvo/platform/AppDirectories.h"
 #include "zarvo/tracking/ZMTrackingSessionStorageUrls.h"
 
 namespace zarvo {
@@ -62,12 +63,8 @@ std::error_code ZMTrackingSessionStorageMechanism::save(
     std::filesystem::path temporary = saving / temporaryName(target.filename().string());
     // The folders are made when a write finds them missing, not stat-ed on every save.
     auto makeFolders = [&] {
-        std::error_code made;
-        std::filesystem::create_directories(target.parent_path(), made);
-        if (!made) {
-            std::filesystem::create_directories(saving, made);
-        }
-        return made;
+        std::error_code made = AppDirectories::makeFolder(target.parent_path());
+        return made ? made : AppDirectories::makeFolder(saving);
     };
     std::error_code error;
 
