@@ -20,6 +20,7 @@
 #include "zarvo/platform/UrlError.h"
 
 #include "support/CommandOutput.h"
+#include "support/RecordingDownloadDelegate.h"
 #include "support/SampleOriginTest.h"
 #include "support/TempHome.h"
 
@@ -34,41 +35,8 @@ bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadli
     return RunLoop::main().runUntil(done, deadline);
 }
 
-struct Recorder : AssetDownloadDelegate {
-    void willDownloadTo(AssetDownloadUrlSession&, const TaskPtr&, const Url& url) override {
-        locations.push_back(url);
-    }
-    void didLoad(AssetDownloadUrlSession&, const TaskPtr&, const MediaTimeRange&,
-                 const std::vector<MediaTimeRange>& loaded, const MediaTimeRange& expected,
-                 const MediaSelection&) override {
-        double sum = 0;
-        for (const auto& range : loaded) {
-            sum += range.duration.seconds() / expected.duration.seconds();
-        }
-        progress.push_back(sum);
-    }
-    void didCompleteFor(AssetDownloadUrlSession&, const TaskPtr&, const MediaSelection&) override {
-        ++selectionsCompleted;
-    }
-    void didCompleteWithError(AssetDownloadUrlSession&, const TaskPtr&,
-                              const std::optional<Error>& error) override {
-        completions.push_back(error);
-    }
-    std::vector<Url> locations;
-    std::vector<double> progress;
-    int selectionsCompleted = 0;
-    std::vector<std::optional<Error>> completions;
-};
-
-std::set<std::string> filesUnder(const fs::path& root) {
-    std::set<std::string> files;
-    for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        if (entry.is_regular_file()) {
-            files.insert(entry.path().lexically_relative(root).string());
-        }
-    }
-    return files;
-}
+using Recorder = test::RecordingDownloadDelegate;
+using test::filesUnder;
 
 class AssetDownloadTest : public test::SampleOriginTest {
 protected:

@@ -17,8 +17,7 @@ public:
     // Waits for the lock, saying so when another process holds it.
     explicit DownloadLock(const char* command) {
         const auto directory = AppDirectories::library() / "com.zarvo.downloads";
-        std::error_code ignored;
-        std::filesystem::create_directories(directory, ignored);
+        AppDirectories::makeFolder(directory);
         fd_ = ::open((directory / "zmplay.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
         if (fd_ < 0) {
             return;
