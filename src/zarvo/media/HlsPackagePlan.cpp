@@ -381,22 +381,28 @@ std::string HlsPackagePlan::toJson() const {
 }
 
 std::optional<HlsPackagePlan> HlsPackagePlan::fromJson(std::string_view text) {
-    auto object = json::parse(text);
-    if (!object || !object->is_object()) {
+    const auto parsed = json::parse(text);
+    if (!parsed || !parsed->is_object()) {
         return std::nullopt;
     }
-    const Json& files = (*object)["files"];
-    const Json& playlists = (*object)["playlists"];
-    const Json& keys = (*object)["loaderKeys"];
-    auto bandwidth = json::integer(*object, "bandwidth");
-    auto duration = json::number(*object, "duration");
+    const Json& object = *parsed;
+    auto member = [&](const char* key) -> const Json& {
+        static const Json none;
+        auto found = object.find(key);
+        return found == object.end() ? none : *found;
+    };
+    const Json& files = member("files");
+    const Json& playlists = member("playlists");
+    const Json& keys = member("loaderKeys");
+    auto bandwidth = json::integer(object, "bandwidth");
+    auto duration = json::number(object, "duration");
     if (!files.is_array() || !playlists.is_array() || !keys.is_array() || !bandwidth || !duration) {
         return std::nullopt;
     }
     HlsPackagePlan plan;
     plan.bandwidth = *bandwidth;
     plan.duration = *duration;
-    plan.renditions = renditionsFrom((*object)["renditions"]);
+    plan.renditions = renditionsFrom(member("renditions"));
     for (const auto& item : files) {
         auto path = json::string(item, "path");
         auto url = json::string(item, "url");
