@@ -20,6 +20,8 @@
 #include "zarvo/platform/RunLoop.h"
 
 #include "origin/SampleOrigin.h"
+#include "origin/StreamCorpus.h"
+#include "support/StaticFileServer.h"
 
 namespace {
 
@@ -221,6 +223,53 @@ void BM_QueuedStartAndZmplayDownload(benchmark::State& state) {
     fs::remove_all(work);
 }
 BENCHMARK(BM_QueuedStartAndZmplayDownload)->Iterations(5)->Unit(benchmark::kMillisecond);
+
+// A task for a finished package of 100 segments checks every file against its record and
+// writes the playlists again, fetching nothing: what a relaunch pays for each finished package.
+void BM_ResumeCheckOfAFinishedPackage(benchmark::State& state) {
+    auto corpus = zarvo::origin::StreamCorpus::prepare();
+    if (!std::holds_alternative<zarvo::origin::StreamCorpus>(corpus)) {
+        state.SkipWithError("the stream corpus could not be made");
+        return;
+    }
+    const fs::path work =
+        fs::temp_directory_path() / ("zm-resume-bench-" + std::to_string(::getpid()));
+    fs::create_directories(work / "served");
+    fs::copy_file(std::get<zarvo::origin::StreamCorpus>(corpus).directory() / "ts" / "seg0.ts",
+                  work / "served" / "seg.ts");
+    std::ofstream playlist(work / "served" / "index.m3u8");
+    playlist << "#EXTM3U\n#EXT-X-TARGETDURATION:2\n#EXT-X-PLAYLIST-TYPE:VOD\n";
+    for (int i = 0; i < 100; ++i) {
+        playlist << "#EXTINF:2.0,\nseg.ts?n=" << i << "\n";
+    }
+    playlist << "#EXT-X-ENDLIST\n";
+    playlist.close();
+    zarvo::test::StaticFileServer server(work / "served");
+    zarvo::AppDirectories::setHome(work / "home");
+    auto done = std::make_shared<Done>();
+    auto session = zarvo::AssetDownloadUrlSession::make(
+        zarvo::UrlSessionConfiguration::background("Resume"), done, zarvo::DispatchQueue::main());
+    auto run = [&](const zarvo::Url& url) {
+        done->ended = false;
+        auto task = session->makeAggregateAssetDownloadTask(zarvo::UrlAsset::make(url), {},
+                                                            "Resume", std::nullopt, {});
+        task->resume();
+        zarvo::RunLoop::main().runUntil([&] { return done->ended; }, std::chrono::seconds(60));
+        return task;
+    };
+    auto first = run(*zarvo::Url::parse(server.url("/index.m3u8")));
+    const auto package = first->location();
+    const std::size_t requests = server.requestCount();
+    for (auto _ : state) {
+        run(package);
+    }
+    if (done->failed || server.requestCount() != requests) {
+        state.SkipWithError("the finished package was not taken as it is");
+    }
+    zarvo::AppDirectories::resetHome();
+    fs::remove_all(work);
+}
+BENCHMARK(BM_ResumeCheckOfAFinishedPackage)->Iterations(20)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
