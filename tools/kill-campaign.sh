@@ -69,6 +69,17 @@ run_zmplay() {
       return
     fi
   fi
+  # A zmplay left to finish gets a minute: one that waits for ever fails the run with its log.
+  local waited=0
+  while kill -0 "$pid" 2>/dev/null && [ "$waited" -lt 600 ]; do
+    sleep 0.1
+    waited=$((waited + 1))
+  done
+  if kill -9 "$pid" 2>/dev/null; then
+    wait "$pid" 2>/dev/null || true
+    echo hung
+    return
+  fi
   wait "$pid" || status=$?
   echo "$status"
 }

@@ -212,14 +212,21 @@ TEST_F(AssetDownloadTest, SuspendResumeCancelAndFaults) {
     EXPECT_NE(recorder_->completions[3]->localizedDescription().find("/vod/v2/seg3.ts"),
               std::string::npos);
 
-    // No downloads on a metered network when the configuration forbids cellular access.
+    // No downloads while the network is down, nor on a metered network when the configuration
+    // forbids cellular access.
     origin_->faults().clear();
     origin_->clearRequests();
+    std::atomic<bool> up{false};
     std::atomic<bool> metered{true};
-    std::atomic<int> asked{0};
+    std::atomic<int> askedUp{0};
+    std::atomic<int> askedMetered{0};
     AssetDownloadUrlSession::Settings settings;
+    settings.isNetworkAvailable = [&] {
+        ++askedUp;
+        return up.load();
+    };
     settings.isNetworkMetered = [&] {
-        ++asked;
+        ++askedMetered;
         return metered.load();
     };
     auto configuration = UrlSessionConfiguration::background("Metered");
@@ -228,7 +235,10 @@ TEST_F(AssetDownloadTest, SuspendResumeCancelAndFaults) {
         AssetDownloadUrlSession::make(configuration, recorder_, DispatchQueue::main(), settings);
     auto waiting = wifiOnly->makeAggregateAssetDownloadTask(asset, {}, "Metered", std::nullopt, {});
     waiting->resume();
-    ASSERT_TRUE(waitFor([&] { return asked >= 3; }));
+    ASSERT_TRUE(waitFor([&] { return askedUp >= 3; }));
+    up = true;
+    const int meteredBefore = askedMetered;
+    ASSERT_TRUE(waitFor([&] { return askedMetered >= meteredBefore + 3; }));
     EXPECT_TRUE(origin_->requests().empty());
     metered = false;
     ASSERT_TRUE(waitFor([&] { return recorder_->completions.size() == 5; }));

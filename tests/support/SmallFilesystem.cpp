@@ -43,8 +43,8 @@ SmallFilesystem::~SmallFilesystem() {
 }
 
 bool SmallFilesystem::resize(std::size_t megabytes) {
-    return mounted_ && ::mount("tmpfs", path_.c_str(), "tmpfs", MS_REMOUNT,
-                               sizeOption(megabytes).c_str()) == 0;
+    return mounted_ &&
+           ::mount("tmpfs", path_.c_str(), "tmpfs", MS_REMOUNT, sizeOption(megabytes).c_str()) == 0;
 }
 
 }  // namespace zarvo::test

@@ -331,14 +331,6 @@ std::optional<Error> AggregateAssetDownloadTask::download(PackageFileFetcher& fe
     hooks.loadKey = [&](const Url& key) {
         return loadKey(*asset_, key, fetcher);
     };
-    hooks.waitUntilMayDownload = [&] {
-        while (settings_.mayDownload && !settings_.mayDownload()) {
-            if (!fetcher.wait(0.25)) {
-                return false;
-            }
-        }
-        return !fetcher.isStopped();
-    };
     return PackageDownloadRun(*store_, record, fetcher, settings_.filesInFlight, std::move(hooks))
         .run();
 }

@@ -56,8 +56,9 @@ public:
         double firstRetryDelay = 0.5;
         double longestRetryDelay = 10;
         double outageLimit = 600;
-        // False while the network must not be used (it is down, or metered and not allowed).
-        std::function<bool()> mayDownload;
+        // False while the network that reaches the URL must not be used (it is down, or
+        // metered and not allowed).
+        std::function<bool(const Url&)> mayDownload;
     };
     AggregateAssetDownloadTask(Token, std::weak_ptr<AssetDownloadUrlSession> session,
                                std::shared_ptr<AssetDownloadStore> store,

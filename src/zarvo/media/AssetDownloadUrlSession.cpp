@@ -10,14 +10,26 @@
 namespace zarvo {
 namespace {
 
-bool glibSaysMetered() {
-    GNetworkMonitor* monitor = g_network_monitor_get_default();
-    return monitor != nullptr && g_network_monitor_get_network_metered(monitor);
+// Files and this host's own servers are reached without the network that GLib's monitor
+// describes (the one with the default route): they need neither it up nor unmetered.
+bool needsNoNetwork(const Url& url) {
+    if (url.isFileUrl()) {
+        return true;
+    }
+    const auto host = url.host().value_or("");
+    return host == "localhost" || host.starts_with("127.") || host == "::1" || host == "[::1]";
 }
 
-bool glibSaysAvailable() {
+bool glibSaysMetered(const Url& url) {
     GNetworkMonitor* monitor = g_network_monitor_get_default();
-    return monitor == nullptr || g_network_monitor_get_network_available(monitor);
+    return !needsNoNetwork(url) && monitor != nullptr &&
+           g_network_monitor_get_network_metered(monitor);
+}
+
+bool glibSaysAvailable(const Url& url) {
+    GNetworkMonitor* monitor = g_network_monitor_get_default();
+    return needsNoNetwork(url) || monitor == nullptr ||
+           g_network_monitor_get_network_available(monitor);
 }
 
 // A directory name made of the title's letters and digits, and a unique ending.
@@ -101,12 +113,15 @@ void AssetDownloadUrlSession::setAllowsCellularAccess(bool allows) {
 
 AggregateAssetDownloadTask::Settings AssetDownloadUrlSession::taskSettings() const {
     auto settings = settings_.tasks;
-    auto metered = settings_.isNetworkMetered ? settings_.isNetworkMetered : glibSaysMetered;
-    auto available =
-        settings_.isNetworkAvailable ? settings_.isNetworkAvailable : glibSaysAvailable;
-    settings.mayDownload = [weakSelf = weak_from_this(), metered, available] {
+    settings.mayDownload = [weakSelf = weak_from_this(), metered = settings_.isNetworkMetered,
+                            available = settings_.isNetworkAvailable](const Url& url) {
         auto self = weakSelf.lock();
-        return !self || (available() && (self->allowsCellularAccess_ || !metered()));
+        if (!self) {
+            return true;
+        }
+        const bool up = available ? available() : glibSaysAvailable(url);
+        const bool unmetered = metered ? !metered() : !glibSaysMetered(url);
+        return up && (self->allowsCellularAccess_ || unmetered);
     };
     return settings;
 }

@@ -41,7 +41,8 @@ public:
         // Whether the network in use is metered; GLib's network monitor when empty.
         std::function<bool()> isNetworkMetered;
         // Whether there is a network at all (tasks wait while there is none); GLib's network
-        // monitor when empty.
+        // monitor when empty, which leaves files and this host's own servers out of both
+        // questions: they are reached without the network.
         std::function<bool()> isNetworkAvailable;
         // Where the records live; the store in the home when empty.
         std::shared_ptr<AssetDownloadStore> store;

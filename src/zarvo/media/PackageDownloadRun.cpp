@@ -66,9 +66,6 @@ std::optional<Error> PackageDownloadRun::makeFolders(const HlsPackagePlan& plan)
 }
 
 std::optional<Error> PackageDownloadRun::run() {
-    if (!hooks_.waitUntilMayDownload()) {
-        return makeUrlError(UrlError::cancelled, record_.url);
-    }
     auto planned = plan();
     if (auto* error = std::get_if<Error>(&planned)) {
         return *error;
@@ -134,7 +131,7 @@ std::optional<Error> PackageDownloadRun::fetchMissing(const HlsPackagePlan& plan
     auto work = [&] {
         while (!failed && !fetcher_.isStopped()) {
             const std::size_t index = next++;
-            if (index >= missing.size() || !hooks_.waitUntilMayDownload()) {
+            if (index >= missing.size()) {
                 return;
             }
             const auto& file = *missing[index];
@@ -180,8 +177,8 @@ std::optional<Error> PackageDownloadRun::writePlaylists(const HlsPackagePlan& pl
         const fs::path path = package_ / playlist.path;
         if (auto error = DurableFile::writeWhole(path, playlist.text.data(), playlist.text.size(),
                                                  fs::perms(0644))) {
-            return makeMediaError(MediaError::writeFailed,
-                                  "Could not write " + path.string() + ": " + error.message() + ".");
+            return makeMediaError(MediaError::writeFailed, "Could not write " + path.string() +
+                                                               ": " + error.message() + ".");
         }
     }
     return std::nullopt;

@@ -30,8 +30,6 @@ public:
         std::function<void(double seconds, double total, double duration)> progressed;
         // Asks the resource loader for a key; its failure ends the run.
         std::function<std::optional<Error>(const Url& key)> loadKey;
-        // Waits while the network must not be used; false when the run was stopped meanwhile.
-        std::function<bool()> waitUntilMayDownload;
     };
 
     PackageDownloadRun(AssetDownloadStore& store, AssetDownloadStore::TaskRecord record,

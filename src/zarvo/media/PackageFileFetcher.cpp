@@ -61,8 +61,8 @@ bool PackageFileFetcher::wait(double seconds) {
     return !stopped_.wait_for(lock, std::chrono::duration<double>(seconds), [&] { return stop_; });
 }
 
-bool PackageFileFetcher::waitUntilMayTry() {
-    while (settings_.mayTry && !settings_.mayTry()) {
+bool PackageFileFetcher::waitUntilMayTry(const Url& url) {
+    while (settings_.mayTry && !settings_.mayTry(url)) {
         if (!wait(0.25)) {
             return false;
         }
@@ -159,7 +159,7 @@ std::optional<Error> PackageFileFetcher::withRetries(const Url& url, const Try& 
     double delay = settings_.firstDelay;
     double outage = 0;  // seconds of failures in a row while trying was possible
     for (;;) {
-        if (!waitUntilMayTry()) {
+        if (!waitUntilMayTry(url)) {
             return makeUrlError(UrlError::cancelled, url.absoluteString());
         }
         bool retryable = false;

@@ -33,8 +33,9 @@ public:
         double firstDelay = 0.5;
         double longestDelay = 10;
         double outageLimit = 600;
-        // False while no request can succeed (no network): tries wait for it to say yes.
-        std::function<bool()> mayTry;
+        // False while no request for the URL can succeed (no network): tries wait for it to
+        // say yes.
+        std::function<bool(const Url&)> mayTry;
     };
 
     explicit PackageFileFetcher(Settings settings);
@@ -72,7 +73,7 @@ private:
     template <typename Try>
     std::optional<Error> withRetries(const Url& url, const Try& once);
     // Waits while `mayTry` says no; false when stopped meanwhile.
-    bool waitUntilMayTry();
+    bool waitUntilMayTry(const Url& url);
 
     const Settings settings_;
     const std::shared_ptr<DirectUrlConnections> connections_;

@@ -38,8 +38,8 @@ std::variant<DurableFile, std::error_code> DurableFile::create(const fs::path& p
     return DurableFile(path, std::move(temporary), fd);
 }
 
-std::error_code DurableFile::writeWhole(const fs::path& path, const char* data,
-                                        std::size_t length, fs::perms mode) {
+std::error_code DurableFile::writeWhole(const fs::path& path, const char* data, std::size_t length,
+                                        fs::perms mode) {
     auto created = create(path, mode);
     if (auto* error = std::get_if<std::error_code>(&created)) {
         return *error;
