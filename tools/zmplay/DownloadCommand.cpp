@@ -183,7 +183,8 @@ public:
         failure = error.localizedDescription();
         ended = true;
         if (json_) {
-            std::cout << Json{{"event", "didErrorOccur"}, {"id", id}, {"error", *failure}}.dump()
+            std::cout << json::dump(
+                             Json{{"event", "didErrorOccur"}, {"id", id}, {"error", *failure}})
                       << std::endl;
         }
     }
@@ -206,11 +207,10 @@ public:
         auto offline = download->offlineUrl();
         const std::string where = offline ? offline->absoluteString() : "";
         if (json_) {
-            std::cout << Json{{"event", "didFinish"},
-                              {"id", id},
-                              {"offlineUrl", where},
-                              {"seconds", elapsed}}
-                             .dump()
+            std::cout << json::dump(Json{{"event", "didFinish"},
+                                         {"id", id},
+                                         {"offlineUrl", where},
+                                         {"seconds", elapsed}})
                       << std::endl;
             return;
         }

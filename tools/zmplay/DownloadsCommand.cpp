@@ -50,7 +50,7 @@ int list(bool asJson) {
         for (const auto& download : downloads) {
             array.push_back(download->toJson());
         }
-        std::cout << array.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
+        std::cout << json::dump(array) << "\n";
         return 0;
     }
     if (downloads.empty()) {

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "zarvo/offline/ZMOfflineStreamInfoReader.h"
+#include "zarvo/platform/Json.h"
 #include "zarvo/platform/Url.h"
 
 #include "zmplay/Command.h"
@@ -72,7 +73,7 @@ int runInfo(const std::vector<std::string>& arguments) {
             {"streamLines", reader->streamLines().value_or(std::vector<std::string>{})},
             {"subtitlesHlsLines",
              reader->subtitlesHlsLines().value_or(std::vector<std::string>{})}};
-        std::cout << document.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
+        std::cout << json::dump(document) << "\n";
         return 0;
     }
     std::cout << "Download qualities:\n";

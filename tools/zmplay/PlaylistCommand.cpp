@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "zarvo/hls/ManifestBuilder.h"
+#include "zarvo/platform/Json.h"
 #include "zarvo/platform/Url.h"
 
 #include "zmplay/Command.h"
@@ -18,8 +19,6 @@ namespace zarvo::zmplay {
 namespace {
 
 constexpr const char* usage = "playlist <file|url> [--media] [--json] [--summary]";
-
-using Json = nlohmann::ordered_json;
 
 struct Options {
     std::string source;
@@ -84,7 +83,7 @@ int printMaster(const MasterPlaylist& master, const Options& options) {
                                  {"bandwidth", playlist->bandwidth},
                                  {"path", optionalValue(playlist->path)}});
         }
-        std::cout << Json{{"playlists", playlists}}.dump() << "\n";
+        std::cout << json::dump(Json{{"playlists", playlists}}) << "\n";
         return 0;
     }
     for (const auto& playlist : master.playlists) {
@@ -127,7 +126,7 @@ int printMedia(const MediaPlaylist& playlist, const Options& options) {
                          {"duration", durationValue(duration)},
                          {"segments", segments}};
         // Titles and paths need not be valid UTF-8 when read from a file: replace, not throw.
-        std::cout << document.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
+        std::cout << json::dump(document) << "\n";
         return 0;
     }
     auto text = [](const auto& value) {

@@ -344,7 +344,7 @@ std::vector<HlsPackagePlan::Rendition> renditionsFrom(const Json& list) {
 }  // namespace
 
 std::string HlsPackagePlan::renditionsToJson(const std::vector<Rendition>& renditions) {
-    return renditionsJson(renditions).dump();
+    return json::dump(renditionsJson(renditions));
 }
 
 std::vector<HlsPackagePlan::Rendition> HlsPackagePlan::renditionsFromJson(std::string_view text) {
@@ -374,10 +374,12 @@ std::string HlsPackagePlan::toJson() const {
     for (const auto& key : loaderKeys) {
         keys.push_back(key.absoluteString());
     }
-    return Json{{"files", std::move(filesJson)}, {"playlists", std::move(playlistsJson)},
-                {"loaderKeys", std::move(keys)}, {"renditions", renditionsJson(renditions)},
-                {"bandwidth", bandwidth},        {"duration", duration}}
-        .dump();
+    return json::dump(Json{{"files", std::move(filesJson)},
+                           {"playlists", std::move(playlistsJson)},
+                           {"loaderKeys", std::move(keys)},
+                           {"renditions", renditionsJson(renditions)},
+                           {"bandwidth", bandwidth},
+                           {"duration", duration}});
 }
 
 std::optional<HlsPackagePlan> HlsPackagePlan::fromJson(std::string_view text) {
