@@ -64,17 +64,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::check(records.store && records.raw);
     sqlite3_exec(records.raw, "DELETE FROM tasks; DELETE FROM plans; DELETE FROM package_files",
                  nullptr, nullptr, nullptr);
-    const auto c = columnsOf(fuzz::text(data, size), 12);
+    const auto c = columnsOf(fuzz::text(data, size), 13);
     insert(records.raw,
            "INSERT INTO tasks(session, description, url, headers, title, renditions, "
-           "minimum_bitrate, package, state) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)",
-           {c[0], c[1], c[2], c[3], c[4], c[5], c[6], c[7], c[8]});
+           "minimum_bitrate, package, state, outcome) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+           {c[0], c[1], c[2], c[3], c[4], c[5], c[6], c[7], c[8], c[12]});
     insert(records.raw, "INSERT INTO plans(package, plan) VALUES(?, ?)", {c[7], c[9]});
     insert(records.raw, "INSERT INTO package_files(package, path, length) VALUES(?, ?, ?)",
            {c[7], c[10], c[11]});
 
-    for (const auto& task : records.store->unfinishedTasks(c[0])) {
+    for (auto task : records.store->unfinishedTasks(c[0])) {
         fuzz::check(task.session == c[0] && task.package == c[7]);
+        // What reads back writes back, and reads back the same.
+        fuzz::check(records.store->update(task));
+        auto again = records.store->lastTaskFor(task.package);
+        fuzz::check(again && again->state == task.state && again->outcome == task.outcome);
     }
     records.store->lastTaskFor(c[7]);
     records.store->files(c[7]);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <set>
 #include <signal.h>
 #include <sys/wait.h>
@@ -252,6 +253,63 @@ TEST_F(AssetDownloadTest, SuspendResumeCancelAndFaults) {
     ASSERT_TRUE(waitFor([&] { return recorder_->completions.size() == 6; }));
     ASSERT_TRUE(recorder_->completions[5]);
     EXPECT_TRUE(isMediaError(*recorder_->completions[5], MediaError::invalidPlaylist));
+}
+
+// A process that records a task's end and dies before its delegate hears it (here: the
+// delegate queue is held until the session is gone) leaves that end to the next session, which
+// hands the task back and tells it, once.
+TEST_F(AssetDownloadTest, AnEndItsDelegateNeverHeardIsToldByTheNextSessionOnce) {
+    auto asset = loadedVod();
+    for (const bool fails : {false, true}) {
+        SCOPED_TRACE(fails ? "failed" : "succeeded");
+        const std::string identifier = fails ? "Failed" : "Succeeded";
+        origin_->faults().clear();
+        if (fails) {
+            origin::Fault missing;
+            missing.pathPrefix = "/vod/v2/seg3.ts";
+            missing.status = 404;
+            origin_->faults().add(missing);
+        }
+        std::promise<void> release;
+        auto held = DispatchQueue::serial("Held");
+        held->async([gate = release.get_future().share()] { gate.wait(); });
+        auto deaf = std::make_shared<Recorder>();
+        std::optional<Error> outcome;
+        Url package = Url::fileUrl("/");
+        {
+            auto session = AssetDownloadUrlSession::make(
+                UrlSessionConfiguration::background(identifier), deaf, held);
+            auto task =
+                session->makeAggregateAssetDownloadTask(asset, {}, identifier, std::nullopt, {});
+            task->resume();
+            ASSERT_TRUE(waitFor(
+                [&] { return task->state() == AggregateAssetDownloadTask::State::completed; }));
+            outcome = task->error();
+            package = task->location();
+        }
+        release.set_value();
+        std::atomic<bool> drained{false};
+        held->async([&] { drained = true; });
+        ASSERT_TRUE(waitFor([&] { return drained.load(); }));
+        EXPECT_TRUE(deaf->completions.empty());
+        ASSERT_EQ(outcome.has_value(), fails);
+
+        const std::size_t heard = recorder_->completions.size();
+        std::vector<TaskPtr> handed;
+        auto next = makeSession(identifier);
+        next->getAllTasks([&](auto tasks) { handed = std::move(tasks); });
+        ASSERT_TRUE(waitFor([&] { return recorder_->completions.size() == heard + 1; }));
+        ASSERT_EQ(handed.size(), 1u);
+        EXPECT_EQ(recorder_->completions.back(), outcome);
+        EXPECT_EQ(recorder_->locations.back(), package);
+
+        bool asked = false;
+        makeSession(identifier)->getAllTasks([&](auto tasks) {
+            EXPECT_TRUE(tasks.empty());
+            asked = true;
+        });
+        ASSERT_TRUE(waitFor([&] { return asked; }));
+    }
 }
 
 // The child half of the kill test: downloads until the test below kills it.

@@ -14,6 +14,7 @@
 #include "zarvo/platform/DataFile.h"
 #include "zarvo/platform/DurableFile.h"
 #include "zarvo/platform/RunLoop.h"
+#include "zarvo/platform/SqliteDatabase.h"
 
 #include "origin/SampleOrigin.h"
 #include "origin/StreamCorpus.h"
@@ -225,6 +226,44 @@ TEST_F(DownloadResilienceTest, ARecordThatCannotBeWrittenIsReportedAndKeepsItsSt
     const auto tasks = reopened->unfinishedTasks("Full");
     ASSERT_EQ(tasks.size(), 1u);
     EXPECT_EQ(tasks[0].state, AssetDownloadStore::TaskState::running);
+}
+
+// Records that an earlier version wrote, without outcomes, read back as they were; the
+// outcome of an ended task, with its inner error, reads back whole.
+TEST_F(DownloadResilienceTest, RecordsOfAnEarlierVersionGainOutcomesThatReadBackWhole) {
+    const fs::path path = home_.path() / "earlier.sqlite";
+    {
+        auto earlier = SqliteDatabase::open(path);
+        ASSERT_TRUE(earlier);
+        ASSERT_EQ(earlier->execute(
+                      "CREATE TABLE tasks(id INTEGER PRIMARY KEY AUTOINCREMENT, session TEXT NOT "
+                      "NULL, description TEXT NOT NULL, url TEXT NOT NULL, headers TEXT NOT NULL, "
+                      "title TEXT NOT NULL, renditions TEXT NOT NULL, minimum_bitrate INTEGER, "
+                      "package TEXT NOT NULL, state TEXT NOT NULL);"
+                      "INSERT INTO tasks(session, description, url, headers, title, renditions, "
+                      "package, state) VALUES('Old', 'd', 'http://127.0.0.1:9/m.m3u8', "
+                      "'{\"Authorization\":\"x\"}', 'T', '[]', 'p.movpkg', 'running')"),
+                  0);
+    }
+    auto store = AssetDownloadStore::open(path);
+    ASSERT_TRUE(store);
+    auto tasks = store->unfinishedTasks("Old");
+    ASSERT_EQ(tasks.size(), 1u);
+    EXPECT_EQ(tasks[0].state, AssetDownloadStore::TaskState::running);
+    EXPECT_EQ(tasks[0].headers.at("Authorization"), "x");
+    EXPECT_FALSE(tasks[0].outcome);
+
+    tasks[0].state = AssetDownloadStore::TaskState::ended;
+    tasks[0].outcome = Error("NSURLErrorDomain", -1005, {{"NSLocalizedDescription", "lost \xff"}},
+                             Error::withDescription("inner", 7, "why"));
+    ASSERT_TRUE(store->update(tasks[0]));
+    const auto again = AssetDownloadStore::open(path)->unfinishedTasks("Old");
+    ASSERT_EQ(again.size(), 1u);
+    EXPECT_EQ(again[0].state, AssetDownloadStore::TaskState::ended);
+    ASSERT_TRUE(again[0].outcome);
+    EXPECT_EQ(again[0].outcome->code(), -1005);
+    ASSERT_NE(again[0].outcome->innerError(), nullptr);
+    EXPECT_EQ(*again[0].outcome->innerError(), Error::withDescription("inner", 7, "why"));
 }
 
 }  // namespace

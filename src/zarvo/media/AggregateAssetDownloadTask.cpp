@@ -148,6 +148,44 @@ void AggregateAssetDownloadTask::persist(AssetDownloadStore::TaskState state) {
     store_->update(record_);
 }
 
+void AggregateAssetDownloadTask::recordEnd(std::optional<Error> error) {
+    state_ = State::completed;
+    error_ = error;
+    record_.outcome = std::move(error);
+    persist(AssetDownloadStore::TaskState::ended);
+}
+
+void AggregateAssetDownloadTask::tellEnd(bool withLocation) {
+    auto session = session_.lock();
+    if (!session) {
+        return;
+    }
+    auto task = shared_from_this();
+    if (withLocation) {
+        session->post([task, package = location()](AssetDownloadDelegate& delegate,
+                                                   AssetDownloadUrlSession& session) {
+            delegate.willDownloadTo(session, task, package);
+        });
+    }
+    const auto error = this->error();
+    if (!error) {
+        for (const auto& selection : selections_) {
+            session->post([task, selection](AssetDownloadDelegate& delegate,
+                                            AssetDownloadUrlSession& session) {
+                delegate.didCompleteFor(session, task, selection);
+            });
+        }
+    }
+    // Until its delegate heard the end, a later session hands the task back to tell it again.
+    session->post([task, error](AssetDownloadDelegate& delegate, AssetDownloadUrlSession& session) {
+        delegate.didCompleteWithError(session, task, error);
+        std::lock_guard lock(task->mutex_);
+        if (task->record_.state == AssetDownloadStore::TaskState::ended) {
+            task->persist(AssetDownloadStore::TaskState::completed);
+        }
+    });
+}
+
 std::thread AggregateAssetDownloadTask::stopRun() {
     if (auto fetcher = std::exchange(fetcher_, nullptr)) {
         fetcher->stop();
@@ -212,41 +250,30 @@ void AggregateAssetDownloadTask::cancel() {
     removePartialFiles();
     {
         std::lock_guard lock(mutex_);
-        state_ = State::completed;
-        error_ = makeUrlError(UrlError::cancelled, record_.url);
-        persist(AssetDownloadStore::TaskState::completed);
+        recordEnd(makeUrlError(UrlError::cancelled, record_.url));
         // What a cancelled package holds is not to be trusted by a later task.
         store_->forgetPackage(record_.package);
     }
-    if (auto session = session_.lock()) {
-        session->post([task = shared_from_this(), error = error_](
-                          AssetDownloadDelegate& delegate, AssetDownloadUrlSession& session) {
-            delegate.didCompleteWithError(session, task, error);
-        });
-    }
+    tellEnd(false);
 }
 
 void AggregateAssetDownloadTask::completeWithoutRunning(const Error& error) {
-    const Url package = location();
+    {
+        std::lock_guard lock(mutex_);
+        recordEnd(error);
+    }
+    // Its process may have ended before the delegate had its package's location: it hears of
+    // it again, so that the download can go on from that package.
+    tellEnd(true);
+}
+
+void AggregateAssetDownloadTask::tellRecordedEnd() {
     {
         std::lock_guard lock(mutex_);
         state_ = State::completed;
-        error_ = error;
-        persist(AssetDownloadStore::TaskState::completed);
+        error_ = record_.outcome;
     }
-    if (auto session = session_.lock()) {
-        // Its process may have ended before the delegate had its package's location: it hears
-        // of it again, so that the download can go on from that package.
-        auto task = shared_from_this();
-        session->post(
-            [task, package](AssetDownloadDelegate& delegate, AssetDownloadUrlSession& session) {
-                delegate.willDownloadTo(session, task, package);
-            });
-        session->post(
-            [task, error](AssetDownloadDelegate& delegate, AssetDownloadUrlSession& session) {
-                delegate.didCompleteWithError(session, task, error);
-            });
-    }
+    tellEnd(true);
 }
 
 void AggregateAssetDownloadTask::removePartialFiles() const {
@@ -271,30 +298,13 @@ void AggregateAssetDownloadTask::finish(std::optional<Error> error) {
         if (state_ != State::running) {
             return;
         }
-        state_ = State::completed;
-        error_ = error;
         fetcher_.reset();
-        persist(AssetDownloadStore::TaskState::completed);
+        recordEnd(error);
     }
     if (error) {
         removePartialFiles();
     }
-    auto session = session_.lock();
-    if (!session) {
-        return;
-    }
-    auto task = shared_from_this();
-    if (!error) {
-        for (const auto& selection : selections_) {
-            session->post([task, selection](AssetDownloadDelegate& delegate,
-                                            AssetDownloadUrlSession& session) {
-                delegate.didCompleteFor(session, task, selection);
-            });
-        }
-    }
-    session->post([task, error](AssetDownloadDelegate& delegate, AssetDownloadUrlSession& session) {
-        delegate.didCompleteWithError(session, task, error);
-    });
+    tellEnd(false);
 }
 
 std::optional<Error> AggregateAssetDownloadTask::download(PackageFileFetcher& fetcher) {

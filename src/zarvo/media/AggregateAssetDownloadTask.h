@@ -70,6 +70,9 @@ public:
     // Session side: ends the task with `error` without running it (a task cut off by the end of
     // its process); the delegate hears of its package's location again, then of its end.
     void completeWithoutRunning(const Error& error);
+    // Session side, for a task whose end was recorded by a process that died before its
+    // delegate heard it: the delegate hears of its package's location again, then of its end.
+    void tellRecordedEnd();
 
 private:
     void run(std::shared_ptr<PackageFileFetcher> fetcher);
@@ -78,6 +81,11 @@ private:
     std::thread stopRun();
     void finish(std::optional<Error> error);
     void persist(AssetDownloadStore::TaskState state);
+    // Records the end (the task is completed, its delegate has yet to hear it); under mutex_.
+    void recordEnd(std::optional<Error> error);
+    // Tells the delegate of the end, and records that it heard it once it did. With the
+    // location, tells the package's location first.
+    void tellEnd(bool withLocation);
     std::filesystem::path packagePath() const;
     void removePartialFiles() const;
 

@@ -21,7 +21,8 @@ CREATE TABLE IF NOT EXISTS tasks(
   renditions TEXT NOT NULL,
   minimum_bitrate INTEGER,
   package TEXT NOT NULL,
-  state TEXT NOT NULL);
+  state TEXT NOT NULL,
+  outcome TEXT);
 CREATE TABLE IF NOT EXISTS plans(
   package TEXT PRIMARY KEY,
   plan TEXT NOT NULL) WITHOUT ROWID;
@@ -34,7 +35,11 @@ DROP TABLE IF EXISTS files;
 )";
 
 constexpr const char* kColumns =
-    "id, session, description, url, headers, title, renditions, minimum_bitrate, package, state";
+    "id, session, description, url, headers, title, renditions, minimum_bitrate, package, state, "
+    "outcome";
+
+// Inner errors nest no deeper than this in a stored outcome.
+constexpr int kDeepestInnerError = 8;
 
 std::string stateName(AssetDownloadStore::TaskState state) {
     switch (state) {
@@ -42,6 +47,8 @@ std::string stateName(AssetDownloadStore::TaskState state) {
             return "running";
         case AssetDownloadStore::TaskState::suspended:
             return "suspended";
+        case AssetDownloadStore::TaskState::ended:
+            return "ended";
         case AssetDownloadStore::TaskState::completed:
             return "completed";
     }
@@ -52,8 +59,45 @@ AssetDownloadStore::TaskState stateNamed(const std::string& name) {
     if (name == "running") {
         return AssetDownloadStore::TaskState::running;
     }
+    if (name == "ended") {
+        return AssetDownloadStore::TaskState::ended;
+    }
     return name == "suspended" ? AssetDownloadStore::TaskState::suspended
                                : AssetDownloadStore::TaskState::completed;
+}
+
+Json errorJson(const Error& error, int depth = 0) {
+    Json object = {{"domain", error.domain()}, {"code", error.code()}};
+    object["userInfo"] = Json::object();
+    for (const auto& [key, value] : error.userInfo()) {
+        object["userInfo"][key] = value;
+    }
+    if (error.innerError() != nullptr && depth < kDeepestInnerError) {
+        object["innerError"] = errorJson(*error.innerError(), depth + 1);
+    }
+    return object;
+}
+
+std::optional<Error> errorFrom(const Json& object, int depth = 0) {
+    auto domain = json::string(object, "domain");
+    auto code = json::integer(object, "code");
+    if (!domain || !code) {
+        return std::nullopt;
+    }
+    Error::UserInfo info;
+    if (auto found = object.find("userInfo"); found != object.end() && found->is_object()) {
+        for (const auto& [key, value] : found->items()) {
+            if (value.is_string()) {
+                info[key] = value.get<std::string>();
+            }
+        }
+    }
+    std::optional<Error> inner;
+    if (auto found = object.find("innerError");
+        found != object.end() && found->is_object() && depth < kDeepestInnerError) {
+        inner = errorFrom(*found, depth + 1);
+    }
+    return Error(*domain, static_cast<long>(*code), std::move(info), std::move(inner));
 }
 
 std::string headersText(const std::map<std::string, std::string>& headers) {
@@ -61,7 +105,7 @@ std::string headersText(const std::map<std::string, std::string>& headers) {
     for (const auto& [name, value] : headers) {
         object[name] = value;
     }
-    return object.dump();
+    return json::dump(object);
 }
 
 std::map<std::string, std::string> headersFrom(const std::string& text) {
@@ -91,6 +135,11 @@ void bindRecord(SqliteStatement& statement, const AssetDownloadStore::TaskRecord
     }
     statement.bindText(8, record.package);
     statement.bindText(9, stateName(record.state));
+    if (record.outcome) {
+        statement.bindText(10, json::dump(errorJson(*record.outcome)));
+    } else {
+        statement.bindNull(10);
+    }
 }
 
 }  // namespace
@@ -109,6 +158,11 @@ std::shared_ptr<AssetDownloadStore> AssetDownloadStore::open(const std::filesyst
     database->execute("PRAGMA journal_mode = WAL");
     database->execute("PRAGMA synchronous = FULL");
     if (database->execute(kSchema) != SQLITE_OK) {
+        return nullptr;
+    }
+    // Records of versions that kept no outcome gain the column, empty.
+    if (database->execute("SELECT outcome FROM tasks LIMIT 0") != SQLITE_OK &&
+        database->execute("ALTER TABLE tasks ADD COLUMN outcome TEXT") != SQLITE_OK) {
         return nullptr;
     }
     return std::make_shared<AssetDownloadStore>(std::move(database));
@@ -130,7 +184,7 @@ bool AssetDownloadStore::insert(TaskRecord& record) {
             [&](SqliteStatement& bound) { bound.bindText(1, record.package); }) &&
         run(database_->statement(
                 "INSERT INTO tasks(session, description, url, headers, title, renditions, "
-                "minimum_bitrate, package, state) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)"),
+                "minimum_bitrate, package, state, outcome) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"),
             [&](SqliteStatement& bound) { bindRecord(bound, record); });
     if (!inserted || database_->execute("COMMIT") != SQLITE_OK) {
         database_->execute("ROLLBACK");
@@ -144,11 +198,11 @@ bool AssetDownloadStore::update(const TaskRecord& record) {
     std::lock_guard lock(mutex_);
     return run(database_->statement(
                    "UPDATE tasks SET session = ?, description = ?, url = ?, headers = ?, "
-                   "title = ?, renditions = ?, minimum_bitrate = ?, package = ?, state = ? "
-                   "WHERE id = ?"),
+                   "title = ?, renditions = ?, minimum_bitrate = ?, package = ?, state = ?, "
+                   "outcome = ? WHERE id = ?"),
                [&](SqliteStatement& bound) {
                    bindRecord(bound, record);
-                   bound.bindInt64(10, record.id);
+                   bound.bindInt64(11, record.id);
                });
 }
 
@@ -176,6 +230,10 @@ std::vector<AssetDownloadStore::TaskRecord> AssetDownloadStore::select(const std
         }
         record.package = statement->columnText(8);
         record.state = stateNamed(statement->columnText(9));
+        if (!statement->columnIsNull(10)) {
+            const Json outcome = Json::parse(statement->columnText(10), nullptr, false);
+            record.outcome = outcome.is_object() ? errorFrom(outcome) : std::nullopt;
+        }
         records.push_back(std::move(record));
     }
     return records;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "zarvo/media/HlsPackagePlan.h"
+#include "zarvo/platform/Error.h"
 #include "zarvo/platform/SqliteDatabase.h"
 #include "zarvo/platform/SqliteStatement.h"
 
@@ -25,7 +26,9 @@ namespace zarvo {
 // lastWriteError(); the stored value stays what it was. Any thread.
 class AssetDownloadStore {
 public:
-    enum class TaskState { running, suspended, completed };
+    // An ended task has its outcome recorded and its delegate has not heard it yet: the next
+    // session hands it back and tells its end again. A completed task's end was heard.
+    enum class TaskState { running, suspended, ended, completed };
     struct TaskRecord {
         std::int64_t id = 0;
         std::string session;
@@ -37,6 +40,8 @@ public:
         std::optional<std::int64_t> minimumBitrate;
         std::string package;  // the package directory, relative to the home
         TaskState state = TaskState::suspended;
+        // How an ended task ended: nothing when it succeeded.
+        std::optional<Error> outcome;
     };
 
     // The store at its place in the home; nothing when the database cannot be opened.

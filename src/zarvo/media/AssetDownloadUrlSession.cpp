@@ -129,13 +129,22 @@ AggregateAssetDownloadTask::Settings AssetDownloadUrlSession::taskSettings() con
 void AssetDownloadUrlSession::restoreTasks() {
     for (auto& record : store_->unfinishedTasks(*configuration_.identifier)) {
         auto asset = UrlAsset::make(*Url::parse(record.url), UrlAsset::Options{record.headers});
-        const bool wasRunning = record.state == AssetDownloadStore::TaskState::running;
+        const auto state = record.state;
         auto task = std::make_shared<AggregateAssetDownloadTask>(
             AggregateAssetDownloadTask::Token(), weak_from_this(), store_, std::move(record),
             std::move(asset), std::vector<MediaSelection>{}, taskSettings(),
             AggregateAssetDownloadTask::State::suspended);
         std::lock_guard lock(mutex_);
-        (wasRunning ? cutOff_ : tasks_).push_back(std::move(task));
+        switch (state) {
+            case AssetDownloadStore::TaskState::running:
+                cutOff_.push_back(std::move(task));
+                break;
+            case AssetDownloadStore::TaskState::ended:
+                ended_.push_back(std::move(task));
+                break;
+            default:
+                tasks_.push_back(std::move(task));
+        }
     }
 }
 
@@ -211,6 +220,7 @@ void AssetDownloadUrlSession::getAllTasks(
     std::function<void(std::vector<std::shared_ptr<AggregateAssetDownloadTask>>)> completion) {
     std::vector<std::shared_ptr<AggregateAssetDownloadTask>> tasks;
     std::vector<std::shared_ptr<AggregateAssetDownloadTask>> cutOff;
+    std::vector<std::shared_ptr<AggregateAssetDownloadTask>> ended;
     {
         std::lock_guard lock(mutex_);
         std::erase_if(tasks_, [](const auto& task) {
@@ -218,9 +228,14 @@ void AssetDownloadUrlSession::getAllTasks(
         });
         tasks = tasks_;
         cutOff = std::exchange(cutOff_, {});
+        ended = std::exchange(ended_, {});
     }
     tasks.insert(tasks.end(), cutOff.begin(), cutOff.end());
+    tasks.insert(tasks.end(), ended.begin(), ended.end());
     delegateQueue_->async([completion = std::move(completion), tasks] { completion(tasks); });
+    for (const auto& task : ended) {
+        task->tellRecordedEnd();
+    }
     for (const auto& task : cutOff) {
         const Error cancelled =
             makeUrlError(UrlError::cancelled, task->urlAsset()->url().absoluteString());

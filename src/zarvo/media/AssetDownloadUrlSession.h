@@ -67,7 +67,8 @@ public:
         const TaskOptions& options);
 
     // The tasks that are not completed, on the delegate queue. The first call also hands out
-    // the tasks whose process ended while they ran, then completes them.
+    // the tasks whose process ended while they ran, then completes them, and those whose end
+    // their process recorded but their delegate never heard, then tells that end again.
     void getAllTasks(
         std::function<void(std::vector<std::shared_ptr<AggregateAssetDownloadTask>>)> completion);
 
@@ -98,6 +99,8 @@ private:
     std::mutex mutex_;
     std::vector<std::shared_ptr<AggregateAssetDownloadTask>> tasks_;
     std::vector<std::shared_ptr<AggregateAssetDownloadTask>> cutOff_;  // until handed out
+    // Tasks whose end a dead process recorded before their delegate heard it, until handed out.
+    std::vector<std::shared_ptr<AggregateAssetDownloadTask>> ended_;
     bool invalidated_ = false;
 };
 
