@@ -11,16 +11,12 @@ export ZM_HOME=$home
 
 section() { printf '\n== %s\n' "$*"; }
 
-# The first advertising break of the live stream starts a few seconds after the origin.
-"$bin/zm-origin" --port 0 --first-ad-after 3 >"$origin_log" 2>&1 &
-origin_pid=$!
+# shellcheck source=tools/origin.sh
+. "$(dirname "$0")/origin.sh"
+origin_pid=
 trap 'kill "$origin_pid" 2>/dev/null || true; rm -rf "$home" "$origin_log"' EXIT
-for _ in $(seq 1 900); do
-  grep -q '^zm-origin serving' "$origin_log" && break
-  kill -0 "$origin_pid" 2>/dev/null || { cat "$origin_log" >&2; exit 1; }
-  sleep 0.1
-done
-origin=$(awk '/^zm-origin serving/ {print $3}' "$origin_log")
+# The first advertising break of the live stream starts a few seconds after the origin.
+start_origin "$bin" "$origin_log" --first-ad-after 3
 
 section "Sample origin (generated with ffmpeg on first use, then cached)"
 cat "$origin_log"

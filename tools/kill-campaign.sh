@@ -24,16 +24,11 @@ while [ $# -gt 0 ]; do
 done
 
 work=$(mktemp -d)
-origin_log=$work/origin.log
-"$bin/zm-origin" --port 0 --delay /vod/:120 --delay /protected/:120 >"$origin_log" 2>&1 &
-origin_pid=$!
+# shellcheck source=tools/origin.sh
+. "$(dirname "$0")/origin.sh"
+origin_pid=
 trap 'kill "$origin_pid" 2>/dev/null || true; rm -rf "$work"' EXIT
-for _ in $(seq 1 900); do
-  grep -q '^zm-origin serving' "$origin_log" && break
-  kill -0 "$origin_pid" 2>/dev/null || { cat "$origin_log" >&2; exit 1; }
-  sleep 0.1
-done
-origin=$(awk '/^zm-origin serving/ {print $3}' "$origin_log")
+start_origin "$bin" "$work/origin.log" --delay /vod/:120 --delay /protected/:120
 
 if [ "$protected" = 1 ]; then
   download=("$origin/protected/master.m3u8" --cert "$origin/fps/cert" --license "$origin/fps/license")
