@@ -33,9 +33,8 @@ inline std::optional<Url> streamUrl(const std::string& text) {
     if (!url || url->isFileUrl()) {
         return url;
     }
-    const std::string scheme = url->scheme();
     const auto host = url->host();
-    if ((scheme != "http" && scheme != "https") || !host || host->empty()) {
+    if (!url->isHttp() || !host || host->empty()) {
         return std::nullopt;
     }
     return url;

@@ -29,11 +29,6 @@ std::shared_ptr<UrlSession> makeSession(const UrlAsset& asset) {
     return UrlSession::make(std::move(configuration));
 }
 
-bool isHttp(const Url& url) {
-    const std::string scheme = url.scheme();
-    return scheme == "http" || scheme == "https";
-}
-
 // Files are served only for assets on disk, and only from the folder of the asset's master.
 bool mayReadFile(const Url& asset, const Url& file) {
     if (!asset.isFileUrl() || !file.isFileUrl()) {
@@ -70,7 +65,7 @@ std::shared_ptr<AssetLoader> AssetLoader::start(const std::shared_ptr<UrlAsset>&
                                                 const MediaEngineKey& key) {
     auto loader = std::make_shared<AssetLoader>(asset, key);
     const Url& url = asset->playlistUrl();
-    if (isHttp(url) || url.isFileUrl()) {
+    if (url.isHttp() || url.isFileUrl()) {
         loader->readAhead(url, true);
     } else {
         // Nothing can read it: the asset fails now rather than wait for a master that never
@@ -85,7 +80,7 @@ AssetLoader::AssetLoader(const std::shared_ptr<UrlAsset>& asset, const MediaEngi
     : asset_(asset), key_(key), session_(makeSession(*asset)) {}
 
 void AssetLoader::fetch(const Url& url, FetchDone done) {
-    if (isHttp(url)) {
+    if (url.isHttp()) {
         // Playlists and keys: both are small, and neither may grow the process without end.
         static_assert(ResponseLimits::playlist == ResponseLimits::keyAnswer);
         UrlRequest request(url);

@@ -20,11 +20,6 @@ constexpr const char* leftOut = "zm-left-out:";
 // The folder of the package's key files.
 constexpr const char* keysFolder = "keys";
 
-bool isHttp(const Url& url) {
-    const std::string scheme = url.scheme();
-    return scheme == "http" || scheme == "https";
-}
-
 std::string keyOf(const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range) {
     return range ? url.absoluteString() + "~" + std::to_string(range->offset) + "~" +
                        std::to_string(range->length)
@@ -201,7 +196,7 @@ private:
     // plays where no server answers); one the resource loader answers keeps its URI, to be
     // asked for again when the package plays.
     std::optional<std::string> keyFile(const Url& url) {
-        if (!isHttp(url)) {
+        if (!url.isHttp()) {
             if (std::find(plan_.loaderKeys.begin(), plan_.loaderKeys.end(), url) ==
                 plan_.loaderKeys.end()) {
                 plan_.loaderKeys.push_back(url);
@@ -297,8 +292,8 @@ std::variant<HlsPackagePlan, Error> HlsPackagePlan::make(const Url& masterUrl,
     const auto local = HlsPlaylistRewriter::rewrite(
         masterText, masterUrl, [&](const Reference& reference) -> std::optional<std::string> {
             if (reference.kind == Kind::key) {
-                return isHttp(reference.url) ? std::optional(reference.url.absoluteString())
-                                             : std::nullopt;
+                return reference.url.isHttp() ? std::optional(reference.url.absoluteString())
+                                              : std::nullopt;
             }
             if (reference.kind != Kind::variantPlaylist &&
                 reference.kind != Kind::renditionPlaylist) {

@@ -41,6 +41,14 @@ public:
         std::int64_t offset = 0;
         std::int64_t length = 0;
 
+        // The Range header's value that asks for these bytes.
+        std::string header() const {
+            return "bytes=" + std::to_string(offset) + "-" + std::to_string(offset + length - 1);
+        }
+        // The bytes of an answer with `statusCode` that come before these: an origin that
+        // ignores the Range header answers with the whole resource, under any status but 206.
+        std::int64_t skippedIn(int statusCode) const { return statusCode == 206 ? 0 : offset; }
+
         bool operator==(const ByteRange&) const = default;
     };
 

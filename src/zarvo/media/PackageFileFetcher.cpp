@@ -80,9 +80,7 @@ std::optional<Error> PackageFileFetcher::attempt(
         request.setValue(value, name);
     }
     if (range) {
-        request.setValue("bytes=" + std::to_string(range->offset) + "-" +
-                             std::to_string(range->offset + range->length - 1),
-                         "Range");
+        request.setValue(range->header(), "Range");
     }
     auto started = DirectUrlStream::start(request, UrlSessionConfiguration::defaultConfiguration(),
                                           connections_);
@@ -116,9 +114,7 @@ std::optional<Error> PackageFileFetcher::attempt(
         retryable = worthTryingAgain(status);
         return makeStatusError(url, status);
     }
-    // An origin that ignores the range sends the whole resource: the bytes around it are
-    // skipped.
-    std::int64_t skip = range && status == 200 ? range->offset : 0;
+    std::int64_t skip = range ? range->skippedIn(status) : 0;
     std::int64_t left = range ? range->length : -1;
     std::size_t taken = 0;
     bool tooLong = false;

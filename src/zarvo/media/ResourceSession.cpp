@@ -89,11 +89,6 @@ ResourceSession::Kind kindOf(HlsPlaylistRewriter::ResourceKind kind) {
     return ResourceSession::Kind::other;
 }
 
-bool isHttp(const Url& url) {
-    const std::string scheme = url.scheme();
-    return scheme == "http" || scheme == "https";
-}
-
 std::string rangeKey(const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range) {
     return range ? url.absoluteString() + "~" + std::to_string(range->offset)
                  : url.absoluteString();
@@ -259,7 +254,7 @@ void ResourceSession::handle(const httplib::Request&, httplib::Response& respons
         case Kind::segment:
         case Kind::initializationSection:
         case Kind::other:
-            if (isHttp(url)) {
+            if (url.isHttp()) {
                 serveStream(response, kind, url, range);
             } else if (url.isFileUrl()) {
                 serveFile(response, kind, url, range);
@@ -326,7 +321,7 @@ void ResourceSession::servePlaylist(httplib::Response& response, Kind kind, cons
     auto info = HlsPlaylistRewriter::rewrite(
         fetched.body, url, [this](const HlsPlaylistRewriter::Reference& reference) {
             const Kind kind = kindOf(reference.kind);
-            if (kind != Kind::key && !isHttp(reference.url) && !reference.url.isFileUrl()) {
+            if (kind != Kind::key && !reference.url.isHttp() && !reference.url.isFileUrl()) {
                 return std::optional<std::string>();
             }
             return std::optional<std::string>(urlFor(kind, reference.url, reference.byteRange));
@@ -439,9 +434,7 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
                                   const std::optional<HlsPlaylistRewriter::ByteRange>& range) {
     UrlRequest request(url);
     if (range) {
-        request.setValue("bytes=" + std::to_string(range->offset) + "-" +
-                             std::to_string(range->offset + range->length - 1),
-                         "Range");
+        request.setValue(range->header(), "Range");
     }
     auto answer = std::make_shared<StreamAnswer>();
     answer->started = Scheduler::standard()->uptime();
@@ -480,7 +473,7 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
     }
     std::int64_t length = origin.expectedContentLength;
     if (range) {
-        answer->skip = origin.statusCode == 206 ? 0 : range->offset;
+        answer->skip = range->skippedIn(origin.statusCode);
         length = range->length;
     }
     answer->remaining = length;
@@ -604,8 +597,8 @@ void ResourceSession::serveKey(httplib::Response& response, const Url& url) {
         }
     }
     if (!key) {
-        key = isHttp(url) || url.isFileUrl() ? fetchKeyOverNetwork(url, error)
-                                             : loadKeyThroughDelegate(url, error);
+        key = url.isHttp() || url.isFileUrl() ? fetchKeyOverNetwork(url, error)
+                                              : loadKeyThroughDelegate(url, error);
     }
     if (key) {
         response.status = 200;

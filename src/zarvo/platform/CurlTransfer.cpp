@@ -130,8 +130,7 @@ std::variant<std::shared_ptr<CurlTransfer>, Error> CurlTransfer::makeWith(
     const std::string& connectionGroup, Finish finish, std::shared_ptr<UrlStreamBuffer> stream,
     BodyReceiver* receiver) {
     const std::string& text = request.url.absoluteString();
-    std::string scheme = request.url.scheme();
-    if (scheme != "http" && scheme != "https") {
+    if (!request.url.isHttp()) {
         return makeUrlError(UrlError::unsupportedUrl, text);
     }
     auto host = request.url.host();
@@ -142,6 +141,7 @@ std::variant<std::shared_ptr<CurlTransfer>, Error> CurlTransfer::makeWith(
     transfer->finish_ = std::move(finish);
     transfer->stream_ = std::move(stream);
     transfer->receiver_ = receiver;
+    const std::string scheme = request.url.scheme();
     int port = request.url.port().value_or(scheme == "https" ? 443 : 80);
     transfer->hostKey_ =
         connectionGroup + " " + scheme + "://" + *host + ":" + std::to_string(port);

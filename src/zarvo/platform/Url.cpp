@@ -74,6 +74,11 @@ bool Url::isFileUrl() const {
     return scheme() == "file";
 }
 
+bool Url::isHttp() const {
+    const std::string name = scheme();
+    return name == "http" || name == "https";
+}
+
 std::string Url::scheme() const {
     std::string scheme = partsOf(text_).scheme.value_or("");
     std::transform(scheme.begin(), scheme.end(), scheme.begin(),

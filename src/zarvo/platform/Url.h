@@ -24,6 +24,7 @@ public:
     const std::string& absoluteString() const { return text_; }
     bool isAbsolute() const;  // has a scheme
     bool isFileUrl() const;
+    bool isHttp() const;  // http or https
 
     std::string scheme() const;  // lower-cased; empty for a relative reference
     std::optional<std::string> host() const;
