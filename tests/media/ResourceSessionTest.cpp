@@ -1,13 +1,20 @@
 // Segments through the loopback resource server against a scripted origin: byte ranges whether
-// or not the origin honours them, unknown lengths, failures and their errors, the transfers
-// reported, and close() ending a transfer that waits on the origin.
+// or not the origin honours them, unknown lengths, failures and their errors (an unfollowed
+// redirect among them), the transfers reported, close() ending a transfer that waits on the
+// origin, and the requests the server refuses.
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
+#include <fstream>
 #include <future>
 #include <mutex>
+#include <netinet/in.h>
 #include <set>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <thread>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 #include <httplib.h>
@@ -19,6 +26,8 @@
 #include "zarvo/media/UrlAsset.h"
 #include "zarvo/platform/CurlHandles.h"
 #include "zarvo/platform/UrlError.h"
+
+#include "support/TempHome.h"
 
 namespace zarvo {
 namespace {
@@ -81,6 +90,31 @@ std::pair<long, std::string> get(const std::string& url,
     return {status, sink.body};
 }
 
+// Sends `head` to the loopback port of `url` on a connection of its own and returns the first
+// line of the answer ("" when none came within the safety time-out).
+std::string statusLineFor(const std::string& url, const std::string& head) {
+    const auto port = Url::parse(url)->port().value_or(80);
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const timeval wait{std::chrono::seconds(safetyTimeout).count(), 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    std::string answer;
+    if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+        ::send(fd, head.data(), head.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(head.size())) {
+        char buffer[512];
+        ssize_t got = 0;
+        while (answer.find("\r\n") == std::string::npos &&
+               (got = ::recv(fd, buffer, sizeof buffer, 0)) > 0) {
+            answer.append(buffer, static_cast<std::size_t>(got));
+        }
+    }
+    ::close(fd);
+    return answer.substr(0, answer.find("\r\n"));
+}
+
 struct Recorder : ResourceSession::Observer {
     void playlistServed(const ResourceSession::PlaylistServed&) override {}
     void transferred(const ResourceSession::Transfer& transfer) override {
@@ -126,6 +160,11 @@ protected:
                     released_.wait(lock, [&] { return release_; });
                     return false;
                 });
+        });
+        // A redirect with nowhere to go.
+        origin_.Get("/moved.ts", [](const httplib::Request&, httplib::Response& response) {
+            response.status = 302;
+            response.set_content("moved", "text/plain");
         });
         // Connections kept open by clients hold the origin's stop back this long.
         origin_.set_keep_alive_timeout(1);
@@ -187,6 +226,10 @@ TEST_F(ResourceSessionTest, RangesAndUnknownLengthsPassThroughAndFailuresKeepThe
     ASSERT_TRUE(missing);
     EXPECT_TRUE(isMediaError(*missing, MediaError::resourceUnavailable)) << missing->description();
     EXPECT_EQ(missing->userInfoValue(httpStatusCodeKey), "404");
+    EXPECT_EQ(get(served("/moved.ts")).first, 502);
+    const auto moved = session_->lastFailure();
+    ASSERT_TRUE(moved);
+    EXPECT_EQ(moved->userInfoValue(httpStatusCodeKey), "302");
     std::string nowhere = "http://127.0.0.1:9/x.ts";
     EXPECT_EQ(get(session_->urlFor(Kind::segment, *Url::parse(nowhere))).first, 502);
     const auto unreachable = session_->lastFailure();
@@ -207,6 +250,51 @@ TEST_F(ResourceSessionTest, CloseEndsATransferWaitingOnTheOrigin) {
     ASSERT_TRUE(eventually([&] { return recorder_->count() == 1; }));
     EXPECT_FALSE(recorder_->transfers.at(0).complete);
     EXPECT_EQ(get(served("/whole.ts")).first, 404);
+}
+
+// The server answers only what a session wrote: a resource under another token, a reference
+// the session never wrote, a file outside the asset's folder, a method other than GET and HEAD
+// (before its body is read) and an oversized path are refused, and the session serves on.
+TEST_F(ResourceSessionTest, OnlyWhatTheSessionWroteIsServed) {
+    const std::string good = served("/whole.ts");
+    EXPECT_EQ(get(good).first, 200);
+    const auto tokenAt = good.find('/', std::string("http://").size()) + 1;
+    std::string otherToken = good;
+    otherToken[tokenAt] = otherToken[tokenAt] == '0' ? '1' : '0';
+    EXPECT_EQ(get(otherToken).first, 404);
+    const std::string base = good.substr(0, good.find('/', tokenAt) + 1);
+    EXPECT_EQ(get(base + "999999/x.ts").first, 404);
+    EXPECT_EQ(get(base + "0x1/x.ts").first, 404);
+    EXPECT_EQ(get(base + std::string(200'000, '1') + "/x.ts").first >= 400, true);
+
+    const std::string path = good.substr(good.find('/', std::string("http://").size()));
+    EXPECT_EQ(statusLineFor(good, "POST " + path +
+                                      " HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: "
+                                      "1000000000\r\n\r\n"),
+              "HTTP/1.1 405 Method Not Allowed");
+    EXPECT_EQ(statusLineFor(good, "HEAD " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"),
+              "HTTP/1.1 200 OK");
+
+    test::TempHome home;
+    const auto folder = home.path() / "package";
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / "master.m3u8") << "#EXTM3U\n";
+    std::ofstream(folder / "seg.ts") << body_;
+    std::ofstream(home.path() / "secret.txt") << "not for the pipeline";
+    auto asset = UrlAsset::make(Url::fileUrl((folder / "master.m3u8").string()));
+    auto local = ResourceSession::open(asset, AssetLoader::start(asset, TestEngineKey::get()),
+                                       recorder_, DispatchQueue::serial("test.local"));
+    EXPECT_EQ(get(local->urlFor(Kind::segment, Url::fileUrl((folder / "seg.ts").string()))),
+              std::pair(200L, body_));
+    EXPECT_EQ(get(local->urlFor(Kind::segment, Url::fileUrl((home.path() / "secret.txt").string())))
+                  .first,
+              403);
+    EXPECT_EQ(
+        get(local->urlFor(Kind::segment, Url::fileUrl((folder / ".." / "secret.txt").string())))
+            .first,
+        403);
+    local->close();
+    EXPECT_EQ(get(good).first, 200);
 }
 
 }  // namespace

@@ -29,18 +29,6 @@ std::shared_ptr<UrlSession> makeSession(const UrlAsset& asset) {
     return UrlSession::make(std::move(configuration));
 }
 
-// Files are served only for assets on disk, and only from the folder of the asset's master.
-bool mayReadFile(const Url& asset, const Url& file) {
-    if (!asset.isFileUrl() || !file.isFileUrl()) {
-        return false;
-    }
-    namespace fs = std::filesystem;
-    const fs::path root = fs::path(asset.decodedPath()).parent_path().lexically_normal();
-    const fs::path path = fs::path(file.decodedPath()).lexically_normal();
-    auto [rootEnd, pathAt] = std::mismatch(root.begin(), root.end(), path.begin(), path.end());
-    return rootEnd == root.end();
-}
-
 Error loadError(const Url& url, const AssetLoader::Fetched& fetched) {
     if (fetched.error) {
         return makeMediaError(MediaError::networkFailure,
@@ -48,7 +36,7 @@ Error loadError(const Url& url, const AssetLoader::Fetched& fetched) {
                                   " could not be loaded: " + fetched.error->localizedDescription(),
                               fetched.error);
     }
-    if (fetched.statusCode >= 400 || fetched.statusCode < 200) {
+    if (fetched.statusCode < 200 || fetched.statusCode >= 300) {
         return makeMediaError(MediaError::resourceUnavailable,
                               "The master playlist " + url.absoluteString() + " answered " +
                                   std::to_string(fetched.statusCode) + ".",
@@ -99,7 +87,7 @@ void AssetLoader::fetch(const Url& url, FetchDone done) {
         return;
     }
     auto asset = asset_.lock();
-    if (!url.isFileUrl() || !asset || !mayReadFile(asset->playlistUrl(), url)) {
+    if (!url.isFileUrl() || !asset || !asset->mayReadFile(url)) {
         done(Fetched{0, {}, makeUrlError(UrlError::unsupportedUrl, url.absoluteString())});
         return;
     }

@@ -13,7 +13,6 @@
 #include <httplib.h>
 
 #include "zarvo/media/ResourceSession.h"
-#include "zarvo/platform/Base64.h"
 #include "zarvo/platform/FatalError.h"
 #include "zarvo/platform/Immortal.h"
 
@@ -114,20 +113,23 @@ std::string randomToken() {
     return token;
 }
 
-std::optional<Url> decodeUrl(const std::string& payload) {
-    auto decoded = Base64::decodeUrlSafe(payload);
-    if (!decoded) {
+// "/<token>/<reference>/<name>": the token and the reference, or nothing for any other path.
+std::optional<std::pair<std::string_view, std::string_view>> splitPath(std::string_view path) {
+    constexpr std::size_t tokenLength = 32;
+    if (path.size() < tokenLength + 2 || path[0] != '/' || path[tokenLength + 1] != '/') {
         return std::nullopt;
     }
-    auto url = Url::parse(*decoded);
-    if (!url || !url->isAbsolute()) {
+    const std::string_view token = path.substr(1, tokenLength);
+    if (token.find_first_not_of("0123456789abcdef") != std::string_view::npos) {
         return std::nullopt;
     }
-    return url;
-}
-
-bool isKind(char c) {
-    return std::string_view("mvrsiko").find(c) != std::string_view::npos;
+    const std::string_view rest = path.substr(tokenLength + 2);
+    const auto slash = rest.find('/');
+    if (slash == std::string_view::npos || slash == 0 ||
+        rest.find('/', slash + 1) != std::string_view::npos) {
+        return std::nullopt;
+    }
+    return std::pair(token, rest.substr(0, slash));
 }
 
 }  // namespace
@@ -159,10 +161,13 @@ struct ResourceServer::Impl {
             const int sendBuffer = 4 << 20;
             setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
         });
-        server.Get(R"(/([0-9a-f]{32})/([a-z])/([A-Za-z0-9_-]+)(?:~(\d{1,18})-(\d{1,18}))?/[^/]*)",
-                   [this](const httplib::Request& request, httplib::Response& response) {
-                       route(request, response);
-                   });
+        // Every request is answered here, before httplib reads a body or routes: only GET and
+        // HEAD of a known token and reference get further than a look-up.
+        server.set_pre_routing_handler(
+            [this](const httplib::Request& request, httplib::Response& response) {
+                route(request, response);
+                return httplib::Server::HandlerResponse::Handled;
+            });
         port = server.bind_to_any_port("127.0.0.1");
         if (port <= 0) {
             fatalError("The media resource server cannot listen on 127.0.0.1.");
@@ -174,31 +179,25 @@ struct ResourceServer::Impl {
     }
 
     void route(const httplib::Request& request, httplib::Response& response) {
+        if (request.method != "GET" && request.method != "HEAD") {
+            response.status = 405;
+            response.set_header("Allow", "GET, HEAD");
+            return;
+        }
+        const auto parts = splitPath(request.path);
         std::shared_ptr<ResourceSession> session;
-        {
+        if (parts) {
             std::lock_guard lock(mutex);
-            auto found = sessions.find(request.matches[1]);
+            auto found = sessions.find(std::string(parts->first));
             if (found != sessions.end()) {
                 session = found->second.lock();
             }
         }
-        const std::string kind = request.matches[2];
-        auto url = decodeUrl(request.matches[3]);
-        if (!session || !url || kind.size() != 1 || !isKind(kind[0])) {
+        if (!session) {
             response.status = 404;
             return;
         }
-        std::optional<HlsPlaylistRewriter::ByteRange> range;
-        if (request.matches[4].matched) {
-            range = HlsPlaylistRewriter::ByteRange{std::stoll(request.matches[4]),
-                                                   std::stoll(request.matches[5])};
-            if (range->length <= 0) {
-                response.status = 404;
-                return;
-            }
-        }
-        session->handle(request, response, static_cast<ResourceSession::Kind>(kind[0]), *url,
-                        range);
+        session->handle(request, response, parts->second);
     }
 };
 

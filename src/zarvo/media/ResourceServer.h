@@ -9,9 +9,11 @@ class ResourceSession;
 
 // The process's loopback HTTP server through which the pipeline loads everything it plays:
 // 127.0.0.1 only, on an ephemeral port, started on first use. Each playback registers a
-// session under a random 128-bit token; a request is answered by the session its path names,
-// and a path with an unknown token gets 404. Requests run on the server's own threads (with
-// SIGPIPE blocked, so a pipeline that hangs up mid-answer cannot kill the process).
+// session under a random 128-bit token; a path is "/<token>/<reference>/<name>", answered by
+// the session its token names for the reference it wrote. Any other path, or an unknown token,
+// gets 404, and any method but GET and HEAD 405, before a body is read. Requests run on the
+// server's own threads (with SIGPIPE blocked, so a pipeline that hangs up mid-answer cannot
+// kill the process).
 class ResourceServer {
 public:
     static ResourceServer& shared();

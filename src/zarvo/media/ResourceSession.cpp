@@ -13,7 +13,6 @@
 #include "zarvo/media/ResourceServer.h"
 #include "zarvo/media/TransferGate.h"
 #include "zarvo/media/UrlAsset.h"
-#include "zarvo/platform/Base64.h"
 #include "zarvo/platform/DirectUrlStream.h"
 #include "zarvo/platform/ResponseLimits.h"
 #include "zarvo/platform/Scheduler.h"
@@ -147,12 +146,17 @@ ResourceSession::~ResourceSession() {
 
 std::string ResourceSession::urlFor(
     Kind kind, const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range) const {
-    std::string text =
-        base_ + "/" + static_cast<char>(kind) + "/" + Base64::encodeUrlSafe(url.absoluteString());
-    if (range) {
-        text += "~" + std::to_string(range->offset) + "-" + std::to_string(range->length);
+    const std::string key = static_cast<char>(kind) + rangeKey(url, range);
+    std::size_t number = 0;
+    {
+        std::lock_guard lock(referencesMutex_);
+        auto [found, added] = referenceNumbers_.try_emplace(key, references_.size());
+        if (added) {
+            references_.push_back(Reference{kind, url, range});
+        }
+        number = found->second;
     }
-    return text + "/" + safeName(url, kind);
+    return base_ + "/" + std::to_string(number) + "/" + safeName(url, kind);
 }
 
 void ResourceSession::close() {
@@ -235,13 +239,32 @@ void ResourceSession::untrack(const std::shared_ptr<DirectUrlStream>& stream) {
     streams_.erase(stream);
 }
 
-void ResourceSession::handle(const httplib::Request&, httplib::Response& response, Kind kind,
-                             const Url& url,
-                             const std::optional<HlsPlaylistRewriter::ByteRange>& range) {
-    if (isClosed()) {
+void ResourceSession::handle(const httplib::Request&, httplib::Response& response,
+                             std::string_view reference) {
+    std::optional<Reference> found;
+    std::size_t number = 0;
+    const bool digits = !reference.empty() && reference.size() <= 9 &&
+                        reference.find_first_not_of("0123456789") == std::string_view::npos;
+    if (digits) {
+        for (char c : reference) {
+            number = number * 10 + static_cast<std::size_t>(c - '0');
+        }
+        std::lock_guard lock(referencesMutex_);
+        if (number < references_.size()) {
+            found = references_[number];
+        }
+    }
+    if (!found || isClosed()) {
         response.status = 404;
         return;
     }
+    serve(*found, response);
+}
+
+void ResourceSession::serve(const Reference& reference, httplib::Response& response) {
+    const Kind kind = reference.kind;
+    const Url& url = reference.url;
+    const auto& range = reference.range;
     switch (kind) {
         case Kind::master:
         case Kind::variantPlaylist:
@@ -463,7 +486,8 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
         return;
     }
     const auto& origin = std::get<HttpUrlResponse>(head);
-    if (origin.statusCode >= 400 || origin.statusCode < 200) {
+    // A redirect that was not followed (no Location, or too many) is no answer either.
+    if (origin.statusCode < 200 || origin.statusCode >= 300) {
         answer->stream->cancel();
         untrack(answer->stream);
         const Error failure = makeStatusError(url, origin.statusCode);
@@ -539,7 +563,7 @@ void ResourceSession::serveStream(httplib::Response& response, Kind kind, const 
 
 void ResourceSession::serveFile(httplib::Response& response, Kind kind, const Url& url,
                                 const std::optional<HlsPlaylistRewriter::ByteRange>& range) {
-    if (!asset_->url().isFileUrl()) {
+    if (!asset_->mayReadFile(url)) {
         response.status = 403;
         return;
     }

@@ -9,6 +9,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "zarvo/media/AssetLoader.h"
@@ -40,7 +41,7 @@ class UrlAsset;
 // observer's queue.
 class ResourceSession : public std::enable_shared_from_this<ResourceSession> {
 public:
-    // What a served URL stands for; the letter is part of its path.
+    // What a served URL stands for.
     enum class Kind : char {
         master = 'm',
         variantPlaylist = 'v',
@@ -92,11 +93,14 @@ public:
     // What holds the bodies of segments and files still around a flushing seek.
     const std::shared_ptr<TransferGate>& transferGate() const { return gate_; }
 
-    // The server's entry point for a request of this session (on a server thread).
-    void handle(const httplib::Request& request, httplib::Response& response, Kind kind,
-                const Url& url, const std::optional<HlsPlaylistRewriter::ByteRange>& range);
+    // The server's entry point for a request of this session that names one of its
+    // references (on a server thread). A reference it never wrote gets 404.
+    void handle(const httplib::Request& request, httplib::Response& response,
+                std::string_view reference);
 
-    // The URL under which this session serves `url` as `kind`.
+    // The URL under which this session serves `url` as `kind`: a short reference of its own,
+    // the same for the same resource each time, so that the session serves only what it wrote
+    // into the playlists it rewrote (and its entry).
     std::string urlFor(Kind kind, const Url& url,
                        const std::optional<HlsPlaylistRewriter::ByteRange>& range = {}) const;
 
@@ -108,6 +112,13 @@ public:
 
 private:
     struct KeyWait;
+    struct Reference {
+        Kind kind = Kind::other;
+        Url url;
+        std::optional<HlsPlaylistRewriter::ByteRange> range;
+    };
+
+    void serve(const Reference& reference, httplib::Response& response);
 
     // Starts a fetch through the loader and waits for it; nothing when the session closed first.
     std::optional<AssetLoader::Fetched> awaitFetch(
@@ -156,6 +167,11 @@ private:
     std::map<std::string, SegmentFacts> segments_;
     std::map<std::string, std::int64_t> variantBandwidths_;  // by media playlist URL
     std::optional<Error> lastFailure_;
+
+    // What the session wrote into its playlists, by reference number, and the number of each.
+    mutable std::mutex referencesMutex_;
+    mutable std::vector<Reference> references_;
+    mutable std::map<std::string, std::size_t> referenceNumbers_;
 };
 
 }  // namespace zarvo

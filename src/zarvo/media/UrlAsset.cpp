@@ -1,5 +1,6 @@
 #include "zarvo/media/UrlAsset.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <utility>
 
@@ -24,6 +25,17 @@ Url playlistOf(const Url& url) {
 }
 
 }  // namespace
+
+bool UrlAsset::mayReadFile(const Url& file) const {
+    if (!playlistUrl_.isFileUrl() || !file.isFileUrl()) {
+        return false;
+    }
+    namespace fs = std::filesystem;
+    const fs::path root = fs::path(playlistUrl_.decodedPath()).parent_path().lexically_normal();
+    const fs::path path = fs::path(file.decodedPath()).lexically_normal();
+    auto [rootEnd, pathAt] = std::mismatch(root.begin(), root.end(), path.begin(), path.end());
+    return rootEnd == root.end();
+}
 
 UrlAsset::UrlAsset(Url url, Options options)
     : url_(std::move(url)),

@@ -47,6 +47,9 @@ public:
     // The master playlist: the URL itself, or, for a directory on disk (a downloaded package),
     // the "master.m3u8" inside it.
     const Url& playlistUrl() const { return playlistUrl_; }
+    // Whether playback may read `file`: only for an asset on disk, and only inside the folder
+    // of its master playlist.
+    bool mayReadFile(const Url& file) const;
     const Options& options() const { return options_; }
     const std::shared_ptr<AssetResourceLoader>& resourceLoader() const { return resourceLoader_; }
 
