@@ -1,6 +1,7 @@
 #include "zarvo/media/AssetDownloadUrlSession.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <gio/gio.h>
 
 #include "zarvo/platform/AppDirectories.h"
@@ -17,7 +18,11 @@ bool needsNoNetwork(const Url& url) {
         return true;
     }
     const auto host = url.host().value_or("");
-    return host == "localhost" || host.starts_with("127.") || host == "::1" || host == "[::1]";
+    in_addr v4{};
+    if (::inet_pton(AF_INET, host.c_str(), &v4) == 1) {
+        return (ntohl(v4.s_addr) >> 24) == 127;
+    }
+    return host == "localhost" || host == "::1" || host == "[::1]";
 }
 
 bool glibSaysMetered(const Url& url) {

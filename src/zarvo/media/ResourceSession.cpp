@@ -1,6 +1,7 @@
 #include "zarvo/media/ResourceSession.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <utility>
 
@@ -243,12 +244,9 @@ void ResourceSession::handle(const httplib::Request&, httplib::Response& respons
                              std::string_view reference) {
     std::optional<Reference> found;
     std::size_t number = 0;
-    const bool digits = !reference.empty() && reference.size() <= 9 &&
-                        reference.find_first_not_of("0123456789") == std::string_view::npos;
-    if (digits) {
-        for (char c : reference) {
-            number = number * 10 + static_cast<std::size_t>(c - '0');
-        }
+    const char* end = reference.data() + reference.size();
+    const auto [at, failure] = std::from_chars(reference.data(), end, number);
+    if (failure == std::errc() && at == end) {
         std::lock_guard lock(referencesMutex_);
         if (number < references_.size()) {
             found = references_[number];
