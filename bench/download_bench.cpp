@@ -13,7 +13,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "zarvo/media/AssetDownloadUrlSession.h"
+#include "zarvo/media/download/AssetDownloadUrlSession.h"
 #include "zarvo/offline/FPDownloadsStore.h"
 #include "zarvo/offline/ZMOfflineManager.h"
 #include "zarvo/platform/AppDirectories.h"

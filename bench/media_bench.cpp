@@ -30,12 +30,12 @@
 #include <curl/curl.h>
 #include <gst/gst.h>
 
-#include "zarvo/media/AssetLoader.h"
-#include "zarvo/media/MediaEngine.h"
-#include "zarvo/media/Player.h"
-#include "zarvo/media/PlayerItem.h"
-#include "zarvo/media/ResourceSession.h"
-#include "zarvo/media/UrlAsset.h"
+#include "zarvo/media/loopback/AssetLoader.h"
+#include "zarvo/media/loopback/ResourceSession.h"
+#include "zarvo/media/model/MediaEngine.h"
+#include "zarvo/media/model/Player.h"
+#include "zarvo/media/model/PlayerItem.h"
+#include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/platform/NotificationCenter.h"
 #include "zarvo/platform/ProcessInfo.h"
 #include "zarvo/platform/RunLoop.h"

@@ -8,7 +8,7 @@
 
 #include <sqlite3.h>
 
-#include "zarvo/media/AssetDownloadStore.h"
+#include "zarvo/media/download/AssetDownloadStore.h"
 
 #include "FuzzSupport.h"
 

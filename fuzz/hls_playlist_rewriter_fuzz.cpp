@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "zarvo/media/HlsPlaylistRewriter.h"
+#include "zarvo/media/loopback/HlsPlaylistRewriter.h"
 
 #include "FuzzSupport.h"
 

@@ -5,10 +5,10 @@
 #include <gtest/gtest.h>
 
 #include "zarvo/fairplay/FPResourceLoaderDelegate.h"
-#include "zarvo/media/AssetResourceLoader.h"
-#include "zarvo/media/AssetResourceLoadingContentInformationRequest.h"
-#include "zarvo/media/AssetResourceLoadingRequest.h"
-#include "zarvo/media/ContentKeyRequest.h"
+#include "zarvo/media/model/AssetResourceLoader.h"
+#include "zarvo/media/model/AssetResourceLoadingContentInformationRequest.h"
+#include "zarvo/media/model/AssetResourceLoadingRequest.h"
+#include "zarvo/media/model/ContentKeyRequest.h"
 #include "zarvo/offline/FPDownloadError.h"
 #include "zarvo/offline/ZMOfflineDownload.h"
 #include "zarvo/platform/DataFile.h"

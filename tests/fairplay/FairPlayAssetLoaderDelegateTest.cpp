@@ -6,11 +6,11 @@
 #include <gtest/gtest.h>
 
 #include "zarvo/fairplay/FairPlayAssetLoaderDelegate.h"
-#include "zarvo/media/AssetResourceLoader.h"
-#include "zarvo/media/AssetResourceLoadingContentInformationRequest.h"
-#include "zarvo/media/AssetResourceLoadingRequest.h"
-#include "zarvo/media/ContentKeyRequest.h"
-#include "zarvo/media/UrlAsset.h"
+#include "zarvo/media/model/AssetResourceLoader.h"
+#include "zarvo/media/model/AssetResourceLoadingContentInformationRequest.h"
+#include "zarvo/media/model/AssetResourceLoadingRequest.h"
+#include "zarvo/media/model/ContentKeyRequest.h"
+#include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/platform/UrlSession.h"
 #include "zarvo/platform/UserDefaults.h"

@@ -11,10 +11,10 @@
 
 #include <gtest/gtest.h>
 
-#include "zarvo/media/AssetDownloadUrlSession.h"
-#include "zarvo/media/MediaError.h"
-#include "zarvo/media/Player.h"
-#include "zarvo/media/PlayerItem.h"
+#include "zarvo/media/download/AssetDownloadUrlSession.h"
+#include "zarvo/media/model/MediaError.h"
+#include "zarvo/media/model/Player.h"
+#include "zarvo/media/model/PlayerItem.h"
 #include "zarvo/platform/AppDirectories.h"
 #include "zarvo/platform/DataFile.h"
 #include "zarvo/platform/RunLoop.h"

@@ -8,8 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include "zarvo/media/AssetDownloadUrlSession.h"
-#include "zarvo/media/MediaError.h"
+#include "zarvo/media/download/AssetDownloadUrlSession.h"
+#include "zarvo/media/model/MediaError.h"
 #include "zarvo/platform/AppDirectories.h"
 #include "zarvo/platform/DataFile.h"
 #include "zarvo/platform/DurableFile.h"

@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "zarvo/media/HlsPackagePlan.h"
-#include "zarvo/media/MediaError.h"
+#include "zarvo/media/download/HlsPackagePlan.h"
+#include "zarvo/media/model/MediaError.h"
 #include "zarvo/platform/ResponseLimits.h"
 
 namespace zarvo {

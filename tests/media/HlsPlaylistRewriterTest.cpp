@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "zarvo/media/HlsPlaylistRewriter.h"
+#include "zarvo/media/loopback/HlsPlaylistRewriter.h"
 
 namespace zarvo {
 namespace {

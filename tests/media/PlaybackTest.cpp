@@ -6,11 +6,11 @@
 
 #include <gtest/gtest.h>
 
-#include "zarvo/media/AssetResourceLoader.h"
-#include "zarvo/media/ContentKeyRequest.h"
-#include "zarvo/media/MediaError.h"
-#include "zarvo/media/Player.h"
-#include "zarvo/media/PlayerItem.h"
+#include "zarvo/media/model/AssetResourceLoader.h"
+#include "zarvo/media/model/ContentKeyRequest.h"
+#include "zarvo/media/model/MediaError.h"
+#include "zarvo/media/model/Player.h"
+#include "zarvo/media/model/PlayerItem.h"
 #include "zarvo/platform/NotificationCenter.h"
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/platform/UrlError.h"

@@ -2,7 +2,7 @@
 // players), on a scripted engine and a manual clock.
 #include <gtest/gtest.h>
 
-#include "zarvo/media/MediaError.h"
+#include "zarvo/media/model/MediaError.h"
 #include "zarvo/platform/ManualScheduler.h"
 #include "zarvo/platform/NotificationCenter.h"
 #include "zarvo/platform/RunLoop.h"

@@ -2,9 +2,9 @@
 // windows of one player, each with its gravity, and black once a layer has no player.
 #include <gtest/gtest.h>
 
-#include "zarvo/media/Player.h"
-#include "zarvo/media/PlayerItem.h"
-#include "zarvo/media/PlayerLayer.h"
+#include "zarvo/media/model/Player.h"
+#include "zarvo/media/model/PlayerItem.h"
+#include "zarvo/media/model/PlayerLayer.h"
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/platform/View.h"
 

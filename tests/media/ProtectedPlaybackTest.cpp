@@ -3,7 +3,7 @@
 // the item, reported to the delegate before the failed status.
 #include <gtest/gtest.h>
 
-#include "zarvo/media/PlayerItem.h"
+#include "zarvo/media/model/PlayerItem.h"
 #include "zarvo/platform/NotificationCenter.h"
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/player/ZMPlayer.h"

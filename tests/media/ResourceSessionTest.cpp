@@ -19,11 +19,11 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include "zarvo/media/AssetLoader.h"
-#include "zarvo/media/MediaEngine.h"
-#include "zarvo/media/MediaError.h"
-#include "zarvo/media/ResourceSession.h"
-#include "zarvo/media/UrlAsset.h"
+#include "zarvo/media/loopback/AssetLoader.h"
+#include "zarvo/media/loopback/ResourceSession.h"
+#include "zarvo/media/model/MediaEngine.h"
+#include "zarvo/media/model/MediaError.h"
+#include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/platform/CurlHandles.h"
 #include "zarvo/platform/UrlError.h"
 

@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "zarvo/media/PlayerItem.h"
+#include "zarvo/media/model/PlayerItem.h"
 #include "zarvo/platform/NotificationCenter.h"
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/player/ZMPlayer.h"

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "zarvo/media/ContentKeyRequest.h"
+#include "zarvo/media/model/ContentKeyRequest.h"
 
 namespace zarvo {
 namespace {

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include "zarvo/media/ContentKeyRequest.h"
+#include "zarvo/media/model/ContentKeyRequest.h"
 
 #include "origin/SampleOrigin.h"
 #include "support/TempHome.h"

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include "zarvo/media/ContentKeyRequest.h"
+#include "zarvo/media/model/ContentKeyRequest.h"
 #include "zarvo/platform/Json.h"
 
 #include "origin/SampleOrigin.h"

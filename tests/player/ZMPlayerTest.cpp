@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "zarvo/media/MediaError.h"
+#include "zarvo/media/model/MediaError.h"
 #include "zarvo/platform/Base64.h"
 #include "zarvo/platform/ManualScheduler.h"
 #include "zarvo/platform/RunLoop.h"

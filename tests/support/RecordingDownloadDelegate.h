@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "zarvo/media/AssetDownloadDelegate.h"
-#include "zarvo/media/AssetDownloadUrlSession.h"
+#include "zarvo/media/download/AssetDownloadDelegate.h"
+#include "zarvo/media/download/AssetDownloadUrlSession.h"
 
 namespace zarvo::test {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "zarvo/media/PlayerItem.h"
+#include "zarvo/media/model/PlayerItem.h"
 #include "zarvo/player/ZMPlayer.h"
 
 namespace zarvo::test {

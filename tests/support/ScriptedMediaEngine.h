@@ -5,10 +5,10 @@
 #include <optional>
 #include <vector>
 
-#include "zarvo/media/MediaEngine.h"
-#include "zarvo/media/Player.h"
-#include "zarvo/media/PlayerItem.h"
-#include "zarvo/media/UrlAsset.h"
+#include "zarvo/media/model/MediaEngine.h"
+#include "zarvo/media/model/Player.h"
+#include "zarvo/media/model/PlayerItem.h"
+#include "zarvo/media/model/UrlAsset.h"
 
 namespace zarvo::test {
 

@@ -3,7 +3,7 @@
 #include <utility>
 #include <variant>
 
-#include "zarvo/media/ContentKeyRequest.h"
+#include "zarvo/media/model/ContentKeyRequest.h"
 
 namespace zarvo::origin {
 

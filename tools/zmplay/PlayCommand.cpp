@@ -9,8 +9,8 @@
 #include <unistd.h>
 #include <vector>
 
-#include "zarvo/media/MediaCharacteristic.h"
-#include "zarvo/media/PlayerItem.h"
+#include "zarvo/media/model/MediaCharacteristic.h"
+#include "zarvo/media/model/PlayerItem.h"
 #include "zarvo/offline/FPDownloadsStore.h"
 #include "zarvo/offline/ZMOfflinePlaybackSource.h"
 #include "zarvo/platform/Date.h"

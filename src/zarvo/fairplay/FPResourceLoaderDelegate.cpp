@@ -6,9 +6,9 @@
 #include <variant>
 #include <vector>
 
-#include "zarvo/media/AssetResourceLoadingContentInformationRequest.h"
-#include "zarvo/media/AssetResourceLoadingDataRequest.h"
-#include "zarvo/media/AssetResourceLoadingRequest.h"
+#include "zarvo/media/model/AssetResourceLoadingContentInformationRequest.h"
+#include "zarvo/media/model/AssetResourceLoadingDataRequest.h"
+#include "zarvo/media/model/AssetResourceLoadingRequest.h"
 #include "zarvo/offline/FPDownloadError.h"
 #include "zarvo/offline/ZMOfflineDownload.h"
 #include "zarvo/platform/DataFile.h"

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "zarvo/media/AssetResourceLoaderDelegate.h"
+#include "zarvo/media/model/AssetResourceLoaderDelegate.h"
 #include "zarvo/platform/Data.h"
 #include "zarvo/platform/DispatchQueue.h"
 #include "zarvo/platform/UrlRequest.h"

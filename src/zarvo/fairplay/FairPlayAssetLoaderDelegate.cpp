@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <utility>
 
-#include "zarvo/media/AssetResourceLoader.h"
-#include "zarvo/media/AssetResourceLoadingContentInformationRequest.h"
-#include "zarvo/media/AssetResourceLoadingDataRequest.h"
-#include "zarvo/media/AssetResourceLoadingRequest.h"
-#include "zarvo/media/UrlAsset.h"
+#include "zarvo/media/model/AssetResourceLoader.h"
+#include "zarvo/media/model/AssetResourceLoadingContentInformationRequest.h"
+#include "zarvo/media/model/AssetResourceLoadingDataRequest.h"
+#include "zarvo/media/model/AssetResourceLoadingRequest.h"
+#include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/platform/AppDirectories.h"
 #include "zarvo/platform/DataFile.h"
 #include "zarvo/platform/ResponseLimits.h"

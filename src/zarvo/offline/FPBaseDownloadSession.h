@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "zarvo/media/AggregateAssetDownloadTask.h"
-#include "zarvo/media/AssetDownloadDelegate.h"
-#include "zarvo/media/AssetDownloadUrlSession.h"
+#include "zarvo/media/download/AggregateAssetDownloadTask.h"
+#include "zarvo/media/download/AssetDownloadDelegate.h"
+#include "zarvo/media/download/AssetDownloadUrlSession.h"
 #include "zarvo/offline/FPDownloadsStoreProtocol.h"
 #include "zarvo/offline/ZMOfflineDownload.h"
 #include "zarvo/offline/ZMOfflineDownloadResult.h"

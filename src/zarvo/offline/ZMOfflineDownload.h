@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "zarvo/media/UrlAsset.h"
+#include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/offline/ZMOfflineDownloadState.h"
 #include "zarvo/platform/Json.h"
 #include "zarvo/platform/Url.h"

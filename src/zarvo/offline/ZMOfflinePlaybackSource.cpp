@@ -1,7 +1,7 @@
 #include "zarvo/offline/ZMOfflinePlaybackSource.h"
 
 #include "zarvo/fairplay/FPResourceLoaderDelegate.h"
-#include "zarvo/media/PlayerItem.h"
+#include "zarvo/media/model/PlayerItem.h"
 #include "zarvo/platform/AppDirectories.h"
 #include "zarvo/platform/FatalError.h"
 

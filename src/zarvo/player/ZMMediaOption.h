@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "zarvo/media/MediaCharacteristic.h"
-#include "zarvo/media/MediaSelectionGroup.h"
-#include "zarvo/media/MediaSelectionOption.h"
+#include "zarvo/media/model/MediaCharacteristic.h"
+#include "zarvo/media/model/MediaSelectionGroup.h"
+#include "zarvo/media/model/MediaSelectionOption.h"
 #include "zarvo/platform/Locale.h"
 #include "zarvo/player/ZMMediaOptionType.h"
 

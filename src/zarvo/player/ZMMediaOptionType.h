@@ -3,8 +3,8 @@
 #include <utility>
 #include <variant>
 
-#include "zarvo/media/MediaCharacteristic.h"
-#include "zarvo/media/MediaSelectionOption.h"
+#include "zarvo/media/model/MediaCharacteristic.h"
+#include "zarvo/media/model/MediaSelectionOption.h"
 #include "zarvo/player/ZMSubtitles.h"
 
 namespace zarvo {

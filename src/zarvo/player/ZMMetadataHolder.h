@@ -6,7 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "zarvo/media/DateRangeMetadataGroup.h"
+#include "zarvo/media/model/DateRangeMetadataGroup.h"
 #include "zarvo/platform/Date.h"
 #include "zarvo/player/ZMPlayerMetadataEvent.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "zarvo/media/Player.h"
+#include "zarvo/media/model/Player.h"
 
 namespace zarvo {
 

@@ -2,9 +2,9 @@
 
 #include <cmath>
 
-#include "zarvo/media/PlayerItemAccessLog.h"
-#include "zarvo/media/PlayerItemMetadataCollector.h"
-#include "zarvo/media/UrlAsset.h"
+#include "zarvo/media/model/PlayerItemAccessLog.h"
+#include "zarvo/media/model/PlayerItemMetadataCollector.h"
+#include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/platform/Bundle.h"
 #include "zarvo/platform/DispatchQueue.h"
 #include "zarvo/platform/NotificationCenter.h"

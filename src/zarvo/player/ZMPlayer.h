@@ -9,12 +9,12 @@
 #include <utility>
 #include <vector>
 
-#include "zarvo/media/MediaCharacteristic.h"
-#include "zarvo/media/MediaSelectionOption.h"
-#include "zarvo/media/MediaTime.h"
-#include "zarvo/media/Player.h"
-#include "zarvo/media/PlayerItem.h"
-#include "zarvo/media/PlayerItemMetadataCollectorPushDelegate.h"
+#include "zarvo/media/model/MediaCharacteristic.h"
+#include "zarvo/media/model/MediaSelectionOption.h"
+#include "zarvo/media/model/MediaTime.h"
+#include "zarvo/media/model/Player.h"
+#include "zarvo/media/model/PlayerItem.h"
+#include "zarvo/media/model/PlayerItemMetadataCollectorPushDelegate.h"
 #include "zarvo/platform/Notification.h"
 #include "zarvo/platform/Observation.h"
 #include "zarvo/player/ZMMediaOption.h"

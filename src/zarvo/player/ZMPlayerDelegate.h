@@ -3,10 +3,10 @@
 #include <optional>
 #include <vector>
 
-#include "zarvo/media/MediaCharacteristic.h"
-#include "zarvo/media/MediaSelectionOption.h"
-#include "zarvo/media/PlayerItemAccessLogEvent.h"
-#include "zarvo/media/TextStyleRule.h"
+#include "zarvo/media/model/MediaCharacteristic.h"
+#include "zarvo/media/model/MediaSelectionOption.h"
+#include "zarvo/media/model/PlayerItemAccessLogEvent.h"
+#include "zarvo/media/model/TextStyleRule.h"
 #include "zarvo/platform/Error.h"
 #include "zarvo/player/ZMMediaOption.h"
 #include "zarvo/player/ZMPlaybackStatus.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "zarvo/media/Player.h"
-#include "zarvo/media/PlayerItem.h"
+#include "zarvo/media/model/Player.h"
+#include "zarvo/media/model/PlayerItem.h"
 
 namespace zarvo {
 

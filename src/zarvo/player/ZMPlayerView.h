@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "zarvo/media/LayerVideoGravity.h"
-#include "zarvo/media/PlayerLayer.h"
+#include "zarvo/media/model/LayerVideoGravity.h"
+#include "zarvo/media/model/PlayerLayer.h"
 #include "zarvo/platform/View.h"
 
 namespace zarvo {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "zarvo/media/AssetResourceLoaderDelegate.h"
-#include "zarvo/media/PlayerItem.h"
-#include "zarvo/media/UrlAsset.h"
+#include "zarvo/media/model/AssetResourceLoaderDelegate.h"
+#include "zarvo/media/model/PlayerItem.h"
+#include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/platform/Url.h"
 #include "zarvo/player/PreferredMultimediaLanguages.h"
 #include "zarvo/player/ZMSubtitles.h"

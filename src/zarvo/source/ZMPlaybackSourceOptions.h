@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "zarvo/media/UrlAsset.h"
+#include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/player/PreferredMultimediaLanguages.h"
 #include "zarvo/player/ZMSubtitles.h"
 #include "zarvo/source/ZMFairPlayUrls.h"

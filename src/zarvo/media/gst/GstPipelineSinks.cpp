@@ -1,0 +1,130 @@
+#include "zarvo/media/gst/GstPipelineSinks.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+
+#include "zarvo/media/model/MediaError.h"
+
+namespace zarvo {
+
+namespace {
+
+Error missing(const std::string& element, const std::string& package) {
+    return makeMediaError(
+        MediaError::missingElement,
+        "The GStreamer element \"" + element + "\" is missing (install " + package + ").");
+}
+
+// Whether the machine has a sound output to send audio to.
+bool hasAudioOutput() {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    if (fs::exists("/dev/snd", error)) {
+        return true;
+    }
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    if (runtime == nullptr) {
+        return false;
+    }
+    return fs::exists(fs::path(runtime) / "pulse" / "native", error) ||
+           fs::exists(fs::path(runtime) / "pipewire-0", error);
+}
+
+// A sink from a pipeline description in the environment, or nothing.
+std::optional<GstRef<GstElement>> sinkFromEnvironment(const char* variable,
+                                                      std::optional<Error>& error) {
+    const char* description = std::getenv(variable);
+    if (description == nullptr || *description == '\0') {
+        return std::nullopt;
+    }
+    GError* raw = nullptr;
+    GstElement* bin = gst_parse_bin_from_description(description, TRUE, &raw);
+    GErrorPtr parseError(raw);
+    if (bin == nullptr) {
+        error = makeMediaError(MediaError::missingElement,
+                               std::string(variable) + " (\"" + description +
+                                   "\") does not make a sink: " +
+                                   (parseError ? parseError->message : "unknown element") + ".");
+        return GstRef<GstElement>();
+    }
+    return retainGst(bin);
+}
+
+GstRef<GstElement> makeElement(const char* factory, const char* name = nullptr) {
+    return retainGst(gst_element_factory_make(factory, name));
+}
+
+GstRef<GstElement> syncedFakeSink(const char* name) {
+    auto sink = makeElement("fakesink", name);
+    if (sink) {
+        g_object_set(sink.get(), "sync", TRUE, "qos", TRUE, nullptr);
+    }
+    return sink;
+}
+
+}  // namespace
+
+void GstPipelineSinks::initialize() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        gst_init(nullptr, nullptr);
+        // playbin3 reads the entry playlist from our loopback server with the highest-ranked HTTP
+        // source. curlhttpsrc goes first: souphttpsrc (libsoup 3) can crash when its session
+        // thread closes a stream while the pipeline tears it down.
+        GstRef<GstElementFactory> curl(gst_element_factory_find("curlhttpsrc"));
+        if (curl) {
+            gst_plugin_feature_set_rank(GST_PLUGIN_FEATURE(curl.get()), GST_RANK_PRIMARY + 1);
+        }
+    });
+}
+
+std::optional<Error> GstPipelineSinks::make(GstPipelineSinks& out) {
+    initialize();
+    struct Needed {
+        const char* element;
+        const char* package;
+    };
+    // What HLS playback of the streams we serve needs beyond playbin3 itself.
+    static constexpr Needed needed[] = {
+        {"playbin3", "gstreamer1.0-plugins-base"},   {"hlsdemux2", "gstreamer1.0-plugins-good"},
+        {"curlhttpsrc", "gstreamer1.0-plugins-bad"}, {"tsdemux", "gstreamer1.0-plugins-bad"},
+        {"h264parse", "gstreamer1.0-plugins-bad"},   {"avdec_h264", "gstreamer1.0-libav"},
+        {"fakesink", "libgstreamer1.0-0"},
+    };
+    for (const auto& [element, package] : needed) {
+        GstRef<GstElementFactory> factory(gst_element_factory_find(element));
+        if (!factory) {
+            return missing(element, package);
+        }
+    }
+    out.playbin = makeElement("playbin3");
+    if (!out.playbin) {
+        return missing("playbin3", "gstreamer1.0-plugins-base");
+    }
+    std::optional<Error> error;
+    if (auto sink = sinkFromEnvironment("ZM_VIDEO_SINK", error)) {
+        out.videoSink = std::move(*sink);
+    } else if ((out.windows = GstVideoOutputs::make())) {
+        out.videoSink = retainGst(out.windows->sink());
+    } else {
+        out.videoSink = syncedFakeSink("zm-video-sink");
+    }
+    if (error) {
+        return error;
+    }
+    if (auto sink = sinkFromEnvironment("ZM_AUDIO_SINK", error)) {
+        out.audioSink = std::move(*sink);
+    } else if (hasAudioOutput()) {
+        out.audioSink = makeElement("autoaudiosink", "zm-audio-sink");
+    }
+    if (error) {
+        return error;
+    }
+    if (!out.audioSink) {
+        out.audioSink = syncedFakeSink("zm-audio-sink");
+    }
+    return std::nullopt;
+}
+
+}  // namespace zarvo

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <gst/gst.h>
+
+#include "zarvo/media/gst/GstHandle.h"
+#include "zarvo/media/gst/GstVideoOutputs.h"
+#include "zarvo/platform/Error.h"
+
+namespace zarvo {
+
+// The elements a player's pipeline needs, made once per player: playbin3, a video sink (the
+// windows of the views that show the player, over a synchronised fake sink) and an audio sink
+// (the machine's default output when it has one, else a synchronised fake sink).
+// ZM_VIDEO_SINK and ZM_AUDIO_SINK replace the sinks with pipeline descriptions
+// ("fakesink sync=true"); views then show nothing.
+struct GstPipelineSinks {
+    GstRef<GstElement> playbin;
+    GstRef<GstElement> videoSink;
+    GstRef<GstElement> audioSink;
+    std::shared_ptr<GstVideoOutputs> windows;  // none with ZM_VIDEO_SINK
+
+    // The elements, or an error naming the one that is missing.
+    static std::optional<Error> make(GstPipelineSinks& out);
+    // GStreamer started once per process (its registry loaded).
+    static void initialize();
+};
+
+}  // namespace zarvo

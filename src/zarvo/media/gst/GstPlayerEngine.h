@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+
+#include "zarvo/media/model/MediaEngineKey.h"
+#include "zarvo/media/model/PlayerEngine.h"
+
+namespace zarvo {
+
+class Player;
+
+// A player's playbin3 pipeline. Bus messages arrive on the main context and become the
+// statuses of the Player and of its current item; work that GStreamer does on its own
+// threads (the first frame, stream collections) reaches them through the main queue.
+class GstPlayerEngine : public PlayerEngine {
+public:
+    GstPlayerEngine(const std::shared_ptr<Player>& player, const MediaEngineKey& key);
+    ~GstPlayerEngine() override;
+
+    void setItem(const std::shared_ptr<PlayerItem>& item) override;
+    void setRate(float rate) override;
+    void setMuted(bool muted) override;
+    void setVolume(float volume) override;
+    void seek(std::uint64_t id, MediaTime time, MediaTime toleranceBefore,
+              MediaTime toleranceAfter) override;
+    MediaTime currentTime() const override;
+    std::optional<Date> currentDate() const override;
+    void mediaSelectionChanged() override;
+    void textStyleRulesChanged() override;
+    void setVideoOutput(std::uint64_t id, const std::optional<VideoOutput>& output) override;
+    void redrawVideoOutput(std::uint64_t id) override;
+
+    class Playback;
+
+private:
+    std::shared_ptr<Playback> playback_;
+};
+
+}  // namespace zarvo

@@ -1,0 +1,320 @@
+#include "zarvo/media/gst/GstVideoOutputs.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+
+#include <gst/video/videooverlay.h>
+
+#include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Log.h"
+
+namespace zarvo {
+
+struct GstVideoOutputs::Branch {
+    VideoOutput output;
+    GstRef<GstPad> teePad;
+    GstElement* queue = nullptr;  // the elements are owned by the bin
+    GstElement* crop = nullptr;
+    GstElement* scale = nullptr;
+    GstElement* convert = nullptr;
+    GstElement* filter = nullptr;
+    GstElement* sink = nullptr;
+    gulong idleProbe = 0;
+
+    // Set by the idle probe once the tee no longer feeds the branch.
+    std::mutex mutex;
+    std::condition_variable unlinked;
+    bool isUnlinked = false;
+
+    std::array<GstElement*, 6> elements() const {
+        return {queue, crop, scale, convert, filter, sink};
+    }
+};
+
+namespace {
+
+GstElement* element(const char* factory) {
+    return gst_element_factory_make(factory, nullptr);
+}
+
+}  // namespace
+
+GstVideoOutputs::GstVideoOutputs(Token) {}
+
+std::shared_ptr<GstVideoOutputs> GstVideoOutputs::make() {
+    for (const char* factory :
+         {"tee", "queue", "fakesink", "videocrop", "videoscale", "videoconvert", "capsfilter"}) {
+        GstRef<GstElementFactory> found(gst_element_factory_find(factory));
+        if (!found) {
+            return nullptr;
+        }
+    }
+    auto outputs = std::make_shared<GstVideoOutputs>(Token{});
+    outputs->bin_ = retainGst(gst_bin_new("zm-video-sink"));
+    GstElement* tee = element("tee");
+    GstElement* queue = element("queue");
+    GstElement* fake = element("fakesink");
+    g_object_set(tee, "allow-not-linked", TRUE, nullptr);
+    // A short queue: the tee never waits for the paced sink longer than a few frames.
+    g_object_set(queue, "max-size-buffers", 3u, "max-size-bytes", 0u, "max-size-time",
+                 static_cast<guint64>(0), nullptr);
+    g_object_set(fake, "sync", TRUE, "qos", TRUE, nullptr);
+    gst_bin_add_many(GST_BIN(outputs->bin_.get()), tee, queue, fake, nullptr);
+    gst_element_link_many(tee, queue, fake, nullptr);
+    outputs->tee_ = tee;
+    outputs->teeSink_ = adoptGst(gst_element_get_static_pad(tee, "sink"));
+    gst_element_add_pad(outputs->bin_.get(), gst_ghost_pad_new("sink", outputs->teeSink_.get()));
+    // Removed by the destructor, which runs once the pipeline has stopped.
+    outputs->capsProbe_ =
+        gst_pad_add_probe(outputs->teeSink_.get(), GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, onCaps,
+                          outputs.get(), nullptr);
+    return outputs;
+}
+
+GstVideoOutputs::~GstVideoOutputs() {
+    if (teeSink_ && capsProbe_ != 0) {
+        gst_pad_remove_probe(teeSink_.get(), capsProbe_);
+    }
+    while (!branches_.empty()) {
+        auto branch = std::move(branches_.begin()->second);
+        branches_.erase(branches_.begin());
+        removeBranch(std::move(branch));
+    }
+}
+
+GstPadProbeReturn GstVideoOutputs::onCaps(GstPad*, GstPadProbeInfo* info, gpointer data) {
+    GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
+    if (GST_EVENT_TYPE(event) != GST_EVENT_CAPS) {
+        return GST_PAD_PROBE_OK;
+    }
+    GstCaps* caps = nullptr;
+    gst_event_parse_caps(event, &caps);
+    const GstStructure* structure = caps ? gst_caps_get_structure(caps, 0) : nullptr;
+    Picture picture;
+    if (structure == nullptr || !gst_structure_get_int(structure, "width", &picture.width) ||
+        !gst_structure_get_int(structure, "height", &picture.height)) {
+        return GST_PAD_PROBE_OK;
+    }
+    if (!gst_structure_get_fraction(structure, "pixel-aspect-ratio", &picture.parN,
+                                    &picture.parD) ||
+        picture.parN <= 0 || picture.parD <= 0) {
+        picture.parN = picture.parD = 1;
+    }
+    auto* self = static_cast<GstVideoOutputs*>(data);
+    {
+        std::lock_guard lock(self->mutex_);
+        self->picture_ = picture;
+    }
+    DispatchQueue::main()->async([weak = self->weak_from_this()] {
+        if (auto self = weak.lock()) {
+            self->layoutAll();
+        }
+    });
+    return GST_PAD_PROBE_OK;
+}
+
+void GstVideoOutputs::set(std::uint64_t id, const std::optional<VideoOutput>& output) {
+    auto found = branches_.find(id);
+    if (found != branches_.end() && (!output || found->second->output.window != output->window)) {
+        auto branch = std::move(found->second);
+        branches_.erase(found);
+        removeBranch(std::move(branch));
+        found = branches_.end();
+    }
+    if (!output) {
+        return;
+    }
+    if (found == branches_.end()) {
+        if (auto branch = addBranch(*output)) {
+            branches_.emplace(id, std::move(branch));
+        }
+        return;
+    }
+    if (found->second->output != *output) {
+        found->second->output = *output;
+        layout(*found->second);
+        gst_video_overlay_expose(GST_VIDEO_OVERLAY(found->second->sink));
+    }
+}
+
+void GstVideoOutputs::redraw(std::uint64_t id) {
+    auto found = branches_.find(id);
+    if (found != branches_.end()) {
+        gst_video_overlay_expose(GST_VIDEO_OVERLAY(found->second->sink));
+    }
+}
+
+bool GstVideoOutputs::isWindowElement(GstObject* object) const {
+    for (const auto& [id, branch] : branches_) {
+        for (GstElement* element : branch->elements()) {
+            if (object == GST_OBJECT(element) ||
+                gst_object_has_as_ancestor(object, GST_OBJECT(element))) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+std::unique_ptr<GstVideoOutputs::Branch> GstVideoOutputs::addBranch(const VideoOutput& output) {
+    GstElement* sink = element("ximagesink");
+    if (sink == nullptr) {
+        static std::once_flag once;
+        std::call_once(once, [] {
+            logDiagnostic("GstVideoOutputs",
+                          "the GStreamer element \"ximagesink\" is missing (install "
+                          "gstreamer1.0-x); views stay black.");
+        });
+        return nullptr;
+    }
+    auto branch = std::make_unique<Branch>();
+    branch->output = output;
+    branch->queue = element("queue");
+    branch->crop = element("videocrop");
+    branch->scale = element("videoscale");
+    branch->convert = element("videoconvert");
+    branch->filter = element("capsfilter");
+    branch->sink = sink;
+    // A window that cannot keep up drops pictures rather than holding the others back; it
+    // joins a running pipeline without prerolling it again.
+    g_object_set(branch->queue, "leaky", 2, "max-size-buffers", 2u, "max-size-bytes", 0u,
+                 "max-size-time", static_cast<guint64>(0), nullptr);
+    g_object_set(branch->scale, "add-borders", FALSE, nullptr);
+    // A new size for the window reaches the filter while pictures of the old size are on their
+    // way to it: it takes those too until the scaler has caught up, instead of failing the
+    // whole pipeline as not negotiated.
+    g_object_set(branch->filter, "caps-change-mode", 1, nullptr);
+    g_object_set(sink, "sync", TRUE, "async", FALSE, "handle-events", FALSE, nullptr);
+    gst_video_overlay_set_window_handle(GST_VIDEO_OVERLAY(sink), output.window);
+    GstBin* bin = GST_BIN(bin_.get());
+    gst_bin_add_many(bin, branch->queue, branch->crop, branch->scale, branch->convert,
+                     branch->filter, sink, nullptr);
+    gst_element_link_many(branch->queue, branch->crop, branch->scale, branch->convert,
+                          branch->filter, sink, nullptr);
+    layout(*branch);
+    for (GstElement* element :
+         {sink, branch->filter, branch->convert, branch->scale, branch->crop, branch->queue}) {
+        gst_element_sync_state_with_parent(element);
+    }
+    branch->teePad = adoptGst(gst_element_request_pad_simple(tee_, "src_%u"));
+    GstRef<GstPad> queueSink(gst_element_get_static_pad(branch->queue, "sink"));
+    // A window takes pictures of any size: the sizes of its own scaler must not reach the
+    // player, which would scale every picture to the last window's size.
+    gst_pad_add_probe(
+        queueSink.get(), GST_PAD_PROBE_TYPE_QUERY_DOWNSTREAM,
+        [](GstPad*, GstPadProbeInfo* info, gpointer) {
+            GstQuery* query = GST_PAD_PROBE_INFO_QUERY(info);
+            if (GST_QUERY_TYPE(query) != GST_QUERY_CAPS) {
+                return GST_PAD_PROBE_OK;
+            }
+            GstCaps* filter = nullptr;
+            gst_query_parse_caps(query, &filter);
+            GstCaps* any = gst_caps_new_any();
+            gst_query_set_caps_result(query, filter != nullptr ? filter : any);
+            gst_caps_unref(any);
+            return GST_PAD_PROBE_HANDLED;
+        },
+        nullptr, nullptr);
+    gst_pad_link(branch->teePad.get(), queueSink.get());
+    return branch;
+}
+
+void GstVideoOutputs::removeBranch(std::unique_ptr<Branch> branch) {
+    // Unlinked while no picture passes, so that the tee never sees a flushing branch.
+    branch->idleProbe = gst_pad_add_probe(
+        branch->teePad.get(), GST_PAD_PROBE_TYPE_IDLE,
+        [](GstPad* pad, GstPadProbeInfo*, gpointer data) {
+            auto* branch = static_cast<Branch*>(data);
+            GstRef<GstPad> peer(gst_pad_get_peer(pad));
+            if (peer) {
+                gst_pad_unlink(pad, peer.get());
+            }
+            {
+                std::lock_guard lock(branch->mutex);
+                branch->isUnlinked = true;
+            }
+            branch->unlinked.notify_all();
+            return GST_PAD_PROBE_REMOVE;
+        },
+        branch.get(), nullptr);
+    {
+        std::unique_lock lock(branch->mutex);
+        if (!branch->unlinked.wait_for(lock, std::chrono::seconds(2),
+                                       [&] { return branch->isUnlinked; })) {
+            lock.unlock();
+            gst_pad_remove_probe(branch->teePad.get(), branch->idleProbe);
+            GstRef<GstPad> peer(gst_pad_get_peer(branch->teePad.get()));
+            if (peer) {
+                gst_pad_unlink(branch->teePad.get(), peer.get());
+            }
+        }
+    }
+    // A paused sink holds its queue's thread until it flushes: flushing the branch lets the
+    // queue stop. The elements stop upstream first, so that every picture is back in the
+    // sink's pool before the sink lets go of its display.
+    GstRef<GstPad> queueSink(gst_element_get_static_pad(branch->queue, "sink"));
+    gst_pad_send_event(queueSink.get(), gst_event_new_flush_start());
+    GstBin* bin = GST_BIN(bin_.get());
+    for (GstElement* element : branch->elements()) {
+        gst_element_set_state(element, GST_STATE_NULL);
+        gst_bin_remove(bin, element);
+    }
+    gst_element_release_request_pad(tee_, branch->teePad.get());
+}
+
+void GstVideoOutputs::layoutAll() {
+    for (auto& [id, branch] : branches_) {
+        layout(*branch);
+    }
+}
+
+void GstVideoOutputs::layout(Branch& branch) {
+    Picture picture;
+    {
+        std::lock_guard lock(mutex_);
+        picture = picture_;
+    }
+    const VideoOutput& output = branch.output;
+    int width = std::max(1, output.width);
+    int height = std::max(1, output.height);
+    int cropX = 0;
+    int cropY = 0;
+    if (picture.width > 0 && picture.height > 0) {
+        // The picture as displayed, in square pixels.
+        const double shownWidth = picture.width * static_cast<double>(picture.parN) / picture.parD;
+        const double shownHeight = picture.height;
+        const double across = output.width / shownWidth;
+        const double down = output.height / shownHeight;
+        switch (output.gravity) {
+            case LayerVideoGravity::resizeAspect: {
+                const double scale = std::min(across, down);
+                width = std::max(1, static_cast<int>(std::lround(shownWidth * scale)));
+                height = std::max(1, static_cast<int>(std::lround(shownHeight * scale)));
+                break;
+            }
+            case LayerVideoGravity::resizeAspectFill: {
+                const double scale = std::max(across, down);
+                const double keptWidth =
+                    output.width / scale * picture.parD / static_cast<double>(picture.parN);
+                const double keptHeight = output.height / scale;
+                cropX = std::max(0, static_cast<int>((picture.width - keptWidth) / 2));
+                cropY = std::max(0, static_cast<int>((picture.height - keptHeight) / 2));
+                break;
+            }
+            case LayerVideoGravity::resize:
+                break;
+        }
+    }
+    g_object_set(branch.crop, "left", cropX, "right", cropX, "top", cropY, "bottom", cropY,
+                 nullptr);
+    GstCaps* caps =
+        gst_caps_new_simple("video/x-raw", "width", G_TYPE_INT, width, "height", G_TYPE_INT, height,
+                            "pixel-aspect-ratio", GST_TYPE_FRACTION, 1, 1, nullptr);
+    g_object_set(branch.filter, "caps", caps, nullptr);
+    gst_caps_unref(caps);
+}
+
+}  // namespace zarvo

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include <gst/gst.h>
+
+#include "zarvo/media/gst/GstHandle.h"
+#include "zarvo/media/model/VideoOutput.h"
+
+namespace zarvo {
+
+// The video sink of a player's pipeline: a bin whose tee feeds a synchronised fake sink, which
+// paces and prerolls the pipeline whether or not a window shows the video, and one branch per
+// window (queue ! videocrop ! videoscale ! videoconvert ! capsfilter ! ximagesink, drawing
+// into the window through the video overlay). The crop and the scaled size carry the gravity;
+// ximagesink centres a smaller picture on black. Main thread only.
+class GstVideoOutputs : public std::enable_shared_from_this<GstVideoOutputs> {
+public:
+    // The bin, or nothing when one of its elements is missing.
+    static std::shared_ptr<GstVideoOutputs> make();
+    ~GstVideoOutputs();
+    GstVideoOutputs(const GstVideoOutputs&) = delete;
+    GstVideoOutputs& operator=(const GstVideoOutputs&) = delete;
+
+    GstElement* sink() const { return bin_.get(); }
+    // Adds, changes or (with none) removes the window `id`.
+    void set(std::uint64_t id, const std::optional<VideoOutput>& output);
+    // Draws the last picture into window `id` again.
+    void redraw(std::uint64_t id);
+    // Whether `object` belongs to a window's branch: its failures concern that window only.
+    bool isWindowElement(GstObject* object) const;
+
+    struct Token {
+        explicit Token() = default;
+    };
+    explicit GstVideoOutputs(Token);
+
+private:
+    struct Branch;
+    // The size of the decoded picture and its pixel aspect ratio.
+    struct Picture {
+        int width = 0;
+        int height = 0;
+        int parN = 1;
+        int parD = 1;
+    };
+
+    static GstPadProbeReturn onCaps(GstPad* pad, GstPadProbeInfo* info, gpointer data);
+    std::unique_ptr<Branch> addBranch(const VideoOutput& output);
+    void removeBranch(std::unique_ptr<Branch> branch);
+    void layout(Branch& branch);
+    void layoutAll();
+
+    GstRef<GstElement> bin_;
+    GstElement* tee_ = nullptr;  // owned by the bin
+    GstRef<GstPad> teeSink_;
+    gulong capsProbe_ = 0;
+    std::map<std::uint64_t, std::unique_ptr<Branch>> branches_;
+
+    mutable std::mutex mutex_;
+    Picture picture_;  // written by the streaming thread
+};
+
+}  // namespace zarvo

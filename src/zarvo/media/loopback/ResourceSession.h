@@ -1,0 +1,177 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "zarvo/media/loopback/AssetLoader.h"
+#include "zarvo/media/loopback/HlsPlaylistRewriter.h"
+#include "zarvo/platform/Data.h"
+#include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Error.h"
+#include "zarvo/platform/Url.h"
+
+namespace httplib {
+struct Request;
+struct Response;
+}  // namespace httplib
+
+namespace zarvo {
+
+class AssetResourceLoadingRequest;
+class DirectUrlConnections;
+class DirectUrlStream;
+class TransferGate;
+class UrlAsset;
+
+// Everything one playback of an asset loads, served to the pipeline under one token of the
+// ResourceServer. Playlists are fetched (or taken from what the AssetLoader read ahead) and
+// rewritten so that each URI they name leads back here; segments stream through as they
+// arrive, fetched on the server thread that answers and never held whole; keys with an http(s) or
+// file URL are fetched, others become loading requests for the asset's resource loader. What it
+// learns on the way (the playlists it served, each transfer, failures) goes to its observer on the
+// observer's queue.
+class ResourceSession : public std::enable_shared_from_this<ResourceSession> {
+public:
+    // What a served URL stands for.
+    enum class Kind : char {
+        master = 'm',
+        variantPlaylist = 'v',
+        renditionPlaylist = 'r',
+        segment = 's',
+        initializationSection = 'i',
+        key = 'k',
+        other = 'o',
+    };
+    struct PlaylistServed {
+        Kind kind = Kind::master;
+        Url url;
+        HlsPlaylistRewriter::Result info;  // without its text
+    };
+    struct Transfer {
+        Kind kind = Kind::segment;
+        Url url;
+        std::int64_t bytes = 0;
+        double seconds = 0;                   // from the request to the last byte
+        std::optional<double> mediaDuration;  // EXTINF of the segment, when known
+        bool complete = true;                 // false when it broke off
+    };
+    class Observer {
+    public:
+        virtual ~Observer() = default;
+        virtual void playlistServed(const PlaylistServed& playlist) = 0;
+        virtual void transferred(const Transfer& transfer) = 0;
+        // A failure that ends the playback (a content key that could not be had).
+        virtual void failed(const Error& error) = 0;
+    };
+
+    static std::shared_ptr<ResourceSession> open(std::shared_ptr<UrlAsset> asset,
+                                                 std::shared_ptr<AssetLoader> loader,
+                                                 std::weak_ptr<Observer> observer,
+                                                 std::shared_ptr<DispatchQueue> observerQueue);
+    ~ResourceSession();
+    ResourceSession(const ResourceSession&) = delete;
+    ResourceSession& operator=(const ResourceSession&) = delete;
+
+    // The URL the pipeline opens: the asset's master playlist, served here.
+    const std::string& entryUrl() const { return entryUrl_; }
+    // Stops serving: transfers in flight are cancelled, loading requests the delegate holds
+    // are cancelled (it is told), waiting requests are let go; later requests get 404.
+    void close();
+    // The last resource that could not be served and why. The pipeline may get over it (it
+    // retries); when it does not, this explains its error. Kept before the answer goes out, so
+    // it is there by the time the pipeline reports the answer.
+    std::optional<Error> lastFailure() const;
+    // What holds the bodies of segments and files still around a flushing seek.
+    const std::shared_ptr<TransferGate>& transferGate() const { return gate_; }
+
+    // The server's entry point for a request of this session that names one of its
+    // references (on a server thread). A reference it never wrote gets 404.
+    void handle(const httplib::Request& request, httplib::Response& response,
+                std::string_view reference);
+
+    // The URL under which this session serves `url` as `kind`: a short reference of its own,
+    // the same for the same resource each time, so that the session serves only what it wrote
+    // into the playlists it rewrote (and its entry).
+    std::string urlFor(Kind kind, const Url& url,
+                       const std::optional<HlsPlaylistRewriter::ByteRange>& range = {}) const;
+
+    struct Token {
+        explicit Token() = default;
+    };
+    ResourceSession(Token, std::shared_ptr<UrlAsset> asset, std::shared_ptr<AssetLoader> loader,
+                    std::weak_ptr<Observer> observer, std::shared_ptr<DispatchQueue> queue);
+
+private:
+    struct KeyWait;
+    struct Reference {
+        Kind kind = Kind::other;
+        Url url;
+        std::optional<HlsPlaylistRewriter::ByteRange> range;
+    };
+
+    void serve(const Reference& reference, httplib::Response& response);
+
+    // Starts a fetch through the loader and waits for it; nothing when the session closed first.
+    std::optional<AssetLoader::Fetched> awaitFetch(
+        const std::function<void(AssetLoader::FetchDone)>& start);
+    void servePlaylist(httplib::Response& response, Kind kind, const Url& url);
+    void serveStream(httplib::Response& response, Kind kind, const Url& url,
+                     const std::optional<HlsPlaylistRewriter::ByteRange>& range);
+    void serveFile(httplib::Response& response, Kind kind, const Url& url,
+                   const std::optional<HlsPlaylistRewriter::ByteRange>& range);
+    void serveKey(httplib::Response& response, const Url& url);
+    // Waits for a fetch through the loader; nothing when the session closed first.
+    std::optional<Data> fetchKeyOverNetwork(const Url& url, std::optional<Error>& error);
+    std::optional<Data> loadKeyThroughDelegate(const Url& url, std::optional<Error>& error);
+    struct SegmentFacts {
+        double duration = 0;                    // its EXTINF
+        std::optional<std::int64_t> bandwidth;  // of its variant, when the master names it
+    };
+    void rememberSegments(const PlaylistServed& served);
+    // What the playlists served say of a segment, by URL (and range offset).
+    std::optional<SegmentFacts> segmentFacts(const std::string& key) const;
+
+    void notify(std::function<void(Observer&)> call);
+    void recordFailure(const Error& error);
+    // A failure that asking again cannot mend: it ends the playback.
+    void failPlayback(const Error& error);
+    bool isClosed() const;
+    void track(const std::shared_ptr<DirectUrlStream>& stream);
+    void untrack(const std::shared_ptr<DirectUrlStream>& stream);
+
+    const std::shared_ptr<UrlAsset> asset_;
+    const std::shared_ptr<AssetLoader> loader_;
+    const std::weak_ptr<Observer> observer_;
+    const std::shared_ptr<DispatchQueue> observerQueue_;
+    const std::shared_ptr<DirectUrlConnections> connections_;  // to origins, for segments
+    const std::shared_ptr<TransferGate> gate_;
+    std::string base_;  // "http://127.0.0.1:<port>/<token>"
+    std::string token_;
+    std::string entryUrl_;
+
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    bool closed_ = false;
+    std::set<std::shared_ptr<DirectUrlStream>> streams_;
+    std::map<std::string, Data> keys_;                          // content keys by URI, once loaded
+    std::map<std::string, std::shared_ptr<KeyWait>> keyWaits_;  // loads in flight by URI
+    std::map<std::string, SegmentFacts> segments_;
+    std::map<std::string, std::int64_t> variantBandwidths_;  // by media playlist URL
+    std::optional<Error> lastFailure_;
+
+    // What the session wrote into its playlists, by reference number, and the number of each.
+    mutable std::mutex referencesMutex_;
+    mutable std::vector<Reference> references_;
+    mutable std::map<std::string, std::size_t> referenceNumbers_;
+};
+
+}  // namespace zarvo

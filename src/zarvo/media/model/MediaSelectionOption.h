@@ -1,0 +1,56 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "zarvo/media/model/MediaCharacteristic.h"
+
+namespace zarvo {
+
+// One choice in a media selection group: an audio, subtitle or closed-caption rendition of
+// the master playlist (EXT-X-MEDIA). Options are values; two are equal when they name the same
+// rendition of the same group.
+class MediaSelectionOption {
+public:
+    enum class MediaType { audio, video, subtitle, closedCaption };
+
+    struct Rendition {
+        MediaType mediaType = MediaType::audio;
+        std::string groupId;                  // GROUP-ID
+        std::string name;                     // NAME
+        std::optional<std::string> language;  // LANGUAGE (an RFC 5646 tag)
+        std::optional<std::string> assocLanguage;
+        std::optional<std::string> characteristics;  // CHARACTERISTICS
+        std::optional<std::string> instreamId;       // INSTREAM-ID of closed captions
+        bool isDefault = false;
+        bool autoselect = false;
+        bool forced = false;
+        bool hasUri = false;  // a playlist of its own (closed captions ride in the video)
+
+        bool operator==(const Rendition&) const = default;
+    };
+
+    MediaSelectionOption() = default;
+    explicit MediaSelectionOption(Rendition rendition) : rendition_(std::move(rendition)) {}
+
+    // NAME.
+    const std::string& displayName() const { return rendition_.name; }
+    // The LANGUAGE tag, which names the option's locale; nothing without one.
+    const std::optional<std::string>& localeIdentifier() const { return rendition_.language; }
+    // The same tag, as an extended language tag.
+    const std::optional<std::string>& extendedLanguageTag() const { return rendition_.language; }
+    MediaType mediaType() const { return rendition_.mediaType; }
+    // "soun", "vide", "sbtl" or "clcp".
+    std::string mediaTypeCode() const;
+    bool hasMediaCharacteristic(const MediaCharacteristic& characteristic) const;
+    bool isPlayable() const { return true; }
+
+    const Rendition& rendition() const { return rendition_; }
+
+    bool operator==(const MediaSelectionOption&) const = default;
+
+private:
+    Rendition rendition_;
+};
+
+}  // namespace zarvo
