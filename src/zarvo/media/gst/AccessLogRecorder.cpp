@@ -87,4 +87,12 @@ std::vector<PlayerItemAccessLogEvent> AccessLogRecorder::events() const {
     return events;
 }
 
+std::string AccessLogRecorder::playbackType(const Url& assetUrl,
+                                            const HlsPlaylistRewriter::Result& playlist) {
+    if (assetUrl.isFileUrl()) {
+        return "FILE";
+    }
+    return playlist.hasEndList || playlist.playlistType == "VOD" ? "VOD" : "LIVE";
+}
+
 }  // namespace zarvo

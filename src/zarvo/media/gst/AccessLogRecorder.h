@@ -16,6 +16,9 @@ class AccessLogRecorder {
 public:
     // The master playlist's variants (for their BANDWIDTH).
     void masterServed(const HlsPlaylistRewriter::Result& master);
+    // "FILE" for an asset on disk, else "VOD" for a playlist that ends (or says so), else "LIVE".
+    static std::string playbackType(const Url& assetUrl,
+                                    const HlsPlaylistRewriter::Result& playlist);
     // A variant media playlist was served; true when this starts a new event (a switch).
     bool variantServed(const Url& url, const std::string& playbackType, double position);
     // A media transfer ended; true when the log should be announced (each few segments).

@@ -7,11 +7,13 @@
 
 namespace zarvo {
 
+class GstPlayback;
 class Player;
 
-// A player's playbin3 pipeline. Bus messages arrive on the main context and become the
-// statuses of the Player and of its current item; work that GStreamer does on its own
-// threads (the first frame, stream collections) reaches them through the main queue.
+// A player's playbin3 pipeline (GstPlayback does the work; callbacks hold it weakly, so it
+// outlives this object while they run). Bus messages arrive on the main context and become the
+// statuses of the Player and of its current item; work that GStreamer does on its own threads
+// (the first frame, stream collections) reaches them through the main queue.
 class GstPlayerEngine : public PlayerEngine {
 public:
     GstPlayerEngine(const std::shared_ptr<Player>& player, const MediaEngineKey& key);
@@ -30,10 +32,8 @@ public:
     void setVideoOutput(std::uint64_t id, const std::optional<VideoOutput>& output) override;
     void redrawVideoOutput(std::uint64_t id) override;
 
-    class Playback;
-
 private:
-    std::shared_ptr<Playback> playback_;
+    const std::shared_ptr<GstPlayback> playback_;
 };
 
 }  // namespace zarvo

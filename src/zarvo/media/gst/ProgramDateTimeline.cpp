@@ -1,5 +1,6 @@
 #include "zarvo/media/gst/ProgramDateTimeline.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace zarvo {
@@ -84,6 +85,37 @@ std::optional<Date> ProgramDateTimeline::dateAt(double position) const {
         return std::nullopt;
     }
     return nearest->date->addingTimeInterval(position - nearest->start);
+}
+
+std::vector<DateRangeMetadataGroup> ProgramDateTimeline::metadataGroups(
+    const std::vector<HlsPlaylistRewriter::DateRange>& ranges) {
+    static constexpr const char* described[] = {
+        "ID", "CLASS", "START-DATE", "END-DATE", "DURATION", "PLANNED-DURATION", "END-ON-NEXT"};
+    std::vector<DateRangeMetadataGroup> groups;
+    for (const auto& range : ranges) {
+        if (!range.startDate) {
+            continue;
+        }
+        DateRangeMetadataGroup group;
+        group.identifier = range.id;
+        group.classifyingLabel = range.classAttribute;
+        group.startDate = *range.startDate;
+        if (range.endDate) {
+            group.endDate = range.endDate;
+        } else if (range.duration) {
+            group.endDate = range.startDate->addingTimeInterval(*range.duration);
+        } else if (range.plannedDuration) {
+            group.endDate = range.startDate->addingTimeInterval(*range.plannedDuration);
+        }
+        for (const auto& [name, value] : range.attributes) {
+            if (std::find(std::begin(described), std::end(described), name) ==
+                std::end(described)) {
+                group.items.push_back(MetadataItem{"lsdr/" + name, name, value});
+            }
+        }
+        groups.push_back(std::move(group));
+    }
+    return groups;
 }
 
 }  // namespace zarvo

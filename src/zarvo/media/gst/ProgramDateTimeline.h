@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "zarvo/media/loopback/HlsPlaylistRewriter.h"
+#include "zarvo/media/model/DateRangeMetadataGroup.h"
 #include "zarvo/platform/Date.h"
 
 namespace zarvo {
@@ -22,6 +23,11 @@ public:
     // into it (from the nearest dated segment outside the known ones); nothing without dates.
     std::optional<Date> dateAt(double position) const;
     void reset() { segments_.clear(); }
+
+    // The timed metadata of a playlist's EXT-X-DATERANGE tags that have a start date: the end
+    // is END-DATE, else the start plus DURATION, else plus PLANNED-DURATION.
+    static std::vector<DateRangeMetadataGroup> metadataGroups(
+        const std::vector<HlsPlaylistRewriter::DateRange>& ranges);
 
 private:
     struct Placed {

@@ -1,0 +1,191 @@
+// The pieces of the GStreamer engine that decide without a pipeline: which streams to select,
+// what status a playback reports, how subtitles are styled, and how seeks are paced.
+#include <gtest/gtest.h>
+
+#include "zarvo/media/gst/BusStatusMapper.h"
+#include "zarvo/media/gst/SeekController.h"
+#include "zarvo/media/gst/StreamSelection.h"
+#include "zarvo/media/gst/SubtitleStyling.h"
+#include "zarvo/media/loopback/TransferGate.h"
+#include "zarvo/platform/ManualScheduler.h"
+#include "zarvo/platform/RunLoop.h"
+
+namespace zarvo {
+namespace {
+
+using Type = StreamSelection::Type;
+using Rendition = MediaSelectionOption::Rendition;
+
+Rendition rendition(std::string name) {
+    Rendition r;
+    r.name = std::move(name);
+    return r;
+}
+
+const std::vector<StreamSelection::Stream> collection = {
+    {"hls/video-0", Type::video},        {"hls/audio-English", Type::audio},
+    {"hls/audio-French", Type::audio},   {"hls/text-English", Type::text},
+    {"hls/text-Deutsch", Type::text},    {"hls/other", Type::other},
+    {"hls/audio-French-AD", Type::audio}};
+
+TEST(StreamSelectionTest, PicksVideoTheWantedRenditionsAndFallsBackToTheFirst) {
+    using V = std::vector<std::string>;
+    EXPECT_EQ(StreamSelection::choose(collection, {}, {}),
+              (V{"hls/video-0", "hls/audio-English", "hls/text-English"}));
+    EXPECT_EQ(StreamSelection::choose(collection, {rendition("French"), rendition("Deutsch")}, {}),
+              (V{"hls/video-0", "hls/audio-French", "hls/text-Deutsch"}));
+    // A name that is only the end of another id does not match it.
+    EXPECT_EQ(StreamSelection::choose(collection, {rendition("AD"), std::nullopt}, {}),
+              (V{"hls/video-0", "hls/audio-English", "hls/text-English"}));
+    EXPECT_EQ(StreamSelection::choose(collection, {rendition("Klingon"), std::nullopt}, {}),
+              (V{"hls/video-0", "hls/audio-English", "hls/text-English"}));
+    EXPECT_TRUE(StreamSelection::matches("audio-French", "audio-", rendition("French")));
+    EXPECT_FALSE(StreamSelection::matches("xaudio-French", "audio-", rendition("French")));
+}
+
+TEST(StreamSelectionTest, SubtitlesTurnedOffKeepTheTextStreamThatWasPlaying) {
+    const std::vector<std::string> before = {"hls/audio-English", "hls/text-Deutsch",
+                                             "hls/video-0"};
+    const auto chosen = StreamSelection::choose(collection, {}, before);
+    EXPECT_EQ(chosen.back(), "hls/text-Deutsch");
+    EXPECT_EQ(StreamSelection::choose({{"v", Type::video}}, {rendition("x"), rendition("y")}, {}),
+              std::vector<std::string>{"v"});
+}
+
+TEST(BusStatusMapperTest, ReportsTheFirstReasonThatHoldsPlaybackBack) {
+    using Status = Player::TimeControlStatus;
+    using Reason = Player::WaitingReason;
+    BusStatusMapper::Facts facts;
+    facts.rate = 1;
+    facts.hasItem = true;
+    facts.prerolled = true;
+    facts.state = GST_STATE_PLAYING;
+    const auto playing = BusStatusMapper::TimeControl{Status::playing, std::nullopt};
+    EXPECT_EQ(BusStatusMapper::timeControl(facts), playing);
+
+    auto with = [&](auto change) {
+        auto changed = facts;
+        change(changed);
+        return BusStatusMapper::timeControl(changed);
+    };
+    const auto waiting = [](Reason reason) {
+        return BusStatusMapper::TimeControl{Status::waitingToPlayAtSpecifiedRate, reason};
+    };
+    EXPECT_EQ(with([](auto& f) { f.rate = 0; }).status, Status::paused);
+    EXPECT_EQ(with([](auto& f) { f.stopped = true; }).status, Status::paused);
+    EXPECT_EQ(with([](auto& f) { f.hasItem = false; }), waiting(Reason::noItemToPlay));
+    EXPECT_EQ(with([](auto& f) { f.prerolled = false; }),
+              waiting(Reason::evaluatingBufferingRate));
+    EXPECT_EQ(with([](auto& f) { f.seeking = f.buffering = true; }), waiting(Reason::seeking));
+    EXPECT_EQ(with([](auto& f) { f.buffering = true; }), waiting(Reason::toMinimizeStalls));
+    // On the way back to playing after a pause that never took effect: still playing.
+    auto resuming = [&](Status reported) {
+        return with([&](auto& f) {
+            f.state = GST_STATE_PAUSED;
+            f.pending = GST_STATE_PLAYING;
+            f.reported.status = reported;
+        });
+    };
+    EXPECT_EQ(resuming(Status::playing), playing);
+    EXPECT_EQ(resuming(Status::paused), waiting(Reason::evaluatingBufferingRate));
+}
+
+TEST(SubtitleStylingTest, LaterRulesWinAndColoursScaleToBytes) {
+    EXPECT_EQ(SubtitleStyling::fontDescription({}), "Sans 18");
+    TextStyleRule big;
+    big.relativeFontSize = 150;
+    big.bold = true;
+    TextStyleRule serif;
+    serif.fontFamilyName = "Serif";
+    serif.italic = true;
+    EXPECT_EQ(SubtitleStyling::fontDescription({big, serif}), "Serif Bold Italic 27");
+    TextStyleRule tiny;
+    tiny.relativeFontSize = 0;
+    EXPECT_EQ(SubtitleStyling::fontDescription({tiny}), "Sans 1");
+    EXPECT_EQ(SubtitleStyling::argb({1, 0, 0.5, 1}), 0xffff0080u);
+    EXPECT_EQ(SubtitleStyling::argb({2, -1, 0, 0.5}), 0x80ff0000u);
+}
+
+// A pipeline that records the seeks sent and numbers them like GStreamer does.
+class RecordingPipeline : public SeekController::Pipeline {
+public:
+    guint32 sendFlushingSeek(MediaTime time, bool) override {
+        sent.push_back(time.seconds());
+        return refuse ? GST_SEQNUM_INVALID : ++seqnum;
+    }
+    MediaTime position() override { return MediaTime::make(7, 1); }
+    void seekFinished(std::uint64_t id) override { finished.push_back(id); }
+    void heldSeekSent() override { ++heldSent; }
+
+    std::vector<double> sent;
+    std::vector<std::uint64_t> finished;
+    guint32 seqnum = 100;
+    bool refuse = false;
+    int heldSent = 0;
+};
+
+class SeekControllerTest : public ::testing::Test {
+protected:
+    std::shared_ptr<ManualScheduler> scheduler = ManualScheduler::create();
+    ScopedStandardScheduler scopedScheduler{scheduler};
+    std::shared_ptr<RecordingPipeline> pipeline = std::make_shared<RecordingPipeline>();
+    std::shared_ptr<SeekController> seeks = std::make_shared<SeekController>(pipeline);
+};
+
+TEST_F(SeekControllerTest, OneSeekInFlightAndTheLatestWaitingReplacesTheOthers) {
+    seeks->reset();
+    seeks->request({1, MediaTime::make(10, 1), false});
+    seeks->request({2, MediaTime::make(20, 1), false});
+    seeks->request({3, MediaTime::make(30, 1), false});
+    EXPECT_EQ(pipeline->sent, std::vector<double>{10});
+    // An earlier message is not the seek's preroll; a later one is.
+    EXPECT_FALSE(seeks->takePreroll(100, false));
+    ASSERT_TRUE(seeks->takePreroll(102, false));
+    seeks->finish();
+    seeks->sendPending();
+    EXPECT_EQ(pipeline->finished, std::vector<std::uint64_t>{1});
+    EXPECT_EQ(pipeline->sent, (std::vector<double>{10, 30}));
+    // A rate change seeks where playback is.
+    ASSERT_TRUE(seeks->takePreroll(103, false));
+    seeks->finish();
+    seeks->request({std::nullopt, MediaTime::invalid(), true});
+    EXPECT_EQ(pipeline->sent.back(), 7);
+    EXPECT_EQ(pipeline->finished, (std::vector<std::uint64_t>{1, 3}));
+}
+
+TEST_F(SeekControllerTest, ARefusedSeekEndsAtOnceAndAFailedItemDropsTheWaitingOne) {
+    pipeline->refuse = true;
+    seeks->request({5, MediaTime::make(3, 1), true});
+    EXPECT_EQ(pipeline->finished, std::vector<std::uint64_t>{5});
+    EXPECT_FALSE(seeks->inFlight());
+    pipeline->refuse = false;
+    seeks->request({6, MediaTime::make(4, 1), true});
+    seeks->request({7, MediaTime::make(5, 1), true});
+    seeks->abandon();
+    EXPECT_EQ(pipeline->finished, (std::vector<std::uint64_t>{5, 6}));
+    EXPECT_FALSE(seeks->seeking());
+    EXPECT_TRUE(seeks->takePreroll(200, true));
+}
+
+TEST_F(SeekControllerTest, ASeekWaitsForSegmentBodiesToBeStillThenHoldsTheCancelledOnes) {
+    auto gate = std::make_shared<TransferGate>(scheduler);
+    seeks->reset(gate);
+    const auto ticket = gate->enter();
+    ASSERT_TRUE(gate->write(ticket, [] { return true; }));
+    seeks->request({1, MediaTime::make(10, 1), false});
+    EXPECT_TRUE(pipeline->sent.empty());
+    EXPECT_TRUE(seeks->held());
+    scheduler->advance(std::chrono::milliseconds(200));
+    RunLoop::main().runUntilIdle();
+    EXPECT_EQ(pipeline->sent, std::vector<double>{10});
+    EXPECT_EQ(pipeline->heldSent, 1);
+    // The transfer from before the seek stays held until its connection has had time to go.
+    const auto later = gate->enter();
+    EXPECT_TRUE(gate->write(later, [] { return true; }));
+    scheduler->advance(std::chrono::milliseconds(400));
+    RunLoop::main().runUntilIdle();
+    EXPECT_TRUE(gate->write(ticket, [] { return true; }));
+}
+
+}  // namespace
+}  // namespace zarvo
