@@ -74,8 +74,7 @@ TEST(BusStatusMapperTest, ReportsTheFirstReasonThatHoldsPlaybackBack) {
     EXPECT_EQ(with([](auto& f) { f.rate = 0; }).status, Status::paused);
     EXPECT_EQ(with([](auto& f) { f.stopped = true; }).status, Status::paused);
     EXPECT_EQ(with([](auto& f) { f.hasItem = false; }), waiting(Reason::noItemToPlay));
-    EXPECT_EQ(with([](auto& f) { f.prerolled = false; }),
-              waiting(Reason::evaluatingBufferingRate));
+    EXPECT_EQ(with([](auto& f) { f.prerolled = false; }), waiting(Reason::evaluatingBufferingRate));
     EXPECT_EQ(with([](auto& f) { f.seeking = f.buffering = true; }), waiting(Reason::seeking));
     EXPECT_EQ(with([](auto& f) { f.buffering = true; }), waiting(Reason::toMinimizeStalls));
     // On the way back to playing after a pause that never took effect: still playing.

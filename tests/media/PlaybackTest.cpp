@@ -1,11 +1,16 @@
 // The GStreamer engine against the sample origin: statuses, seeks, selection, dates, metadata,
 // headers, keys, files and faults. Playback runs in real time; the tests wait by running the
 // main loop until a condition holds (or a deadline passes).
+#include <algorithm>
 #include <filesystem>
 #include <map>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include "zarvo/media/loopback/ResourceServer.h"
 #include "zarvo/media/model/AssetResourceLoader.h"
 #include "zarvo/media/model/ContentKeyRequest.h"
 #include "zarvo/media/model/MediaError.h"
@@ -429,6 +434,43 @@ TEST_F(PlaybackTest, RemovingTheItemStopsFetchingAndDestroyingThePlayerLeavesNot
         5s))
         << entriesIn("/proc/self/task") << " threads (" << threads << " before), "
         << entriesIn("/proc/self/fd") << " files (" << files << " before):" << openFiles();
+}
+
+// Clients that open a connection to the loopback server, send half a request head and stall
+// hold no server thread: the item plays on without waiting, and they are closed after a few
+// seconds of silence.
+TEST_F(PlaybackTest, SixtyFourClientsStallingMidHeadNeitherHoldPlaybackNorStayOpen) {
+    Watched vod(url("/vod/master.m3u8"));
+    vod.player->replaceCurrentItem(vod.item);
+    vod.player->play();
+    ASSERT_TRUE(waitFor([&] { return vod.playingPast(1); }));
+    const auto server = *Url::parse(ResourceServer::shared().baseUrl());
+    std::vector<int> stalled;
+    for (int i = 0; i < 64; ++i) {
+        const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(server.port().value_or(0)));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ASSERT_EQ(::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        const std::string half = "GET /" + std::to_string(i) + " HTTP/1.1\r\nHost: 127.0";
+        ASSERT_EQ(::send(fd, half.data(), half.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(half.size()));
+        stalled.push_back(fd);
+    }
+    const std::size_t controlsBefore = vod.controls.size();
+    const double from = vod.time();
+    ASSERT_TRUE(waitFor([&] { return vod.playingPast(from + 6); }));
+    EXPECT_EQ(vod.controls.size(), controlsBefore) << "playback never waited";
+    auto closedByServer = [](int fd) {
+        char byte = 0;
+        return ::recv(fd, &byte, 1, MSG_DONTWAIT) == 0;
+    };
+    EXPECT_TRUE(
+        waitFor([&] { return std::all_of(stalled.begin(), stalled.end(), closedByServer); }, 5s));
+    for (int fd : stalled) {
+        ::close(fd);
+    }
 }
 
 TEST_F(PlaybackTest, UnreachableAndMissingMastersFailTheItemWithTheirCause) {

@@ -265,7 +265,16 @@ TEST_F(ResourceSessionTest, OnlyWhatTheSessionWroteIsServed) {
     const std::string base = good.substr(0, good.find('/', tokenAt) + 1);
     EXPECT_EQ(get(base + "999999/x.ts").first, 404);
     EXPECT_EQ(get(base + "0x1/x.ts").first, 404);
-    EXPECT_GE(get(base + std::string(200'000, '1') + "/x.ts").first, 400);
+    EXPECT_EQ(get(base + std::string(200'000, '1') + "/x.ts").first, 414);
+    std::string manyFields = "GET " + good.substr(good.find('/', tokenAt - 1)) + " HTTP/1.1\r\n";
+    for (int i = 0; i < 100; ++i) {
+        manyFields += "X-Field-" + std::to_string(i) + ": 1\r\n";
+    }
+    EXPECT_EQ(statusLineFor(good, manyFields + "\r\n"),
+              "HTTP/1.1 431 Request Header Fields Too Large");
+    EXPECT_EQ(statusLineFor(good, "GET / HTTP/1.1\r\nX-Long: " + std::string(20'000, 'a')),
+              "HTTP/1.1 431 Request Header Fields Too Large");
+    EXPECT_EQ(statusLineFor(good, "GARBAGE\r\n\r\n"), "HTTP/1.1 400 Bad Request");
 
     const std::string path = good.substr(good.find('/', std::string("http://").size()));
     EXPECT_EQ(statusLineFor(good, "POST " + path +

@@ -5,6 +5,8 @@
 #include <limits>
 #include <unordered_map>
 
+#include "zarvo/media/loopback/HlsAttributeList.h"
+
 namespace zarvo {
 namespace {
 
@@ -12,75 +14,17 @@ using Rewriter = HlsPlaylistRewriter;
 using Kind = HlsPlaylistRewriter::ResourceKind;
 using ByteRange = HlsPlaylistRewriter::ByteRange;
 
+using AttributeList = HlsAttributeList;
+using Attribute = HlsAttributeList::Attribute;
+using Edit = HlsAttributeList::Edit;
+constexpr auto trim = &HlsAttributeList::trim;
+constexpr auto readInteger = &HlsAttributeList::readInteger;
+constexpr auto readDecimal = &HlsAttributeList::readDecimal;
+constexpr auto readDate = &HlsAttributeList::readDate;
+constexpr auto removal = &HlsAttributeList::removal;
+constexpr auto edited = &HlsAttributeList::edited;
 constexpr std::size_t npos = std::string_view::npos;
 constexpr std::int64_t kMaxInteger = std::numeric_limits<std::int64_t>::max();
-
-bool isBlank(char c) {
-    return c == ' ' || c == '\t';
-}
-
-std::string_view trim(std::string_view text) {
-    while (!text.empty() && isBlank(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isBlank(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
-// A decimal-integer (RFC 8216 section 4.2): ASCII digits only, within 63 bits.
-std::optional<std::int64_t> readInteger(std::string_view text) {
-    text = trim(text);
-    if (text.empty()) {
-        return std::nullopt;
-    }
-    std::int64_t value = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') {
-            return std::nullopt;
-        }
-        const int digit = c - '0';
-        if (value > (kMaxInteger - digit) / 10) {
-            return std::nullopt;
-        }
-        value = value * 10 + digit;
-    }
-    return value;
-}
-
-// A decimal-floating-point: ASCII digits with at most one '.', finite.
-std::optional<double> readDecimal(std::string_view text) {
-    text = trim(text);
-    bool digits = false;
-    int points = 0;
-    for (char c : text) {
-        if (c >= '0' && c <= '9') {
-            digits = true;
-        } else if (c == '.') {
-            ++points;
-        } else {
-            return std::nullopt;
-        }
-    }
-    if (!digits || points > 1) {
-        return std::nullopt;
-    }
-    double value = 0;
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size()) {
-        return std::nullopt;
-    }
-    return value;
-}
-
-std::optional<Date> readDate(std::string_view text) {
-    Date date;
-    if (!Date::parseIso8601(std::string(trim(text)), date)) {
-        return std::nullopt;
-    }
-    return date;
-}
 
 // "length[@offset]", as EXT-X-BYTERANGE and the BYTERANGE attributes write a range.
 struct WrittenRange {
@@ -151,139 +95,6 @@ std::string sanitized(std::string text) {
                 out += c;
         }
     }
-    return out;
-}
-
-// One attribute of an attribute list; positions are into the line.
-struct Attribute {
-    std::string_view name;
-    std::string_view value;      // without quotes; trimmed when unquoted
-    std::size_t separator = 0;   // the ',' before the attribute, npos for the first one
-    std::size_t begin = 0;       // the name
-    std::size_t valueBegin = 0;  // the value as written, quotes included
-    std::size_t valueEnd = 0;
-    std::size_t end = 0;  // the ',' after the attribute or the end of the line
-};
-
-// An attribute list (RFC 8216 section 4.2): NAME=VALUE pairs separated by commas, where a
-// quoted value may hold commas and '='. Items without '=' are skipped; text between a quoted
-// value and the next comma is ignored; a quote left open runs to the end of the line.
-class AttributeList {
-public:
-    AttributeList(std::string_view line, std::size_t pos) {
-        const std::size_t size = line.size();
-        std::size_t separator = npos;
-        while (pos < size) {
-            while (pos < size && isBlank(line[pos])) {
-                ++pos;
-            }
-            const std::size_t begin = pos;
-            while (pos < size && line[pos] != '=' && line[pos] != ',') {
-                ++pos;
-            }
-            if (pos == size) {
-                break;
-            }
-            if (line[pos] == ',') {
-                separator = pos++;
-                continue;
-            }
-            Attribute attribute;
-            attribute.name = trim(line.substr(begin, pos - begin));
-            attribute.separator = separator;
-            attribute.begin = begin;
-            ++pos;
-            while (pos < size && isBlank(line[pos])) {
-                ++pos;
-            }
-            attribute.valueBegin = pos;
-            if (pos < size && line[pos] == '"') {
-                const std::size_t close = line.find('"', pos + 1);
-                attribute.valueEnd = close == npos ? size : close + 1;
-                attribute.value = line.substr(pos + 1, (close == npos ? size : close) - pos - 1);
-                attribute.end = std::min(line.find(',', attribute.valueEnd), size);
-            } else {
-                attribute.end = std::min(line.find(',', pos), size);
-                attribute.value = trim(line.substr(pos, attribute.end - pos));
-                attribute.valueEnd = pos + attribute.value.size();
-            }
-            attributes_.push_back(attribute);
-            separator = attribute.end;
-            pos = attribute.end + 1;
-        }
-    }
-
-    const std::vector<Attribute>& all() const { return attributes_; }
-
-    // The first attribute of that name.
-    const Attribute* find(std::string_view name) const {
-        for (const Attribute& attribute : attributes_) {
-            if (attribute.name == name) {
-                return &attribute;
-            }
-        }
-        return nullptr;
-    }
-
-    std::optional<std::string> text(std::string_view name) const {
-        const Attribute* attribute = find(name);
-        return attribute ? std::optional<std::string>(attribute->value) : std::nullopt;
-    }
-
-    std::optional<std::int64_t> integer(std::string_view name) const {
-        const Attribute* attribute = find(name);
-        return attribute ? readInteger(attribute->value) : std::nullopt;
-    }
-
-    std::optional<double> decimal(std::string_view name) const {
-        const Attribute* attribute = find(name);
-        return attribute ? readDecimal(attribute->value) : std::nullopt;
-    }
-
-    std::optional<Date> date(std::string_view name) const {
-        const Attribute* attribute = find(name);
-        return attribute ? readDate(attribute->value) : std::nullopt;
-    }
-
-    bool yes(std::string_view name) const {
-        const Attribute* attribute = find(name);
-        return attribute && attribute->value == "YES";
-    }
-
-private:
-    std::vector<Attribute> attributes_;
-};
-
-// A replacement of line[begin, end).
-struct Edit {
-    std::size_t begin = 0;
-    std::size_t end = 0;
-    std::string text;
-};
-
-// The span that removing `attribute` takes out: with the comma before it, or for the first
-// attribute with the comma after it.
-Edit removal(const Attribute& attribute, std::size_t lineSize) {
-    if (attribute.separator != npos) {
-        return {attribute.separator, attribute.end, ""};
-    }
-    return {attribute.begin, std::min(attribute.end + 1, lineSize), ""};
-}
-
-std::string edited(std::string_view line, std::vector<Edit>& edits) {
-    std::sort(edits.begin(), edits.end(),
-              [](const Edit& a, const Edit& b) { return a.begin < b.begin; });
-    std::string out;
-    std::size_t pos = 0;
-    for (const Edit& edit : edits) {
-        // Removals of neighbouring attributes may share a comma.
-        if (edit.begin > pos) {
-            out.append(line.substr(pos, edit.begin - pos));
-        }
-        out += edit.text;
-        pos = std::max(pos, edit.end);
-    }
-    out.append(line.substr(pos));
     return out;
 }
 

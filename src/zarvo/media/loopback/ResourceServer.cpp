@@ -7,11 +7,10 @@
 #include <mutex>
 #include <pthread.h>
 #include <sys/random.h>
-#include <sys/socket.h>
 #include <thread>
+#include <vector>
 
-#include <httplib.h>
-
+#include "zarvo/media/loopback/LoopbackListener.h"
 #include "zarvo/media/loopback/ResourceSession.h"
 #include "zarvo/platform/FatalError.h"
 #include "zarvo/platform/Immortal.h"
@@ -20,57 +19,55 @@ namespace zarvo {
 
 namespace {
 
-// Workers that answer requests. SIGPIPE is blocked on them: a write to a connection the
-// pipeline closed fails with EPIPE instead of killing the process.
-class QuietThreadPool : public httplib::TaskQueue {
+// The threads that answer requests whose heads have arrived. A segment's answer holds its
+// thread while it streams, and a key request may wait for the application: there is room for
+// several players at once. Requests beyond the queue's bound are refused (503) rather than
+// kept. SIGPIPE is blocked on the threads, for the curl transfers they run.
+class Workers {
 public:
-    explicit QuietThreadPool(std::size_t count) {
+    using Task = std::function<void()>;
+    Workers(std::size_t count, std::size_t queueBound) : queueBound_(queueBound) {
         for (std::size_t i = 0; i < count; ++i) {
             threads_.emplace_back([this] { work(); });
         }
     }
-    ~QuietThreadPool() override { shutdown(); }
-
-    void enqueue(std::function<void()> task) override {
+    ~Workers() {
         {
             std::lock_guard lock(mutex_);
-            tasks_.push_back(std::move(task));
-        }
-        ready_.notify_one();
-    }
-
-    void shutdown() override {
-        {
-            std::lock_guard lock(mutex_);
-            if (stopping_) {
-                return;
-            }
             stopping_ = true;
+            tasks_.clear();
         }
         ready_.notify_all();
         for (auto& thread : threads_) {
-            if (thread.joinable()) {
-                thread.join();
-            }
+            thread.join();
         }
     }
 
-    static void blockSigpipe() {
-        sigset_t set;
-        sigemptyset(&set);
-        sigaddset(&set, SIGPIPE);
-        pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    // False when the queue is full.
+    bool enqueue(Task task) {
+        {
+            std::lock_guard lock(mutex_);
+            if (tasks_.size() >= queueBound_) {
+                return false;
+            }
+            tasks_.push_back(std::move(task));
+        }
+        ready_.notify_one();
+        return true;
     }
 
 private:
     void work() {
-        blockSigpipe();
+        sigset_t set;
+        sigemptyset(&set);
+        sigaddset(&set, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &set, nullptr);
         for (;;) {
-            std::function<void()> task;
+            Task task;
             {
                 std::unique_lock lock(mutex_);
                 ready_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
-                if (tasks_.empty()) {
+                if (stopping_) {
                     return;
                 }
                 task = std::move(tasks_.front());
@@ -80,16 +77,16 @@ private:
         }
     }
 
+    const std::size_t queueBound_;
     std::mutex mutex_;
     std::condition_variable ready_;
-    std::deque<std::function<void()>> tasks_;
+    std::deque<Task> tasks_;
     std::vector<std::thread> threads_;
     bool stopping_ = false;
 };
 
-// Each keep-alive connection holds a worker while it stays open, and a key request may wait
-// for the application: leave room for several players at once.
 constexpr std::size_t workerCount = 32;
+constexpr std::size_t queuedRequests = 256;
 
 std::string randomToken() {
     unsigned char bytes[16];
@@ -136,55 +133,41 @@ std::optional<std::pair<std::string_view, std::string_view>> splitPath(std::stri
 
 struct ResourceServer::Impl {
     std::mutex mutex;
-    httplib::Server server;
-    std::thread listener;
-    int port = 0;
     std::map<std::string, std::weak_ptr<ResourceSession>> sessions;
+    // Workers before the listener: the listener hands them work until it stops.
+    std::unique_ptr<Workers> workers;
+    std::unique_ptr<LoopbackListener> listener;
+    int port = 0;
 
     void start() {
-        server.new_task_queue = [] {
-            return new QuietThreadPool(workerCount);
-        };
-        // One request per connection: the server polls an idle kept-alive connection about
-        // a hundred times a second, which costs more CPU over a playback than a new loopback
-        // connection per request does.
-        server.set_keep_alive_max_count(1);
-        // Heads and bodies go out in separate writes: without this a small body waits for the
-        // client's delayed acknowledgement of the head (about 40 ms).
-        server.set_tcp_nodelay(true);
-        // A send buffer larger than the kernel's starting size lets a 512 KiB block of a segment
-        // go out in one call while the pipeline is still reading the last one (about 7% more
-        // throughput on a 100 MB segment). Accepted connections take it from the listener.
-        server.set_socket_options([](int socket) {
-            const int yes = 1;
-            setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-            const int sendBuffer = 4 << 20;
-            setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
-        });
-        // Every request is answered here, before httplib reads a body or routes: only GET and
-        // HEAD of a known token and reference get further than a look-up.
-        server.set_pre_routing_handler(
-            [this](const httplib::Request& request, httplib::Response& response) {
-                route(request, response);
-                return httplib::Server::HandlerResponse::Handled;
-            });
-        port = server.bind_to_any_port("127.0.0.1");
+        workers = std::make_unique<Workers>(workerCount, queuedRequests);
+        listener = std::make_unique<LoopbackListener>(
+            [this](std::unique_ptr<LoopbackConnection> connection, HttpRequestHead head) {
+                dispatch(std::move(connection), std::move(head));
+            },
+            LoopbackListener::Limits{});
+        port = listener->start();
         if (port <= 0) {
             fatalError("The media resource server cannot listen on 127.0.0.1.");
         }
-        listener = std::thread([this] {
-            QuietThreadPool::blockSigpipe();
-            server.listen_after_bind();
-        });
     }
 
-    void route(const httplib::Request& request, httplib::Response& response) {
-        if (request.method != "GET" && request.method != "HEAD") {
-            response.status = 405;
-            response.set_header("Allow", "GET, HEAD");
+    // On the listener's thread: only GET and HEAD go further, and then to a worker.
+    void dispatch(std::unique_ptr<LoopbackConnection> connection, HttpRequestHead head) {
+        if (head.method != "GET" && head.method != "HEAD") {
+            connection->refuse(405);
             return;
         }
-        const auto parts = splitPath(request.path);
+        auto shared = std::shared_ptr<LoopbackConnection>(std::move(connection));
+        auto request = std::make_shared<HttpRequestHead>(std::move(head));
+        if (!workers->enqueue([this, shared, request] { answer(*shared, *request); })) {
+            shared->refuse(503);
+        }
+    }
+
+    void answer(LoopbackConnection& connection, const HttpRequestHead& head) {
+        LoopbackResponse response;
+        const auto parts = splitPath(head.path());
         std::shared_ptr<ResourceSession> session;
         if (parts) {
             std::lock_guard lock(mutex);
@@ -193,11 +176,10 @@ struct ResourceServer::Impl {
                 session = found->second.lock();
             }
         }
-        if (!session) {
-            response.status = 404;
-            return;
+        if (session) {
+            session->handle(response, parts->second);
         }
-        session->handle(request, response, parts->second);
+        response.send(connection, head.method == "HEAD");
     }
 };
 
@@ -209,15 +191,13 @@ ResourceServer& ResourceServer::shared() {
 ResourceServer::ResourceServer() : impl_(std::make_unique<Impl>()) {}
 
 ResourceServer::~ResourceServer() {
-    if (impl_->listener.joinable()) {
-        impl_->server.stop();
-        impl_->listener.join();
-    }
+    impl_->listener.reset();
+    impl_->workers.reset();
 }
 
 std::string ResourceServer::baseUrl() {
     std::lock_guard lock(impl_->mutex);
-    if (!impl_->listener.joinable()) {
+    if (!impl_->listener) {
         impl_->start();
     }
     return "http://127.0.0.1:" + std::to_string(impl_->port);

@@ -11,9 +11,10 @@ class ResourceSession;
 // 127.0.0.1 only, on an ephemeral port, started on first use. Each playback registers a
 // session under a random 128-bit token; a path is "/<token>/<reference>/<name>", answered by
 // the session its token names for the reference it wrote. Any other path, or an unknown token,
-// gets 404, and any method but GET and HEAD 405, before a body is read. Requests run on the
-// server's own threads (with SIGPIPE blocked, so a pipeline that hangs up mid-answer cannot
-// kill the process).
+// gets 404, and any method but GET and HEAD 405, before a body is read. One thread reads every
+// request head (bounded in size and fields, with idle and overall time-outs: see
+// LoopbackListener); whole heads go to a bounded queue of worker threads, one answer per
+// connection. A pipeline that hangs up mid-answer fails a write; it cannot kill the process.
 class ResourceServer {
 public:
     static ResourceServer& shared();

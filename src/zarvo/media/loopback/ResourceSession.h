@@ -19,26 +19,27 @@
 #include "zarvo/platform/Error.h"
 #include "zarvo/platform/Url.h"
 
-namespace httplib {
-struct Request;
-struct Response;
-}  // namespace httplib
-
 namespace zarvo {
 
-class AssetResourceLoadingRequest;
 class DirectUrlConnections;
 class DirectUrlStream;
+class KeyHandler;
+class PackageFileHandler;
+class PlaylistHandler;
+class SegmentStreamHandler;
 class TransferGate;
 class UrlAsset;
+struct LoopbackResponse;
 
 // Everything one playback of an asset loads, served to the pipeline under one token of the
-// ResourceServer. Playlists are fetched (or taken from what the AssetLoader read ahead) and
-// rewritten so that each URI they name leads back here; segments stream through as they
-// arrive, fetched on the server thread that answers and never held whole; keys with an http(s) or
-// file URL are fetched, others become loading requests for the asset's resource loader. What it
-// learns on the way (the playlists it served, each transfer, failures) goes to its observer on the
-// observer's queue.
+// ResourceServer, from a table of the references it wrote itself. Each kind has its handler:
+// playlists are fetched (or taken from what the AssetLoader read ahead) and rewritten so that
+// each URI they name leads back here (PlaylistHandler); segments stream through from the origin
+// as they arrive, fetched on the server thread that answers and never held whole
+// (SegmentStreamHandler), or are read from inside the folder of an asset on disk
+// (PackageFileHandler); keys with an http(s) or file URL are fetched, others become loading
+// requests for the asset's resource loader (KeyHandler). What the session learns on the way (the
+// playlists it served, each transfer, failures) goes to its observer on the observer's queue.
 class ResourceSession : public std::enable_shared_from_this<ResourceSession> {
 public:
     // What a served URL stands for.
@@ -95,14 +96,16 @@ public:
 
     // The server's entry point for a request of this session that names one of its
     // references (on a server thread). A reference it never wrote gets 404.
-    void handle(const httplib::Request& request, httplib::Response& response,
-                std::string_view reference);
+    void handle(LoopbackResponse& response, std::string_view reference);
 
     // The URL under which this session serves `url` as `kind`: a short reference of its own,
     // the same for the same resource each time, so that the session serves only what it wrote
     // into the playlists it rewrote (and its entry).
     std::string urlFor(Kind kind, const Url& url,
                        const std::optional<HlsPlaylistRewriter::ByteRange>& range = {}) const;
+
+    // The media type a resource is served with, from its extension.
+    static std::string contentTypeFor(const Url& url);
 
     struct Token {
         explicit Token() = default;
@@ -111,40 +114,35 @@ public:
                     std::weak_ptr<Observer> observer, std::shared_ptr<DispatchQueue> queue);
 
 private:
-    struct KeyWait;
+    friend class KeyHandler;
+    friend class PackageFileHandler;
+    friend class PlaylistHandler;
+    friend class SegmentStreamHandler;
+
     struct Reference {
         Kind kind = Kind::other;
         Url url;
         std::optional<HlsPlaylistRewriter::ByteRange> range;
     };
 
-    void serve(const Reference& reference, httplib::Response& response);
+    // "<url>" or "<url>~<range offset>": one resource of a playlist.
+    static std::string resourceKey(const Url& url,
+                                   const std::optional<HlsPlaylistRewriter::ByteRange>& range);
 
+    // For the handlers, on server threads.
     // Starts a fetch through the loader and waits for it; nothing when the session closed first.
     std::optional<AssetLoader::Fetched> awaitFetch(
         const std::function<void(AssetLoader::FetchDone)>& start);
-    void servePlaylist(httplib::Response& response, Kind kind, const Url& url);
-    void serveStream(httplib::Response& response, Kind kind, const Url& url,
-                     const std::optional<HlsPlaylistRewriter::ByteRange>& range);
-    void serveFile(httplib::Response& response, Kind kind, const Url& url,
-                   const std::optional<HlsPlaylistRewriter::ByteRange>& range);
-    void serveKey(httplib::Response& response, const Url& url);
-    // Waits for a fetch through the loader; nothing when the session closed first.
-    std::optional<Data> fetchKeyOverNetwork(const Url& url, std::optional<Error>& error);
-    std::optional<Data> loadKeyThroughDelegate(const Url& url, std::optional<Error>& error);
-    struct SegmentFacts {
-        double duration = 0;                    // its EXTINF
-        std::optional<std::int64_t> bandwidth;  // of its variant, when the master names it
-    };
-    void rememberSegments(const PlaylistServed& served);
-    // What the playlists served say of a segment, by URL (and range offset).
-    std::optional<SegmentFacts> segmentFacts(const std::string& key) const;
-
+    // Waits until `done` holds (true) or the session closes (false); `done` runs under mutex_,
+    // and whoever makes it true calls wake().
+    bool waitUntil(const std::function<bool()>& done);
+    void wake() { changed_.notify_all(); }
     void notify(std::function<void(Observer&)> call);
     void recordFailure(const Error& error);
     // A failure that asking again cannot mend: it ends the playback.
     void failPlayback(const Error& error);
     bool isClosed() const;
+    // Streams from origins in flight, cancelled when the session closes.
     void track(const std::shared_ptr<DirectUrlStream>& stream);
     void untrack(const std::shared_ptr<DirectUrlStream>& stream);
 
@@ -154,6 +152,10 @@ private:
     const std::shared_ptr<DispatchQueue> observerQueue_;
     const std::shared_ptr<DirectUrlConnections> connections_;  // to origins, for segments
     const std::shared_ptr<TransferGate> gate_;
+    const std::unique_ptr<PlaylistHandler> playlists_;
+    const std::unique_ptr<SegmentStreamHandler> streams_;
+    const std::unique_ptr<PackageFileHandler> files_;
+    const std::unique_ptr<KeyHandler> keys_;
     std::string base_;  // "http://127.0.0.1:<port>/<token>"
     std::string token_;
     std::string entryUrl_;
@@ -161,11 +163,7 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     bool closed_ = false;
-    std::set<std::shared_ptr<DirectUrlStream>> streams_;
-    std::map<std::string, Data> keys_;                          // content keys by URI, once loaded
-    std::map<std::string, std::shared_ptr<KeyWait>> keyWaits_;  // loads in flight by URI
-    std::map<std::string, SegmentFacts> segments_;
-    std::map<std::string, std::int64_t> variantBandwidths_;  // by media playlist URL
+    std::set<std::shared_ptr<DirectUrlStream>> inFlight_;
     std::optional<Error> lastFailure_;
 
     // What the session wrote into its playlists, by reference number, and the number of each.
