@@ -43,7 +43,8 @@ TEST(HttpRequestHeadTest, RefusesMalformedAndOversizedHeadsWithTheirStatus) {
     const std::string longPath = "GET /" + std::string(HttpRequestHead::maxBytes, 'a');
     EXPECT_EQ(HttpRequestHead::progress(longPath), Progress::tooLarge);
     EXPECT_EQ(statusOf(longPath), 414);
-    const std::string longField = "GET / HTTP/1.1\r\nX: " + std::string(HttpRequestHead::maxBytes, 'a');
+    const std::string longField =
+        "GET / HTTP/1.1\r\nX: " + std::string(HttpRequestHead::maxBytes, 'a');
     EXPECT_EQ(statusOf(longField), 431);
     std::string fields = "GET / HTTP/1.1\r\n";
     for (std::size_t i = 0; i <= HttpRequestHead::maxFields; ++i) {

@@ -13,10 +13,6 @@
 
 namespace zarvo {
 
-namespace {
-
-}  // namespace
-
 // What the session learns reaches the playback through an observer of one item alone: news
 // still on its way when the next item comes is dropped with the observer.
 class GstPlayback::ItemObserver final : public ResourceSession::Observer {
@@ -226,8 +222,9 @@ void GstPlayback::playlistServed(const ResourceSession::PlaylistServed& served) 
     }
     timeline_.add(served.info.segments);
     const double position = currentPosition().isNumeric() ? currentPosition().seconds() : 0;
-    if (accessLog_.variantServed(served.url, AccessLogRecorder::playbackType(item_->asset()->url(), served.info),
-                                 position)) {
+    if (accessLog_.variantServed(
+            served.url, AccessLogRecorder::playbackType(item_->asset()->url(), served.info),
+            position)) {
         item_->updateAccessLog(key_, accessLog_.events(), true);
     }
     if (const auto& collectors = item_->metadataCollectors(); !collectors.empty()) {

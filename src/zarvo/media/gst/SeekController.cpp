@@ -20,8 +20,7 @@ constexpr double cancelledTransfersHold = 0.3;
 
 }  // namespace
 
-SeekController::SeekController(std::weak_ptr<Pipeline> pipeline)
-    : pipeline_(std::move(pipeline)) {}
+SeekController::SeekController(std::weak_ptr<Pipeline> pipeline) : pipeline_(std::move(pipeline)) {}
 
 std::optional<SeekController::Seek> SeekController::toStartOf(
     const HlsPlaylistRewriter::Result& playlist) {
@@ -33,8 +32,7 @@ std::optional<SeekController::Seek> SeekController::toStartOf(
         length += segment.duration;
     }
     const double offset = playlist.start->timeOffset;
-    const double position =
-        offset >= 0 ? std::min(offset, length) : std::max(length + offset, 0.0);
+    const double position = offset >= 0 ? std::min(offset, length) : std::max(length + offset, 0.0);
     constexpr std::int32_t nanosecondTimescale = 1000000000;
     return Seek{std::nullopt, MediaTime::make(position, nanosecondTimescale),
                 playlist.start->precise};
@@ -100,12 +98,12 @@ void SeekController::checkHeld(std::uint64_t generation) {
         // The transfers the seek cancelled stay held a while longer; those that start from
         // now on pass.
         const auto point = gate->passNewTransfers();
-        DispatchQueue::main()->asyncAfter(
-            cancelledTransfersHold, [weakGate = std::weak_ptr<TransferGate>(gate), point] {
-                if (auto gate = weakGate.lock()) {
-                    gate->releaseUpTo(point);
-                }
-            });
+        DispatchQueue::main()->asyncAfter(cancelledTransfersHold,
+                                          [weakGate = std::weak_ptr<TransferGate>(gate), point] {
+                                              if (auto gate = weakGate.lock()) {
+                                                  gate->releaseUpTo(point);
+                                              }
+                                          });
         if (auto pipeline = self->pipeline_.lock()) {
             pipeline->heldSeekSent();
         }

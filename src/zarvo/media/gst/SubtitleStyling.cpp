@@ -116,8 +116,7 @@ void SubtitleStyling::apply(GstElement* element, const Style& style) {
         return;
     }
     // Video never waits for subtitles: a rendition with nothing to say must not stall it.
-    g_object_set(element, "wait-text", FALSE, "silent", silent, "font-desc", font.c_str(),
-                 nullptr);
+    g_object_set(element, "wait-text", FALSE, "silent", silent, "font-desc", font.c_str(), nullptr);
     std::optional<TextStyleRule::Color> foreground;
     std::optional<TextStyleRule::Color> background;
     for (const auto& rule : style.rules) {

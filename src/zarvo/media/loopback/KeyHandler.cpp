@@ -29,9 +29,8 @@ std::variant<Data, Error> keyFrom(const AssetResourceLoadingRequest::Outcome& ou
                                   outcome.error->localizedDescription(),
                               outcome.error);
     }
-    const bool persistent =
-        outcome.contentType ==
-        AssetResourceLoadingContentInformationRequest::persistentContentKeyType;
+    const bool persistent = outcome.contentType ==
+                            AssetResourceLoadingContentInformationRequest::persistentContentKeyType;
     auto key = persistent ? ContentKeyRequest::contentKeyFromPersistentKey(outcome.data)
                           : ContentKeyRequest::contentKey(outcome.data);
     if (!key && !persistent) {
@@ -137,9 +136,9 @@ std::optional<Data> KeyHandler::loadThroughDelegate(const Url& url, std::optiona
                     return;
                 }
                 if (wait->request->cancel()) {
-                    settle(makeMediaError(MediaError::resourceLoadingFailed,
-                                          "The resource loader declined " + url.absoluteString() +
-                                              "."));
+                    settle(makeMediaError(
+                        MediaError::resourceLoadingFailed,
+                        "The resource loader declined " + url.absoluteString() + "."));
                 }
             });
     }

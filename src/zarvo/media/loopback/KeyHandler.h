@@ -31,7 +31,7 @@ private:
 
     ResourceSession& session_;
     // Guarded by the session's mutex, which its waits use.
-    std::map<std::string, Data> keys_;                      // by URI, once loaded
+    std::map<std::string, Data> keys_;                       // by URI, once loaded
     std::map<std::string, std::shared_ptr<KeyWait>> waits_;  // loads in flight by URI
 };
 

@@ -92,8 +92,8 @@ void LoopbackListener::run() {
             nearest = std::min({nearest, each.lastRead + limits_.idleReadSeconds,
                                 each.opened + limits_.headSeconds});
         }
-        const int timeout =
-            std::isinf(nearest) ? -1
+        const int timeout = std::isinf(nearest)
+                                ? -1
                                 : static_cast<int>(std::ceil(std::max(0.0, nearest - now()) * 1e3));
         if (::poll(polled.data(), polled.size(), timeout) < 0 && errno != EINTR) {
             return;

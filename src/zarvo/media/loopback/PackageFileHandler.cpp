@@ -58,7 +58,8 @@ void PackageFileHandler::serve(LoopbackResponse& response, ResourceSession::Kind
                 const auto want = static_cast<std::size_t>(
                     std::min<std::int64_t>(left, static_cast<std::int64_t>(buffer.size())));
                 const std::size_t got = std::fread(buffer.data(), 1, want, file->get());
-                if (got == 0 || !gate->write(ticket, [&] { return sink.write(buffer.data(), got); })) {
+                if (got == 0 ||
+                    !gate->write(ticket, [&] { return sink.write(buffer.data(), got); })) {
                     return false;
                 }
                 left -= static_cast<std::int64_t>(got);

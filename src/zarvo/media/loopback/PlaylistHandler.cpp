@@ -112,7 +112,8 @@ void PlaylistHandler::remember(const ResourceSession::PlaylistServed& served) {
     }
     for (const auto& segment : served.info.segments) {
         if (segment.url) {
-            segments_[ResourceSession::resourceKey(*segment.url, segment.byteRange)] = {segment.duration, bandwidth};
+            segments_[ResourceSession::resourceKey(*segment.url, segment.byteRange)] = {
+                segment.duration, bandwidth};
         }
     }
 }

@@ -155,10 +155,10 @@ void SegmentStreamHandler::serve(LoopbackResponse& response, ResourceSession::Ki
             [transfer](ResourceSession::Observer& observer) { observer.transferred(transfer); });
     };
     response.status = 200;
-    response.setProducer(length >= 0 ? std::optional(length) : std::nullopt,
-                         origin.mimeType().value_or(ResourceSession::contentTypeFor(url)),
-                         [answer](LoopbackBodySink& sink) { return answer->pass(sink); },
-                         std::move(release));
+    response.setProducer(
+        length >= 0 ? std::optional(length) : std::nullopt,
+        origin.mimeType().value_or(ResourceSession::contentTypeFor(url)),
+        [answer](LoopbackBodySink& sink) { return answer->pass(sink); }, std::move(release));
 }
 
 }  // namespace zarvo
