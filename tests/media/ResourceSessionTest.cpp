@@ -252,6 +252,21 @@ TEST_F(ResourceSessionTest, CloseEndsATransferWaitingOnTheOrigin) {
     EXPECT_EQ(get(served("/whole.ts")).first, 404);
 }
 
+// A live stream names new segments for as long as it plays: the session forgets the oldest
+// segments past a bound, never its playlists.
+TEST_F(ResourceSessionTest, ALongLiveSessionForgetsItsOldestSegmentsButNotItsPlaylists) {
+    const std::string playlist = session_->urlFor(Kind::variantPlaylist, url("/live.m3u8"));
+    const std::string first = served("/whole.ts");
+    EXPECT_EQ(get(first).first, 200);
+    for (int i = 0; i < 20000; ++i) {
+        served("/segment" + std::to_string(i) + ".ts");
+    }
+    EXPECT_EQ(get(first).first, 404);
+    EXPECT_EQ(session_->urlFor(Kind::variantPlaylist, url("/live.m3u8")), playlist);
+    EXPECT_NE(served("/whole.ts"), first) << "written again, it gets a new reference";
+    EXPECT_EQ(get(served("/whole.ts")).first, 200);
+}
+
 // The server answers only what a session wrote: a resource under another token, a reference
 // the session never wrote, a file outside the asset's folder, a method other than GET and HEAD
 // (before its body is read) and an oversized path are refused, and the session serves on.

@@ -18,6 +18,9 @@ namespace zarvo {
 
 namespace {
 
+// Segment references a session keeps: many times what any playlist names at once.
+constexpr std::size_t maxSegmentReferences = 16384;
+
 // The last path component, kept to safe characters so that the served URL still ends in the
 // resource's own name and extension.
 std::string safeName(const Url& url, ResourceSession::Kind kind) {
@@ -84,11 +87,20 @@ std::string ResourceSession::urlFor(
     std::size_t number = 0;
     {
         std::lock_guard lock(referencesMutex_);
-        auto [found, added] = referenceNumbers_.try_emplace(key, references_.size());
-        if (added) {
-            references_.push_back(Reference{kind, url, range});
-        }
+        auto [found, added] = referenceNumbers_.try_emplace(key, nextReference_);
         number = found->second;
+        if (added) {
+            references_.emplace(nextReference_++, Reference{kind, url, range});
+            if (kind == Kind::segment || kind == Kind::initializationSection ||
+                kind == Kind::other) {
+                segmentReferences_.push_back(found);
+            }
+            if (segmentReferences_.size() > maxSegmentReferences) {
+                references_.erase(segmentReferences_.front()->second);
+                referenceNumbers_.erase(segmentReferences_.front());
+                segmentReferences_.pop_front();
+            }
+        }
     }
     return base_ + "/" + std::to_string(number) + "/" + safeName(url, kind);
 }
@@ -189,8 +201,8 @@ void ResourceSession::handle(LoopbackResponse& response, std::string_view refere
     const auto [at, failure] = std::from_chars(reference.data(), end, number);
     if (failure == std::errc() && at == end) {
         std::lock_guard lock(referencesMutex_);
-        if (number < references_.size()) {
-            found = references_[number];
+        if (auto known = references_.find(number); known != references_.end()) {
+            found = known->second;
         }
     }
     response.status = 404;

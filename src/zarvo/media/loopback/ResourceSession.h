@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -167,9 +168,13 @@ private:
     std::optional<Error> lastFailure_;
 
     // What the session wrote into its playlists, by reference number, and the number of each.
+    // A live stream names new segments for as long as it plays: past a bound, the oldest
+    // segments' references go (the pipeline has long asked for them); playlists and keys stay.
     mutable std::mutex referencesMutex_;
-    mutable std::vector<Reference> references_;
+    mutable std::map<std::size_t, Reference> references_;
     mutable std::map<std::string, std::size_t> referenceNumbers_;
+    mutable std::deque<std::map<std::string, std::size_t>::iterator> segmentReferences_;
+    mutable std::size_t nextReference_ = 0;
 };
 
 }  // namespace zarvo
