@@ -15,6 +15,7 @@
 #include "zarvo/platform/RunLoop.h"
 
 #include "origin/SampleOrigin.h"
+#include "support/KeyRequestOutcome.h"
 #include "support/TempHome.h"
 
 namespace zarvo {
@@ -36,16 +37,8 @@ std::shared_ptr<ZMOfflineDownload> makeDownload(std::optional<Url> licenseUrl,
 
 // Offers a key request for `url` and waits for its outcome; nothing when it was declined.
 std::optional<Outcome> load(FPResourceLoaderDelegate& loader, const std::string& url) {
-    auto outcome = std::make_shared<std::optional<Outcome>>();
-    auto request = std::make_shared<AssetResourceLoadingRequest>(
-        UrlRequest(*Url::parse(url)), true, true,
-        [outcome](const Outcome& done) { *outcome = done; });
     auto asset = UrlAsset::make(*Url::parse("http://127.0.0.1:9/protected/master.m3u8"));
-    if (!loader.shouldWaitForLoadingOfRequestedResource(*asset->resourceLoader(), request)) {
-        return std::nullopt;
-    }
-    EXPECT_TRUE(RunLoop::main().runUntil([&] { return outcome->has_value(); }, 20s));
-    return *outcome;
+    return test::keyRequestOutcome(loader, *asset->resourceLoader(), url);
 }
 
 std::string failure(const Outcome& outcome) {

@@ -16,6 +16,7 @@
 #include "zarvo/platform/UserDefaults.h"
 
 #include "origin/SampleOrigin.h"
+#include "support/KeyRequestOutcome.h"
 #include "support/TempHome.h"
 
 namespace zarvo {
@@ -45,15 +46,7 @@ protected:
 
     // Offers a key request for `url` and waits for its outcome; nothing when it was declined.
     std::optional<Outcome> load(FairPlayAssetLoaderDelegate& loader, const std::string& url) {
-        auto outcome = std::make_shared<std::optional<Outcome>>();
-        auto request = std::make_shared<AssetResourceLoadingRequest>(
-            UrlRequest(*Url::parse(url)), true, true,
-            [outcome](const Outcome& done) { *outcome = done; });
-        if (!loader.shouldWaitForLoadingOfRequestedResource(*asset_->resourceLoader(), request)) {
-            return std::nullopt;
-        }
-        EXPECT_TRUE(RunLoop::main().runUntil([&] { return outcome->has_value(); }, 20s));
-        return *outcome;
+        return test::keyRequestOutcome(loader, *asset_->resourceLoader(), url);
     }
 
     static std::string failure(const Outcome& outcome) {
