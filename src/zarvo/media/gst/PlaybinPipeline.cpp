@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <thread>
 
 #include "zarvo/media/gst/GstPipelineSinks.h"
 #include "zarvo/media/gst/GstVideoOutputs.h"
@@ -19,7 +20,27 @@ MediaTime fromClockTime(gint64 nanoseconds) {
     return MediaTime(nanoseconds, nanosecondTimescale);
 }
 
+// Pipelines made so far. Each is counted after it is made and before it is hooked up, and each
+// call from a streaming thread reads the count first: that orders the making of a pipeline (and
+// of its listener) before the calls for the race detector, which does not see the locks under
+// which GStreamer hands the pipeline to its threads.
+std::atomic<std::uint64_t> pipelinesMade{0};
+
 }  // namespace
+
+// One call into the listener from a streaming thread.
+class PlaybinPipeline::StreamingCall {
+public:
+    explicit StreamingCall(gpointer data) : pipeline_(*static_cast<PlaybinPipeline*>(data)) {
+        pipelinesMade.load(std::memory_order_acquire);
+        pipeline_.streamingCalls_.fetch_add(1, std::memory_order_relaxed);
+    }
+    ~StreamingCall() { pipeline_.streamingCalls_.fetch_sub(1, std::memory_order_release); }
+    Listener& listener() const { return *pipeline_.streamingListener_; }
+
+private:
+    PlaybinPipeline& pipeline_;
+};
 
 std::variant<std::unique_ptr<PlaybinPipeline>, Error> PlaybinPipeline::make(
     std::weak_ptr<Listener> listener, const Settings& settings) {
@@ -28,6 +49,7 @@ std::variant<std::unique_ptr<PlaybinPipeline>, Error> PlaybinPipeline::make(
         return *error;
     }
     auto pipeline = std::make_unique<PlaybinPipeline>(Token{}, std::move(listener));
+    pipelinesMade.fetch_add(1, std::memory_order_release);
     pipeline->playbin_ = std::move(sinks.playbin);
     pipeline->windows_ = std::move(sinks.windows);
     if (pipeline->windows_) {
@@ -64,6 +86,9 @@ PlaybinPipeline::~PlaybinPipeline() {
     g_signal_handlers_disconnect_by_data(playbin_.get(), this);
     if (videoPad_ && probe_ != 0) {
         gst_pad_remove_probe(videoPad_.get(), probe_);
+    }
+    while (streamingCalls_.load(std::memory_order_acquire) != 0) {
+        std::this_thread::yield();
     }
 }
 
@@ -133,7 +158,7 @@ gboolean PlaybinPipeline::onBusMessage(GstBus*, GstMessage* message, gpointer da
 }
 
 GstBusSyncReply PlaybinPipeline::onSyncMessage(GstBus*, GstMessage* message, gpointer data) {
-    static_cast<PlaybinPipeline*>(data)->streamingListener_->syncMessage(message);
+    StreamingCall(data).listener().syncMessage(message);
     return GST_BUS_PASS;
 }
 
@@ -148,7 +173,7 @@ void PlaybinPipeline::onElementSetup(GstElement*, GstElement* element, gpointer 
         // keeping that close to the playing position lets an audio switch be heard soon.
         g_object_set(element, "high-watermark-time", demuxBufferingTime, nullptr);
     }
-    static_cast<PlaybinPipeline*>(data)->streamingListener_->elementSetUp(element);
+    StreamingCall(data).listener().elementSetUp(element);
 }
 
 void PlaybinPipeline::onOverlayChild(GstBin*, GstBin*, GstElement* element, gpointer data) {
@@ -156,7 +181,7 @@ void PlaybinPipeline::onOverlayChild(GstBin*, GstBin*, GstElement* element, gpoi
 }
 
 GstPadProbeReturn PlaybinPipeline::onVideoBuffer(GstPad*, GstPadProbeInfo*, gpointer data) {
-    static_cast<PlaybinPipeline*>(data)->streamingListener_->videoBuffer();
+    StreamingCall(data).listener().videoBuffer();
     return GST_PAD_PROBE_OK;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -73,7 +74,12 @@ private:
     static GstPadProbeReturn onVideoBuffer(GstPad* pad, GstPadProbeInfo* info, gpointer data);
 
     const std::weak_ptr<Listener> listener_;
+    // What streaming threads call, and the calls in progress: the destructor, once the
+    // pipeline has stopped, waits until none is left. GStreamer has stopped its threads by then;
+    // the wait makes that visible to the race detector too (see StreamingCall).
+    class StreamingCall;
     Listener* const streamingListener_;
+    std::atomic<int> streamingCalls_{0};
     GstRef<GstElement> playbin_;
     std::shared_ptr<GstVideoOutputs> windows_;  // none with a sink from the environment
     GstRef<GstPad> videoPad_;
