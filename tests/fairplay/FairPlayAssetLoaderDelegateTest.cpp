@@ -127,13 +127,9 @@ TEST_F(FairPlayAssetLoaderDelegateTest, PersistentKeysAreKeptInAPrivateFileAndAn
 
     // A request without a content-information request cannot take a persistent key.
     UserDefaults::standard()->removeObject("movie-7-Key");
-    std::optional<Outcome> bare;
-    auto request = std::make_shared<AssetResourceLoadingRequest>(
-        UrlRequest(*Url::parse("skd://zm-sample-1")), false, true,
-        [&bare](const Outcome& done) { bare = done; });
-    ASSERT_TRUE(
-        loader->shouldWaitForLoadingOfRequestedResource(*asset_->resourceLoader(), request));
-    ASSERT_TRUE(RunLoop::main().runUntil([&] { return bare.has_value(); }, 20s));
+    auto bare =
+        test::keyRequestOutcome(*loader, *asset_->resourceLoader(), "skd://zm-sample-1", false);
+    ASSERT_TRUE(bare);
     EXPECT_EQ(failure(*bare), "FairPlay initialization error with code 3");
 }
 

@@ -34,8 +34,8 @@ bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadli
 }
 
 // Whether the memory of the process tells what it holds: AddressSanitizer keeps freed blocks
-// in quarantine.
-#ifdef __SANITIZE_ADDRESS__
+// in quarantine, and ThreadSanitizer's shadow grows with every address the process touches.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool memoryTells = false;
 #else
 constexpr bool memoryTells = true;

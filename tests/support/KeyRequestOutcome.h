@@ -15,10 +15,12 @@
 
 namespace zarvo::test {
 
-// Offers a key request for `url` to `delegate` as `loader`'s delegate and runs the main loop
-// until it ends (the delegate may end it on a queue of its own); nothing when it was declined.
+// Offers a key request for `url` (with a content-information request, unless not
+// `withContentInformation`) to `delegate` as `loader`'s delegate and runs the main loop until
+// it ends (the delegate may end it on a queue of its own); nothing when it was declined.
 inline std::optional<AssetResourceLoadingRequest::Outcome> keyRequestOutcome(
-    AssetResourceLoaderDelegate& delegate, AssetResourceLoader& loader, const std::string& url) {
+    AssetResourceLoaderDelegate& delegate, AssetResourceLoader& loader, const std::string& url,
+    bool withContentInformation = true) {
     using Outcome = AssetResourceLoadingRequest::Outcome;
     struct Ended {
         std::mutex mutex;
@@ -26,7 +28,7 @@ inline std::optional<AssetResourceLoadingRequest::Outcome> keyRequestOutcome(
     };
     auto ended = std::make_shared<Ended>();
     auto request = std::make_shared<AssetResourceLoadingRequest>(
-        UrlRequest(*Url::parse(url)), true, true, [ended](const Outcome& done) {
+        UrlRequest(*Url::parse(url)), withContentInformation, true, [ended](const Outcome& done) {
             std::lock_guard lock(ended->mutex);
             ended->outcome = done;
         });
