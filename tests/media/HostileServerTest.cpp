@@ -2,6 +2,7 @@
 // never comes. Each fails the item with an error to the delegate, soon and without growing the
 // process; and a host that switches from item to item hears nothing of the items it left.
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -157,6 +158,43 @@ TEST_F(HostileServerTest, AServerThatNeverAnswersFailsTheItemAfterTheSessionTime
     const auto inner = recorder_->errors.front().innerError();
     ASSERT_TRUE(inner) << recorder_->errors.front().description();
     EXPECT_TRUE(isUrlError(*inner, UrlError::timedOut)) << inner->description();
+}
+
+// The pipeline waits for playlists and keys with a thread held, and stopping it waits for them:
+// leaving an item whose playlist or key is on its way from an origin that does not answer must
+// neither hold the host until the pipeline gives up on it nor break the pipeline, and the next
+// item plays.
+TEST_F(HostileServerTest, AnItemLeftWhileItsPlaylistOrKeyIsOnTheWayIsLeftAtOnce) {
+    test::StaticFileServer files(corpus_->directory());
+    const auto aes = corpus_->directory() / "aes";
+    const std::string playlist = *DataFile::read(aes / "index.m3u8");
+    Response silent = Response::text("");
+    silent.delaySeconds = 3600;  // until the server stops
+    const Response master =
+        Response::text("#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=300000\nindex.m3u8\n");
+    server_.on("/slow-playlist/master.m3u8", master);
+    server_.on("/slow-playlist/index.m3u8", silent);
+    server_.on("/slow-key/master.m3u8", master);
+    server_.on("/slow-key/index.m3u8", Response::text(playlist));
+    server_.on("/slow-key/key.bin", silent);
+    for (const auto& entry : std::filesystem::directory_iterator(aes)) {
+        if (entry.path().extension() == ".ts") {
+            Response segment = Response::text(*DataFile::read(entry.path()));
+            segment.contentType = "video/mp2t";
+            server_.on("/slow-key/" + entry.path().filename().string(), segment);
+        }
+    }
+    for (const std::string waitedOn : {"/slow-playlist/index.m3u8", "/slow-key/key.bin"}) {
+        SCOPED_TRACE(waitedOn);
+        open(server_.url(waitedOn.substr(0, waitedOn.rfind('/')) + "/master.m3u8"));
+        ASSERT_TRUE(server_.waitForRequests(waitedOn, 1, 10s));
+        // Time for the pipeline to ask for it as well, and wait.
+        waitFor([] { return false; }, 300ms);
+        const auto left = std::chrono::steady_clock::now();
+        open(files.url("/ts/index.m3u8"));
+        EXPECT_TRUE(waitFor([&] { return playing() && player_->currentTime() > 0.3; }, 5s));
+        EXPECT_LT(std::chrono::steady_clock::now() - left, 5s);
+    }
 }
 
 // A host that may switch items from inside a delegate call: the hook runs once, at the first

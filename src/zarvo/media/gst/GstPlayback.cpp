@@ -1,6 +1,7 @@
 #include "zarvo/media/gst/GstPlayback.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 
 #include "zarvo/media/loopback/AssetLoader.h"
@@ -292,14 +293,21 @@ void GstPlayback::releasePipeline() {
     subtitles_.forgetOverlays();
 }
 
-void GstPlayback::tearDownItem() {
+void GstPlayback::closeResourcesThenStop() {
+    // Closing answers every request the demuxer waits on at once; it is stopped once it has
+    // read them, as it cannot be stopped safely while it waits for a playlist or a key.
+    if (resources_) {
+        resources_->close();
+        resources_->awaitAnswersRead(std::chrono::seconds(1));
+    }
     if (pipeline_) {
         gst_element_set_state(pipeline_->element(), GST_STATE_NULL);
     }
-    if (resources_) {
-        resources_->close();
-        resources_.reset();
-    }
+}
+
+void GstPlayback::tearDownItem() {
+    closeResourcesThenStop();
+    resources_.reset();
     itemObserver_.reset();
     accessLog_.setPlaying(false);
     // The collection and its demuxer go with the item that they played.
@@ -390,11 +398,8 @@ void GstPlayback::failItem(const Error& error) {
     }
     itemFailed_ = true;
     auto item = item_;
-    if (resources_) {
-        resources_->close();
-    }
+    closeResourcesThenStop();
     if (pipeline_) {
-        gst_element_set_state(pipeline_->element(), GST_STATE_NULL);
         currentState_ = GST_STATE_NULL;
         requestedState_ = GST_STATE_NULL;
     }

@@ -79,6 +79,7 @@ private:
 
     bool ensurePipeline();
     void releasePipeline();
+    void closeResourcesThenStop();
     void tearDownItem();
     void selectionsLoaded(const std::optional<Error>& error);
     MediaTime currentPosition() const;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -76,6 +77,28 @@ bool LoopbackConnection::drain() {
             continue;
         }
         return got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
+    }
+}
+
+void LoopbackConnection::awaitHangUp(int limitMs) {
+    using Clock = std::chrono::steady_clock;
+    ::shutdown(socket_, SHUT_WR);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(limitMs);
+    char buffer[4096];
+    for (;;) {
+        const ssize_t got = ::recv(socket_, buffer, sizeof buffer, MSG_DONTWAIT);
+        if (got == 0 || (got < 0 && errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK)) {
+            return;
+        }
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (left <= 0) {
+            return;
+        }
+        if (got < 0) {
+            pollfd wait{socket_, POLLIN, 0};
+            ::poll(&wait, 1, static_cast<int>(left));
+        }
     }
 }
 

@@ -34,6 +34,9 @@ public:
     void refuse(int status);
     // Reads and drops what has arrived; false once the peer has closed.
     bool drain();
+    // Ends the sending side and waits, up to `limitMs`, until the client has closed its side:
+    // by then it has taken in the whole answer.
+    void awaitHangUp(int limitMs);
 
 private:
     const int socket_;

@@ -35,6 +35,9 @@ struct LoopbackResponse {
     Producer producer;
     std::optional<std::int64_t> length;  // of a produced body; none: chunked
     Release release;
+    // The client waits for this answer with a thread held (a playlist or a key): the server
+    // counts it as given only once the client has hung up on it.
+    bool readBeforeDone = false;
 
     void setField(std::string name, std::string value);
     void setContent(std::string body, std::string type);

@@ -86,6 +86,8 @@ private:
 };
 
 constexpr std::size_t workerCount = 32;
+// How long an answer that is read before it counts waits for its client to hang up.
+constexpr int hangUpLimitMs = 500;
 constexpr std::size_t queuedRequests = 256;
 
 std::string randomToken() {
@@ -175,11 +177,27 @@ struct ResourceServer::Impl {
             if (found != sessions.end()) {
                 session = found->second.lock();
             }
+            // Counted while the session is still listed: once it is closed and gone from the
+            // list, no answer of it that was not counted is under way.
+            if (session) {
+                session->answerBegan();
+            }
         }
-        if (session) {
-            session->handle(response, parts->second);
+        if (!session) {
+            response.send(connection, head.method == "HEAD");
+            return;
         }
-        response.send(connection, head.method == "HEAD");
+        session->handle(response, parts->second);
+        if (!response.readBeforeDone) {
+            // A segment's body may wait for room in a paused pipeline: it is not waited for.
+            session->answerEnded();
+            response.send(connection, head.method == "HEAD");
+            return;
+        }
+        if (response.send(connection, head.method == "HEAD")) {
+            connection.awaitHangUp(hangUpLimitMs);
+        }
+        session->answerEnded();
     }
 };
 

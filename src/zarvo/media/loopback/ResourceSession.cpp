@@ -147,6 +147,24 @@ void ResourceSession::close() {
     keys_->close();
 }
 
+bool ResourceSession::awaitAnswersRead(std::chrono::milliseconds limit) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, limit, [this] { return answering_ == 0; });
+}
+
+void ResourceSession::answerBegan() {
+    std::lock_guard lock(mutex_);
+    ++answering_;
+}
+
+void ResourceSession::answerEnded() {
+    {
+        std::lock_guard lock(mutex_);
+        --answering_;
+    }
+    changed_.notify_all();
+}
+
 bool ResourceSession::isClosed() const {
     std::lock_guard lock(mutex_);
     return closed_;
@@ -206,7 +224,20 @@ void ResourceSession::handle(LoopbackResponse& response, std::string_view refere
         }
     }
     response.status = 404;
-    if (!found || isClosed()) {
+    if (!found) {
+        return;
+    }
+    switch (found->kind) {
+        case Kind::master:
+        case Kind::variantPlaylist:
+        case Kind::renditionPlaylist:
+        case Kind::key:
+            response.readBeforeDone = true;
+            break;
+        default:
+            break;
+    }
+    if (isClosed()) {
         return;
     }
     const Url& url = found->url;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -88,6 +89,14 @@ public:
     // Stops serving: transfers in flight are cancelled, loading requests the delegate holds
     // are cancelled (it is told), waiting requests are let go; later requests get 404.
     void close();
+    // After close(): waits, up to `limit`, until every answer to a playlist or key request that
+    // was under way has been given and read. The pipeline's demuxer waits for those with a thread of
+    // its own and takes one that it stops mid-way for a complete one, so the pipeline is stopped
+    // only after this. False when the limit passed first.
+    bool awaitAnswersRead(std::chrono::milliseconds limit);
+    // The server's count of requests of this session being answered (on its threads).
+    void answerBegan();
+    void answerEnded();
     // The last resource that could not be served and why. The pipeline may get over it (it
     // retries); when it does not, this explains its error. Kept before the answer goes out, so
     // it is there by the time the pipeline reports the answer.
@@ -164,6 +173,7 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     bool closed_ = false;
+    std::size_t answering_ = 0;
     std::set<std::shared_ptr<DirectUrlStream>> inFlight_;
     std::optional<Error> lastFailure_;
 
