@@ -5,6 +5,9 @@ function(zm_folder_library name folder)
   file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/zarvo/${folder}/*.cpp)
   if(sources)
     add_library(${name} STATIC ${sources})
+    # Compiled hidden: the shared library exports only what is marked ZARVO_EXPORT.
+    set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden
+                                             VISIBILITY_INLINES_HIDDEN ON)
     target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(${name} PUBLIC ${ARG_DEPS})
     set(scope PUBLIC)

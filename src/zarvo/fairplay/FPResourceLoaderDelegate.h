@@ -8,6 +8,7 @@
 #include "zarvo/media/model/AssetResourceLoaderDelegate.h"
 #include "zarvo/platform/Data.h"
 #include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/UrlRequest.h"
 
 namespace zarvo {
@@ -24,8 +25,9 @@ class ZMOfflineDownload;
 // Requests are handled one after another on `resourceLoadingRequestQueue`, which blocks while
 // the certificate and licence requests run. The download is held weakly; handling a request
 // after it went away, or for a key URL without a host, stops the process.
-class FPResourceLoaderDelegate : public AssetResourceLoaderDelegate,
-                                 public std::enable_shared_from_this<FPResourceLoaderDelegate> {
+class ZARVO_EXPORT FPResourceLoaderDelegate
+    : public AssetResourceLoaderDelegate,
+      public std::enable_shared_from_this<FPResourceLoaderDelegate> {
 public:
     static std::shared_ptr<FPResourceLoaderDelegate> make(
         const std::shared_ptr<ZMOfflineDownload>& download);

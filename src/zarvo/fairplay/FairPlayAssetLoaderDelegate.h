@@ -10,6 +10,7 @@
 
 #include "zarvo/media/model/AssetResourceLoaderDelegate.h"
 #include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 #include "zarvo/platform/UrlRequest.h"
 
@@ -25,7 +26,7 @@ class UrlAsset;
 // `documentUrl` (its name in the user defaults under `assetName` + "-Key"), and answers later
 // requests from that file without the network. Failures end the request with the
 // "ZMPlayerErrorDomain" error 10 and the number of the step that failed.
-class FairPlayAssetLoaderDelegate
+class ZARVO_EXPORT FairPlayAssetLoaderDelegate
     : public AssetResourceLoaderDelegate,
       public std::enable_shared_from_this<FairPlayAssetLoaderDelegate> {
 public:

@@ -7,11 +7,12 @@
 #include <vector>
 
 #include "zarvo/hls/MediaPlaylist.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // A master playlist: its variants in the order of their URI lines.
-class MasterPlaylist {
+class ZARVO_EXPORT MasterPlaylist {
 public:
     std::vector<std::shared_ptr<MediaPlaylist>> playlists;
     std::optional<std::string> path;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "zarvo/hls/MediaSegment.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
@@ -14,7 +15,7 @@ class MasterPlaylist;
 
 // A variant of a master playlist and, once parsed, its media playlist: the header values
 // and the segments it owns.
-class MediaPlaylist {
+class ZARVO_EXPORT MediaPlaylist {
 public:
     std::weak_ptr<MasterPlaylist> masterPlaylist;  // the master that listed it (not owned)
     std::int64_t programId = 0;

@@ -5,12 +5,14 @@
 #include <optional>
 #include <string>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 class MediaPlaylist;
 
 // One segment of a media playlist: its "#EXTINF" values, byte range and URI line.
-class MediaSegment {
+class ZARVO_EXPORT MediaSegment {
 public:
     std::weak_ptr<MediaPlaylist> mediaPlaylist;  // the playlist that lists it (not owned)
     std::optional<float> duration;               // seconds

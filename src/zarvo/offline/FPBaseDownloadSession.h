@@ -14,6 +14,7 @@
 #include "zarvo/offline/ZMOfflineDownload.h"
 #include "zarvo/offline/ZMOfflineDownloadResult.h"
 #include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/UrlSessionConfiguration.h"
 
 namespace zarvo {
@@ -21,8 +22,9 @@ namespace zarvo {
 // Owns the background download session "FairPlayDownloads", the tasks it runs for downloads,
 // and the reactions to the session's callbacks (location, progress, completion). Made through
 // a subclass's make(), which creates the session with this object as its delegate.
-class FPBaseDownloadSession : public AssetDownloadDelegate,
-                              public std::enable_shared_from_this<FPBaseDownloadSession> {
+class ZARVO_EXPORT FPBaseDownloadSession
+    : public AssetDownloadDelegate,
+      public std::enable_shared_from_this<FPBaseDownloadSession> {
 public:
     using Task = std::shared_ptr<AggregateAssetDownloadTask>;
     static constexpr const char* backgroundIdentifier = "FairPlayDownloads";

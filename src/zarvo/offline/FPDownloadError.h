@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
@@ -28,7 +29,8 @@ inline constexpr const char* fpDownloadErrorDomain = "FPDownloadErrorDomain";
 
 // An Error in fpDownloadErrorDomain with a description of the case; `inner` (the wrapped error
 // of unexpectedError) is kept as its inner error and named in its description.
-Error makeFPDownloadError(FPDownloadError code, std::optional<Error> inner = std::nullopt);
-bool isFPDownloadError(const Error& error, FPDownloadError code);
+ZARVO_EXPORT Error makeFPDownloadError(FPDownloadError code,
+                                       std::optional<Error> inner = std::nullopt);
+ZARVO_EXPORT bool isFPDownloadError(const Error& error, FPDownloadError code);
 
 }  // namespace zarvo

@@ -3,12 +3,13 @@
 #include <memory>
 
 #include "zarvo/offline/FPBaseDownloadSession.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // The download session: aggregate tasks with every chosen media selection in one task, and
 // re-adoption of the tasks that outlived their process.
-class FPDownloadSession11 : public FPBaseDownloadSession {
+class ZARVO_EXPORT FPDownloadSession11 : public FPBaseDownloadSession {
 public:
     static std::shared_ptr<FPDownloadSession11> make(
         std::shared_ptr<FPDownloadsStoreProtocol> store,

@@ -10,12 +10,13 @@
 #include "zarvo/offline/FPDownloadsStoreProtocol.h"
 #include "zarvo/offline/ZMOfflineDownload.h"
 #include "zarvo/offline/ZMOfflineDownloadResult.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // Runs the stored downloads one at a time, in the order they were made, and applies pause,
 // resume, cancel and restart to them, persisting every change.
-class FPDownloader : public std::enable_shared_from_this<FPDownloader> {
+class ZARVO_EXPORT FPDownloader : public std::enable_shared_from_this<FPDownloader> {
 public:
     using Completion = std::function<void(const std::shared_ptr<ZMOfflineDownload>&)>;
 

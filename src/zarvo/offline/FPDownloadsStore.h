@@ -9,6 +9,7 @@
 #include "zarvo/offline/FPDownloadsStoreProtocol.h"
 #include "zarvo/platform/DispatchSemaphore.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/UserDefaults.h"
 
 namespace zarvo {
@@ -23,7 +24,7 @@ namespace zarvo {
 //
 // A save that cannot be written leaves the stored value as it was, is logged and kept as
 // lastSaveError(), and is written again, whole, by the next save.
-class FPDownloadsStore : public FPDownloadsStoreProtocol {
+class ZARVO_EXPORT FPDownloadsStore : public FPDownloadsStoreProtocol {
 public:
     static constexpr const char* DownloadsJsonKey = "DownloadsJson";
     static constexpr const char* UnreadableDownloadsJsonKey = "DownloadsJson.unreadable";

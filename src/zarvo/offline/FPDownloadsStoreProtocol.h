@@ -9,6 +9,7 @@
 
 #include "zarvo/offline/ZMOfflineDownload.h"
 #include "zarvo/offline/ZMOfflineDownloadState.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 
 namespace zarvo {
@@ -16,7 +17,7 @@ namespace zarvo {
 // The persistent list of offline downloads, as the downloader, session and manager use it.
 // The downloads handed out are the stored instances themselves: callers change them in place
 // and then call update() to persist the whole list.
-class FPDownloadsStoreProtocol {
+class ZARVO_EXPORT FPDownloadsStoreProtocol {
 public:
     virtual ~FPDownloadsStoreProtocol() = default;
 

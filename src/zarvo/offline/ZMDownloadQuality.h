@@ -4,10 +4,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // A video quality that can be downloaded, with its estimated sizes in bytes.
-struct ZMDownloadQuality {
+struct ZARVO_EXPORT ZMDownloadQuality {
     std::uint64_t width = 0;
     std::uint64_t height = 0;
     std::uint64_t bitrate = 0;  // bits per second

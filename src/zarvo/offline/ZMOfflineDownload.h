@@ -11,6 +11,7 @@
 
 #include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/offline/ZMOfflineDownloadState.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Json.h"
 #include "zarvo/platform/Url.h"
 #include "zarvo/platform/UrlQueryItem.h"
@@ -27,7 +28,7 @@ class FPResourceLoaderDelegate;
 // and the key loader refer to the same instance and change it in place. The mutable fields are
 // guarded by the object's own mutex, so a save may encode a download while another thread
 // changes it.
-class ZMOfflineDownload {
+class ZARVO_EXPORT ZMOfflineDownload {
 public:
     using List = std::vector<std::shared_ptr<ZMOfflineDownload>>;
 

@@ -5,13 +5,14 @@
 #include <utility>
 
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 class ZMOfflineDownload;
 
 // How a download ended: success(download) or error(download, error).
-class ZMOfflineDownloadResult {
+class ZARVO_EXPORT ZMOfflineDownloadResult {
 public:
     static ZMOfflineDownloadResult success(std::shared_ptr<ZMOfflineDownload> download) {
         return ZMOfflineDownloadResult(std::move(download), std::nullopt);

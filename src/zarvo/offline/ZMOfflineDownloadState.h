@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // The life-cycle state of an offline download. The raw values are stored in the downloads JSON.
@@ -16,13 +18,14 @@ enum class ZMOfflineDownloadState : std::int64_t {
 };
 
 // The state with this raw value; nothing for values outside 0 to 4.
-std::optional<ZMOfflineDownloadState> offlineDownloadStateFromRawValue(std::int64_t rawValue);
+ZARVO_EXPORT std::optional<ZMOfflineDownloadState> offlineDownloadStateFromRawValue(
+    std::int64_t rawValue);
 
 inline std::int64_t rawValue(ZMOfflineDownloadState state) {
     return static_cast<std::int64_t>(state);
 }
 
 // The case name: "waiting", "paused", "completed", "downloading" or "failed".
-std::string name(ZMOfflineDownloadState state);
+ZARVO_EXPORT std::string name(ZMOfflineDownloadState state);
 
 }  // namespace zarvo

@@ -6,14 +6,15 @@
 #include "zarvo/offline/FPDownloader.h"
 #include "zarvo/offline/FPDownloadsStoreProtocol.h"
 #include "zarvo/offline/ZMOfflineManagerProtocol.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // The offline downloads' entry point: queues downloads, applies pause, resume, cancel and
 // restart, lists them, purges those whose files are gone, and turns the downloader's events
 // into delegate calls. Creating it takes back the downloads a previous process left running.
-class ZMOfflineManager : public ZMOfflineManagerProtocol,
-                         public std::enable_shared_from_this<ZMOfflineManager> {
+class ZARVO_EXPORT ZMOfflineManager : public ZMOfflineManagerProtocol,
+                                      public std::enable_shared_from_this<ZMOfflineManager> {
 public:
     static std::shared_ptr<ZMOfflineManager> make(
         std::shared_ptr<FPDownloadsStoreProtocol> database);

@@ -5,6 +5,7 @@
 
 #include "zarvo/offline/ZMOfflineDownload.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
@@ -12,7 +13,7 @@ class ZMOfflineManagerProtocol;
 
 // What the offline manager tells the application. Download events come on the main queue;
 // didFind on the global queue of findEmpty(); cancel, restart and pause on the caller's thread.
-class ZMOfflineManagerDelegate {
+class ZARVO_EXPORT ZMOfflineManagerDelegate {
 public:
     virtual ~ZMOfflineManagerDelegate() = default;
     // Progress or location changed.

@@ -11,12 +11,13 @@
 #include "zarvo/offline/ZMOfflineDownload.h"
 #include "zarvo/offline/ZMOfflineManagerDelegate.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 
 namespace zarvo {
 
 // The offline downloads as the application drives them.
-class ZMOfflineManagerProtocol {
+class ZARVO_EXPORT ZMOfflineManagerProtocol {
 public:
     using Competion = std::function<void(const std::shared_ptr<ZMOfflineDownload>& download,
                                          const std::optional<Error>& error)>;

@@ -5,6 +5,7 @@
 
 #include "zarvo/offline/ZMOfflineDownload.h"
 #include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/source/ZMPlaybackSource.h"
 #include "zarvo/source/ZMPlaybackSourceOptions.h"
 
@@ -14,7 +15,7 @@ class FPResourceLoaderDelegate;
 
 // Plays a download's package from disk, its keys served by the offline key loader from the
 // download's key directory.
-class ZMOfflinePlaybackSource : public ZMPlaybackSource {
+class ZARVO_EXPORT ZMOfflinePlaybackSource : public ZMPlaybackSource {
 public:
     ZMOfflinePlaybackSource(std::shared_ptr<ZMOfflineDownload> download,
                             const std::optional<ZMPlaybackSourceOptions>& options = std::nullopt);

@@ -11,6 +11,7 @@
 #include "zarvo/hls/MasterPlaylist.h"
 #include "zarvo/offline/ZMDownloadQuality.h"
 #include "zarvo/offline/ZMOfflineSize.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 #include "zarvo/source/MainHLSInfo.h"
 
@@ -19,7 +20,8 @@ namespace zarvo {
 // Inspects a stream before it is downloaded: its video qualities with estimated sizes,
 // whether it has a Polish rendition, and the line groups of its master playlist. Everything
 // is empty (or false) until loadPlaylist() has succeeded.
-class ZMOfflineStreamInfoReader : public std::enable_shared_from_this<ZMOfflineStreamInfoReader> {
+class ZARVO_EXPORT ZMOfflineStreamInfoReader
+    : public std::enable_shared_from_this<ZMOfflineStreamInfoReader> {
 public:
     static std::shared_ptr<ZMOfflineStreamInfoReader> make(Url url);
 

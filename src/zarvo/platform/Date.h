@@ -3,10 +3,12 @@
 #include <compare>
 #include <string>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // A point in wall-clock time: seconds since 1970-01-01 00:00:00 UTC.
-class Date {
+class ZARVO_EXPORT Date {
 public:
     // Seconds from 1970-01-01 to the reference date 2001-01-01 00:00:00 UTC.
     static constexpr double referenceDateOffset = 978307200.0;

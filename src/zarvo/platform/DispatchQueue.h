@@ -6,6 +6,7 @@
 #include <string>
 #include <type_traits>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Scheduler.h"
 
 namespace zarvo {
@@ -14,7 +15,7 @@ namespace zarvo {
 // main() runs on GLib's default main context (the thread driving RunLoop::main());
 // global() is concurrent. Items may block (on semaphores, network answers) without stalling
 // other queues.
-class DispatchQueue : public std::enable_shared_from_this<DispatchQueue> {
+class ZARVO_EXPORT DispatchQueue : public std::enable_shared_from_this<DispatchQueue> {
 public:
     virtual ~DispatchQueue() = default;
 

@@ -4,12 +4,13 @@
 #include <memory>
 #include <mutex>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Scheduler.h"
 
 namespace zarvo {
 
 // A counting semaphore. wait() blocks until the count is positive, then decrements it.
-class DispatchSemaphore {
+class ZARVO_EXPORT DispatchSemaphore {
 public:
     enum class WaitResult { success, timedOut };
 

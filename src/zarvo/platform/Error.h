@@ -5,12 +5,14 @@
 #include <optional>
 #include <string>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // An error value: a domain, an integer code and user info. The user info carries the
 // localized description under `localizedDescriptionKey` and, optionally, the error that
 // caused this one under `innerErrorKey`.
-class Error {
+class ZARVO_EXPORT Error {
 public:
     using UserInfo = std::map<std::string, std::string>;
 

@@ -5,13 +5,14 @@
 #include <utility>
 #include <vector>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 
 namespace zarvo {
 
 // The response to an HTTP request: the final URL (after redirects), status and headers of
 // the last response.
-struct HttpUrlResponse {
+struct ZARVO_EXPORT HttpUrlResponse {
     Url url;
     int statusCode = 0;
     std::vector<std::pair<std::string, std::string>> headers;

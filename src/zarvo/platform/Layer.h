@@ -3,13 +3,14 @@
 #include <functional>
 #include <optional>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Rect.h"
 
 namespace zarvo {
 
 // What draws the content of a View: the view tells it where (its native window, when it has
 // one) and how big, on the main thread. A plain layer draws nothing over the background.
-class Layer {
+class ZARVO_EXPORT Layer {
 public:
     using NativeWindowHandle = unsigned long;  // an X11 window
 

@@ -6,11 +6,13 @@
 #include <utility>
 #include <vector>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // A locale named by its identifier ("pl", "en-US", "pl_PL"), and language facts of the
 // user's environment and of language identifiers.
-class Locale {
+class ZARVO_EXPORT Locale {
 public:
     Locale() = default;
     explicit Locale(std::string identifier) : identifier_(std::move(identifier)) {}

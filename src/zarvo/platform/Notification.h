@@ -5,11 +5,13 @@
 #include <memory>
 #include <string>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // A notification posted through a NotificationCenter: a name, the object it concerns and
 // optional user info.
-struct Notification {
+struct ZARVO_EXPORT Notification {
     std::string name;
     // The object, as the poster gave it (typically a std::shared_ptr of its own type).
     std::any object;

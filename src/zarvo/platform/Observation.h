@@ -3,12 +3,14 @@
 #include <functional>
 #include <utility>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // A registration that lasts as long as its token: destroying the token or calling
 // invalidate() ends it, after which the observed object no longer calls the handler.
 // Tokens move but do not copy.
-class Observation {
+class ZARVO_EXPORT Observation {
 public:
     Observation() = default;
     // `end` runs once, when the token is invalidated or destroyed.

@@ -5,13 +5,14 @@
 #include <memory>
 
 #include "zarvo/platform/Date.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 class DispatchQueue;
 
 // A piece of work waiting in a scheduler. Dropping the handle does not cancel the work.
-class ScheduledWork {
+class ZARVO_EXPORT ScheduledWork {
 public:
     virtual ~ScheduledWork() = default;
     virtual void cancel() = 0;
@@ -21,7 +22,7 @@ public:
 // The source of time for everything that waits: timers, asyncAfter, semaphore time-outs,
 // retry delays. Production code uses Scheduler::standard(); tests install a ManualScheduler
 // and advance its time instead of sleeping.
-class Scheduler {
+class ZARVO_EXPORT Scheduler {
 public:
     using Duration = std::chrono::duration<double>;  // seconds
 
@@ -43,7 +44,7 @@ public:
 };
 
 // Replaces Scheduler::standard() for its lifetime.
-class ScopedStandardScheduler {
+class ZARVO_EXPORT ScopedStandardScheduler {
 public:
     explicit ScopedStandardScheduler(std::shared_ptr<Scheduler> scheduler);
     ~ScopedStandardScheduler();

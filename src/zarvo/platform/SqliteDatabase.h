@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/SqliteStatement.h"
 
 struct sqlite3;
@@ -14,7 +15,7 @@ namespace zarvo {
 
 // One SQLite connection (RAII: closed on destruction) with a cache of prepared statements.
 // Not thread-safe: the owner serialises use, for example with a mutex.
-class SqliteDatabase {
+class ZARVO_EXPORT SqliteDatabase {
 public:
     struct Options {
         bool readOnly = false;

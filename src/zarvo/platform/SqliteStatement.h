@@ -5,13 +5,15 @@
 #include <string>
 #include <string_view>
 
+#include "zarvo/platform/Export.h"
+
 struct sqlite3_stmt;
 
 namespace zarvo {
 
 // One prepared SQLite statement (RAII: finalized on destruction). Parameters are numbered
 // from 1, columns from 0, as in SQLite. Not thread-safe: the owner serialises use.
-class SqliteStatement {
+class ZARVO_EXPORT SqliteStatement {
 public:
     explicit SqliteStatement(sqlite3_stmt* statement);
     ~SqliteStatement();
@@ -48,7 +50,7 @@ private:
 
 // Resets a statement when the scope ends, so a cached statement never stays mid-run
 // (an unfinished read would hold a read transaction open).
-class SqliteStatementReset {
+class ZARVO_EXPORT SqliteStatementReset {
 public:
     explicit SqliteStatementReset(SqliteStatement& statement) : statement_(statement) {}
     ~SqliteStatementReset() { statement_.reset(); }

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "zarvo/platform/Date.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Scheduler.h"
 
 namespace zarvo {
@@ -12,7 +13,7 @@ namespace zarvo {
 // A timer on the main run loop. A timer made with make() does nothing until it is added to
 // the run loop (RunLoop::main().add); scheduledTimer() makes and adds one. A one-shot timer
 // invalidates itself after firing; destroying a timer invalidates it.
-class Timer : public std::enable_shared_from_this<Timer> {
+class ZARVO_EXPORT Timer : public std::enable_shared_from_this<Timer> {
 public:
     using Block = std::function<void(Timer&)>;
 

@@ -6,13 +6,15 @@
 #include <string_view>
 #include <vector>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // A URL reference (RFC 3986): absolute ("https://h/p?q", "file:///x", "skd://id") or relative
 // ("Library/media/a.movpkg", "../b.m3u8", "?x=1"). Stored as its text; the accessors parse it.
 // Texts that are not URL references (spaces, control characters, bad percent escapes, an
 // invalid scheme or port) fail to parse.
-class Url {
+class ZARVO_EXPORT Url {
 public:
     static std::optional<Url> parse(std::string_view text);
     // Parses `text` and resolves it against `base` (RFC 3986 section 5).

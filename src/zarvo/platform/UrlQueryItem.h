@@ -3,10 +3,12 @@
 #include <optional>
 #include <string>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // One name/value pair of a URL query. A missing value renders as "name" alone.
-struct UrlQueryItem {
+struct ZARVO_EXPORT UrlQueryItem {
     std::string name;
     std::optional<std::string> value;
 

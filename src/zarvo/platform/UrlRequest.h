@@ -6,13 +6,14 @@
 #include <vector>
 
 #include "zarvo/platform/Data.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 
 namespace zarvo {
 
 // An HTTP request. Header names keep the case they were given; setValue replaces a header
 // of the same name (compared case-insensitively), addValue appends another line.
-class UrlRequest {
+class ZARVO_EXPORT UrlRequest {
 public:
     enum class CachePolicy {
         useProtocolCachePolicy,

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/UrlSessionConfiguration.h"
 #include "zarvo/platform/UrlSessionDataTask.h"
 #include "zarvo/platform/UrlSessionStreamTask.h"
@@ -12,7 +13,7 @@ namespace zarvo {
 // HTTP(S) on libcurl's multi interface. One network thread serves every session; transfers
 // run concurrently with keep-alive reuse and TLS verification; completions are delivered on
 // the session's delegate queue, never on the network thread.
-class UrlSession {
+class ZARVO_EXPORT UrlSession {
 public:
     virtual ~UrlSession() = default;
 

@@ -5,12 +5,13 @@
 #include <utility>
 #include <vector>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/UrlRequest.h"
 
 namespace zarvo {
 
 // How a UrlSession makes its requests.
-struct UrlSessionConfiguration {
+struct ZARVO_EXPORT UrlSessionConfiguration {
     static UrlSessionConfiguration defaultConfiguration() { return {}; }
     static UrlSessionConfiguration background(std::string identifier) {
         UrlSessionConfiguration configuration;

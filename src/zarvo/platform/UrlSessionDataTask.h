@@ -7,6 +7,7 @@
 
 #include "zarvo/platform/Data.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/HttpUrlResponse.h"
 #include "zarvo/platform/UrlRequest.h"
 
@@ -16,7 +17,7 @@ namespace zarvo {
 // exactly once, on the session's delegate queue: with the body and response when an HTTP
 // response arrived (any status), or with an Error when the transfer failed (cancel() gives
 // UrlError::cancelled).
-class UrlSessionDataTask {
+class ZARVO_EXPORT UrlSessionDataTask {
 public:
     enum class State { running, suspended, canceling, completed };
     using Completion = std::function<void(std::optional<Data>, std::optional<HttpUrlResponse>,

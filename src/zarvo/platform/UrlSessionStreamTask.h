@@ -5,6 +5,7 @@
 
 #include "zarvo/platform/Data.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/HttpUrlResponse.h"
 #include "zarvo/platform/UrlRequest.h"
 
@@ -16,7 +17,7 @@ namespace zarvo {
 // bytes wait unread the transfer pauses (curl's receive pause), so a slow reader holds back the
 // sender instead of filling memory; it resumes as the reader catches up. Every call may come
 // from any thread. Dropping the last reference cancels the transfer.
-class UrlSessionStreamTask {
+class ZARVO_EXPORT UrlSessionStreamTask {
 public:
     virtual ~UrlSessionStreamTask() = default;
 

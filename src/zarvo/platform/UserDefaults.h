@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "zarvo/platform/Data.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
@@ -14,7 +15,7 @@ namespace zarvo {
 // <home>/Library/Preferences/UserDefaults.sqlite. Each write is one transaction, so after a
 // crash a value is either the old or the new one. Safe to use from several threads and by
 // several processes.
-class UserDefaults {
+class ZARVO_EXPORT UserDefaults {
 public:
     // The store of the current application home (a new home gives another store).
     static std::shared_ptr<UserDefaults> standard();

@@ -6,10 +6,12 @@
 #include <string>
 #include <string_view>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // A random (version 4) UUID. Its text is upper-case: "E621E1F8-C36C-495A-93FC-0C247A3E6E5F".
-class Uuid {
+class ZARVO_EXPORT Uuid {
 public:
     Uuid();                                                   // a new random one
     static std::optional<Uuid> parse(std::string_view text);  // either case

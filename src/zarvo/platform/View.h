@@ -6,6 +6,7 @@
 #include <string>
 
 #include "zarvo/platform/Color.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Layer.h"
 #include "zarvo/platform/Observation.h"
 #include "zarvo/platform/ObserverList.h"
@@ -17,7 +18,7 @@ namespace zarvo {
 // window, either a child of a window the host gives (its handle) at `frame`, or a top-level
 // window of its own. Without a display (no $DISPLAY, or the server refuses) the view keeps its
 // properties and has no window; its layer hears of none. Main thread only.
-class View : public std::enable_shared_from_this<View> {
+class ZARVO_EXPORT View : public std::enable_shared_from_this<View> {
 public:
     using NativeWindowHandle = Layer::NativeWindowHandle;
 

@@ -3,12 +3,13 @@
 #include <utility>
 #include <vector>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Locale.h"
 
 namespace zarvo {
 
 // The host's preferred audio and subtitle languages for a source, most preferred first.
-class PreferredMultimediaLanguages {
+class ZARVO_EXPORT PreferredMultimediaLanguages {
 public:
     PreferredMultimediaLanguages() = default;
     PreferredMultimediaLanguages(std::vector<Locale> audio, std::vector<Locale> subtitles)

@@ -8,13 +8,14 @@
 #include "zarvo/media/model/MediaCharacteristic.h"
 #include "zarvo/media/model/MediaSelectionGroup.h"
 #include "zarvo/media/model/MediaSelectionOption.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Locale.h"
 #include "zarvo/player/ZMMediaOptionType.h"
 
 namespace zarvo {
 
 // One item the host shows in an audio, subtitle or speed menu, whatever its origin.
-class ZMMediaOption {
+class ZARVO_EXPORT ZMMediaOption {
 public:
     // The identifier every option of type noSubtitles shares.
     static constexpr const char* noSubtitlesUid = "no-subtitles";

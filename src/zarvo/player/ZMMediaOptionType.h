@@ -5,13 +5,14 @@
 
 #include "zarvo/media/model/MediaCharacteristic.h"
 #include "zarvo/media/model/MediaSelectionOption.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/player/ZMSubtitles.h"
 
 namespace zarvo {
 
 // What a media option stands for: an external subtitle file, an option of the asset's
 // selection group for a characteristic, a playback speed, or subtitles switched off.
-class ZMMediaOptionType {
+class ZARVO_EXPORT ZMMediaOptionType {
 public:
     struct External {
         ZMSubtitles subtitles;

@@ -8,13 +8,14 @@
 
 #include "zarvo/media/model/DateRangeMetadataGroup.h"
 #include "zarvo/platform/Date.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/player/ZMPlayerMetadataEvent.h"
 
 namespace zarvo {
 
 // The advertising events of the current item, each with whether it has been reported.
 // Used on the main thread.
-class ZMMetadataHolder {
+class ZARVO_EXPORT ZMMetadataHolder {
 public:
     // Forgets every event (before a new item).
     void clear();

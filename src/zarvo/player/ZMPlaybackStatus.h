@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zarvo/media/model/Player.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
@@ -12,6 +13,6 @@ enum class ZMPlaybackStatus {
 };
 
 // A time-control value outside the three known ones stops the process (fatalError).
-ZMPlaybackStatus toZMPlaybackStatus(Player::TimeControlStatus status);
+ZARVO_EXPORT ZMPlaybackStatus toZMPlaybackStatus(Player::TimeControlStatus status);
 
 }  // namespace zarvo

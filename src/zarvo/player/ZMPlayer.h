@@ -15,6 +15,7 @@
 #include "zarvo/media/model/Player.h"
 #include "zarvo/media/model/PlayerItem.h"
 #include "zarvo/media/model/PlayerItemMetadataCollectorPushDelegate.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Notification.h"
 #include "zarvo/platform/Observation.h"
 #include "zarvo/player/ZMMediaOption.h"
@@ -30,8 +31,8 @@ namespace zarvo {
 // The object a host application drives: it opens a playback source on its platform player and
 // reports statuses, times, bitrates, access-log events, media options and ad events to its
 // delegate. Used on the main thread; made with make() because its observations hold it weakly.
-class ZMPlayer : public PlayerItemMetadataCollectorPushDelegate,
-                 public std::enable_shared_from_this<ZMPlayer> {
+class ZARVO_EXPORT ZMPlayer : public PlayerItemMetadataCollectorPushDelegate,
+                              public std::enable_shared_from_this<ZMPlayer> {
 public:
     static std::shared_ptr<ZMPlayer> make();
     ~ZMPlayer() override;

@@ -8,6 +8,7 @@
 #include "zarvo/media/model/PlayerItemAccessLogEvent.h"
 #include "zarvo/media/model/TextStyleRule.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/player/ZMMediaOption.h"
 #include "zarvo/player/ZMPlaybackStatus.h"
 #include "zarvo/player/ZMPlayerMetadataEvent.h"
@@ -18,7 +19,7 @@ namespace zarvo {
 class ZMPlayer;
 
 // Receives everything a ZMPlayer reports. The player holds its delegate weakly.
-class ZMPlayerDelegate {
+class ZARVO_EXPORT ZMPlayerDelegate {
 public:
     virtual ~ZMPlayerDelegate() = default;
 

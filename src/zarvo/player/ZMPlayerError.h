@@ -4,11 +4,12 @@
 #include <string>
 
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // The errors of the domain "ZMPlayerErrorDomain" that the player reports to the application.
-struct ZMPlayerError {
+struct ZARVO_EXPORT ZMPlayerError {
     static constexpr const char* domain = "ZMPlayerErrorDomain";
 
     enum Code : long {

@@ -6,12 +6,13 @@
 #include <string>
 
 #include "zarvo/platform/Date.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Json.h"
 
 namespace zarvo {
 
 // One advertising event carried by a date-range metadata item.
-struct ZMPlayerMetadataEvent {
+struct ZARVO_EXPORT ZMPlayerMetadataEvent {
     std::optional<std::string> advertIdentifier;  // "advert-id"
     std::optional<std::string> advertSequence;    // "advert-sequence"
     std::optional<std::string> breakIdentifier;   // "break-id"

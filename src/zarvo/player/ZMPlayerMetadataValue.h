@@ -1,12 +1,13 @@
 #pragma once
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Json.h"
 #include "zarvo/player/ZMPlayerMetadataVast.h"
 
 namespace zarvo {
 
 // The whole JSON of one metadata item: {"vast": {"event": {...}}}.
-struct ZMPlayerMetadataValue {
+struct ZARVO_EXPORT ZMPlayerMetadataValue {
     ZMPlayerMetadataVast vast;
 
     bool operator==(const ZMPlayerMetadataValue&) const = default;

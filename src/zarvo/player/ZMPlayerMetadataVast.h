@@ -1,12 +1,13 @@
 #pragma once
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Json.h"
 #include "zarvo/player/ZMPlayerMetadataEvent.h"
 
 namespace zarvo {
 
 // The "vast" object of a metadata item: {"event": {...}}.
-struct ZMPlayerMetadataVast {
+struct ZARVO_EXPORT ZMPlayerMetadataVast {
     ZMPlayerMetadataEvent event;
 
     bool operator==(const ZMPlayerMetadataVast&) const = default;

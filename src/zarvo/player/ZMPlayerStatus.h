@@ -2,6 +2,7 @@
 
 #include "zarvo/media/model/Player.h"
 #include "zarvo/media/model/PlayerItem.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
@@ -13,9 +14,9 @@ enum class ZMPlayerStatus {
     unknown,
 };
 
-ZMPlayerStatus toZMPlayerStatus(Player::Status status);
-ZMPlayerStatus toZMPlayerStatus(PlayerItem::Status status);
+ZARVO_EXPORT ZMPlayerStatus toZMPlayerStatus(Player::Status status);
+ZARVO_EXPORT ZMPlayerStatus toZMPlayerStatus(PlayerItem::Status status);
 // The status of an item that may be missing: unknown without one.
-ZMPlayerStatus toZMPlayerStatus(const PlayerItem* item);
+ZARVO_EXPORT ZMPlayerStatus toZMPlayerStatus(const PlayerItem* item);
 
 }  // namespace zarvo

@@ -4,6 +4,7 @@
 
 #include "zarvo/media/model/LayerVideoGravity.h"
 #include "zarvo/media/model/PlayerLayer.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/View.h"
 
 namespace zarvo {
@@ -13,7 +14,7 @@ class ZMPlayer;
 // The view a host puts on screen to show the video of a ZMPlayer. Its layer is a player
 // layer, into which the player's system player draws; the view itself draws nothing over its
 // black background. It keeps its player alive; several views may show one player.
-class ZMPlayerView : public View {
+class ZARVO_EXPORT ZMPlayerView : public View {
 public:
     // A view at `frame` in the host's window `parent` (an X11 window), or in a window of its
     // own without one.

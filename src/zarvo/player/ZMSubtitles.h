@@ -3,13 +3,14 @@
 #include <string>
 #include <utility>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Locale.h"
 #include "zarvo/player/ZMSubtitleMimeType.h"
 
 namespace zarvo {
 
 // A side-loaded subtitle file: where it is, how it is shown, its language and format.
-class ZMSubtitles {
+class ZARVO_EXPORT ZMSubtitles {
 public:
     ZMSubtitles(std::string url, std::string title, Locale language, ZMSubtitleMimeType mimeType)
         : url_(std::move(url)),

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 #include "zarvo/source/HLSMediaInfo.h"
 #include "zarvo/source/HLSStreamInfo.h"
@@ -19,7 +20,7 @@ namespace zarvo {
 // The line-oriented view of an HLS master playlist: its header, rendition ("#EXT-X-MEDIA")
 // and variant ("#EXT-X-STREAM-INF" plus URI) lines with absolute URIs that carry the
 // master's query, the parsed renditions and variants, and synthesised subtitle renditions.
-class MainHLSInfo {
+class ZARVO_EXPORT MainHLSInfo {
 public:
     std::vector<std::string> headerLines;
     std::vector<std::string> mediaLines;

@@ -2,12 +2,13 @@
 
 #include <string>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 
 namespace zarvo {
 
 // A side-loaded subtitle file to be offered as a subtitle rendition.
-struct OstraCDNSubtitlesParams {
+struct ZARVO_EXPORT OstraCDNSubtitlesParams {
     std::string name;
     std::string langCode;
     Url url;

@@ -4,13 +4,14 @@
 #include <string>
 #include <utility>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 
 namespace zarvo {
 
 // Where the FairPlay key loader gets the application certificate and the content keys, and
 // the extra HTTP header fields it sends with each licence request.
-class ZMFairPlayUrls {
+class ZARVO_EXPORT ZMFairPlayUrls {
 public:
     ZMFairPlayUrls(Url serverCertUrl, Url licenseUrl,
                    std::map<std::string, std::string> headerFields = {})

@@ -8,6 +8,7 @@
 #include "zarvo/media/model/AssetResourceLoaderDelegate.h"
 #include "zarvo/media/model/PlayerItem.h"
 #include "zarvo/media/model/UrlAsset.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 #include "zarvo/player/PreferredMultimediaLanguages.h"
 #include "zarvo/player/ZMSubtitles.h"
@@ -22,7 +23,7 @@ namespace zarvo {
 // query when the options ask for it), its stream type, and what the player item is built with.
 // Immutable after construction except for the playback address and the key loader of the last
 // item built.
-class ZMPlaybackSource {
+class ZARVO_EXPORT ZMPlaybackSource {
 public:
     // Copies the option values; later changes to `options` do not reach the source. `url` is
     // not kept, only the playback address derived from it.

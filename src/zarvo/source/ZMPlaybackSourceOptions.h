@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "zarvo/media/model/UrlAsset.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/player/PreferredMultimediaLanguages.h"
 #include "zarvo/player/ZMSubtitles.h"
 #include "zarvo/source/ZMFairPlayUrls.h"
@@ -15,7 +16,7 @@ namespace zarvo {
 // How a source is to be opened: asset options, FairPlay addresses, side-loaded subtitles,
 // preferred languages, and whether it is live with an optional timeshift. A source copies
 // these values when it is made.
-class ZMPlaybackSourceOptions {
+class ZARVO_EXPORT ZMPlaybackSourceOptions {
 public:
     // Live or not, without a timeshift.
     explicit ZMPlaybackSourceOptions(bool isLive);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "zarvo/platform/Date.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/UrlQueryItem.h"
 #include "zarvo/source/ZMPlaybackTimeshiftType.h"
 
@@ -12,7 +13,7 @@ namespace zarvo {
 
 // How far a live stream may be (or is to be) shifted back: either a start date or a number of
 // seconds, with the name of the query parameter that carries it in the playback address.
-class ZMPlaybackTimeshift {
+class ZARVO_EXPORT ZMPlaybackTimeshift {
 public:
     // A start date, carried as "startTime".
     explicit ZMPlaybackTimeshift(std::optional<Date> date);

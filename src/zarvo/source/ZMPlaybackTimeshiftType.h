@@ -2,6 +2,8 @@
 
 #include <optional>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // How a timeshift is given: as a start date or as a window of seconds behind the live edge.
@@ -11,6 +13,6 @@ enum class ZMPlaybackTimeshiftType : int {
 };
 
 // The timeshift type with the raw value `rawValue`; nothing for any other value.
-std::optional<ZMPlaybackTimeshiftType> makeZMPlaybackTimeshiftType(int rawValue);
+ZARVO_EXPORT std::optional<ZMPlaybackTimeshiftType> makeZMPlaybackTimeshiftType(int rawValue);
 
 }  // namespace zarvo

@@ -2,6 +2,8 @@
 
 #include <optional>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // What kind of stream a source plays, decided from its options when it is made.
@@ -14,6 +16,6 @@ enum class ZMStreamType : int {
 };
 
 // The stream type with the raw value `rawValue`; nothing outside 0 to 4.
-std::optional<ZMStreamType> makeZMStreamType(int rawValue);
+ZARVO_EXPORT std::optional<ZMStreamType> makeZMStreamType(int rawValue);
 
 }  // namespace zarvo

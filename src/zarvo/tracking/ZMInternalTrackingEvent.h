@@ -5,13 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Json.h"
 #include "zarvo/tracking/ZMTrackingEvent.h"
 
 namespace zarvo {
 
 // One recorded event as a session keeps, stores and sends it.
-struct ZMInternalTrackingEvent {
+struct ZARVO_EXPORT ZMInternalTrackingEvent {
     std::int64_t eventType = 0;      // the event kind's code
     std::int64_t sessionOffset = 0;  // whole seconds from the session's start to the event
     std::int64_t movieOffset = 0;    // position in the content, as the application gave it

@@ -6,11 +6,13 @@
 #include <string_view>
 #include <variant>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // A player event that the application reports to a tracking session. Every kind carries one
 // payload: an integer for codes 0-8, a text (a track's language or name) for codes 9 and 10.
-class ZMTrackingEvent {
+class ZARVO_EXPORT ZMTrackingEvent {
 public:
     // Declaration order gives each kind its numeric code.
     enum class Kind {

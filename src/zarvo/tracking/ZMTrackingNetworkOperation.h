@@ -5,6 +5,7 @@
 #include <mutex>
 #include <optional>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/UrlSession.h"
 #include "zarvo/tracking/ZMTrackingSessionError.h"
 #include "zarvo/tracking/ZMTrackingUrlCreator.h"
@@ -13,7 +14,7 @@ namespace zarvo {
 
 // One beacon request: a plain GET of the creator's URL through the owner's URL session.
 // It neither retries nor logs; the owner decides what a failure means.
-class ZMTrackingNetworkOperation {
+class ZARVO_EXPORT ZMTrackingNetworkOperation {
 public:
     // Nothing on success, otherwise the failure.
     using Completion = std::function<void(std::optional<ZMTrackingSessionError>)>;

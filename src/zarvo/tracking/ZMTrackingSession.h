@@ -5,6 +5,7 @@
 #include <mutex>
 #include <optional>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Scheduler.h"
 #include "zarvo/platform/Timer.h"
 #include "zarvo/platform/UrlSession.h"
@@ -27,7 +28,7 @@ namespace zarvo {
 // change so that a later run can send what this one could not. Failed beacons (no
 // connection, 5xx) are retried after 116-120 seconds on the main run loop, without limit.
 // Times come from the scheduler that is standard when the session is made.
-class ZMTrackingSession : public std::enable_shared_from_this<ZMTrackingSession> {
+class ZARVO_EXPORT ZMTrackingSession : public std::enable_shared_from_this<ZMTrackingSession> {
     struct Passkey {};
 
 public:

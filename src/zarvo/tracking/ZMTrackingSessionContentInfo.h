@@ -5,13 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Json.h"
 #include "zarvo/platform/UrlQueryItem.h"
 
 namespace zarvo {
 
 // The content a tracking session reports on, and where the tracking service lives.
-struct ZMTrackingSessionContentInfo {
+struct ZARVO_EXPORT ZMTrackingSessionContentInfo {
     std::int64_t contentId = 0;
     std::int64_t customerId = 0;
     std::int64_t duration = 0;

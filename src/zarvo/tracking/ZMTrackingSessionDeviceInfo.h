@@ -4,13 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Json.h"
 #include "zarvo/platform/UrlQueryItem.h"
 
 namespace zarvo {
 
 // The device and player a tracking session reports from.
-struct ZMTrackingSessionDeviceInfo {
+struct ZARVO_EXPORT ZMTrackingSessionDeviceInfo {
     std::optional<std::string> agent;
     std::optional<std::string> agentVersion;
     std::string deviceId;

@@ -4,11 +4,12 @@
 #include <string>
 
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // Why a tracking beacon failed.
-class ZMTrackingSessionError {
+class ZARVO_EXPORT ZMTrackingSessionError {
 public:
     enum class Kind {
         wrongEndpointUrl,            // text: the endpoint, or the URL with the path appended

@@ -4,13 +4,14 @@
 #include <memory>
 #include <vector>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/tracking/ZMInternalTrackingEvent.h"
 #include "zarvo/tracking/ZMTrackingSessionStorage.h"
 
 namespace zarvo {
 
 // The pending events of a session, kept in its storage so that every change is written.
-class ZMTrackingSessionEventsContainer {
+class ZARVO_EXPORT ZMTrackingSessionEventsContainer {
 public:
     explicit ZMTrackingSessionEventsContainer(std::shared_ptr<ZMTrackingSessionStorage> storage)
         : storage_(std::move(storage)) {}

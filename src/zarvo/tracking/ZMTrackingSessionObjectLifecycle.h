@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/tracking/ZMTrackingSessionObjectLifecycleState.h"
 
 namespace zarvo {
@@ -10,7 +11,7 @@ class ZMTrackingSession;
 
 // A session's lifecycle, and the reference that keeps a finishing session alive until its
 // last events are sent even when the application has let go of it.
-struct ZMTrackingSessionObjectLifecycle {
+struct ZARVO_EXPORT ZMTrackingSessionObjectLifecycle {
     ZMTrackingSessionObjectLifecycleState state =
         ZMTrackingSessionObjectLifecycleState::performingTasks;
     std::shared_ptr<ZMTrackingSession> referenceToContainer;

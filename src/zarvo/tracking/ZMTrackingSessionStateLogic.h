@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/tracking/ZMInternalTrackingEvent.h"
 #include "zarvo/tracking/ZMTrackingSessionError.h"
 #include "zarvo/tracking/ZMTrackingSessionEventsContainer.h"
@@ -20,7 +21,7 @@ namespace zarvo {
 // The decisions of a tracking session: its network state, lifecycle, pending events and
 // stored file. Every operation runs synchronously on the serial "SynchronizationQueue", so
 // callers on any thread (the application, URL session completions, timers) see one order.
-class ZMTrackingSessionStateLogic {
+class ZARVO_EXPORT ZMTrackingSessionStateLogic {
 public:
     using RetryHandler = std::function<void()>;
 

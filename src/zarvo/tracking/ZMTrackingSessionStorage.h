@@ -2,6 +2,7 @@
 
 #include <system_error>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Uuid.h"
 #include "zarvo/tracking/ZMTrackingSessionStorageData.h"
 #include "zarvo/tracking/ZMTrackingSessionStorageMechanism.h"
@@ -10,7 +11,7 @@ namespace zarvo {
 
 // A session's stored copy: the data, changed in place, and the file it is written to.
 // Not synchronised: its owner serialises access (a live session on its state queue).
-class ZMTrackingSessionStorage {
+class ZARVO_EXPORT ZMTrackingSessionStorage {
 public:
     ZMTrackingSessionStorage(Uuid sessionLocalId, ZMTrackingSessionStorageData storageData)
         : storageData(std::move(storageData)), mechanism_(sessionLocalId) {}

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/tracking/ZMInternalTrackingEvent.h"
 #include "zarvo/tracking/ZMTrackingSessionContentInfo.h"
 #include "zarvo/tracking/ZMTrackingSessionDeviceInfo.h"
@@ -14,7 +15,7 @@
 namespace zarvo {
 
 // The content of a stored session file.
-struct ZMTrackingSessionStorageData {
+struct ZARVO_EXPORT ZMTrackingSessionStorageData {
     ZMTrackingSessionStorageDataVersion storageFileVersion =
         ZMTrackingSessionStorageDataVersion::v1;
     ZMTrackingSessionDeviceInfo deviceInfo;

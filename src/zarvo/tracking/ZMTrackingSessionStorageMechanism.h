@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Uuid.h"
 #include "zarvo/tracking/ZMTrackingSessionStorageData.h"
 
@@ -10,7 +11,7 @@ namespace zarvo {
 
 // Writes and removes one session's file, named by the session's id in upper-case UUID text.
 // Failures are not raised: the call returns the error and the session carries on in memory.
-class ZMTrackingSessionStorageMechanism {
+class ZARVO_EXPORT ZMTrackingSessionStorageMechanism {
 public:
     explicit ZMTrackingSessionStorageMechanism(Uuid sessionLocalId)
         : sessionLocalId_(sessionLocalId) {}

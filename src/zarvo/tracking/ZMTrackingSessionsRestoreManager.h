@@ -5,6 +5,7 @@
 #include <mutex>
 #include <vector>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Uuid.h"
 #include "zarvo/tracking/ZMTrackingStoredSession.h"
 
@@ -12,7 +13,7 @@ namespace zarvo {
 
 // Reads the session files that earlier runs left behind and sends what they hold, once per
 // process. Every player asks the shared instance to do so when it is created.
-class ZMTrackingSessionsRestoreManager {
+class ZARVO_EXPORT ZMTrackingSessionsRestoreManager {
 public:
     static std::shared_ptr<ZMTrackingSessionsRestoreManager> sharedManager();
 

@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/UrlSession.h"
 #include "zarvo/platform/Uuid.h"
 #include "zarvo/tracking/ZMTrackingNetworkOperation.h"
@@ -11,7 +12,7 @@
 namespace zarvo {
 
 // A session read back from its file by the restore manager, to send what it left pending.
-class ZMTrackingStoredSession {
+class ZARVO_EXPORT ZMTrackingStoredSession {
 public:
     ZMTrackingStoredSession(Uuid sessionLocalId, ZMTrackingSessionStorageData storageData);
 

@@ -4,6 +4,7 @@
 #include <variant>
 #include <vector>
 
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 #include "zarvo/platform/UrlQueryItem.h"
 #include "zarvo/tracking/ZMTrackingSessionError.h"
@@ -12,7 +13,7 @@
 namespace zarvo {
 
 // Builds a beacon's address: the endpoint, the beacon's file name and the payload as query.
-struct ZMTrackingUrlCreator {
+struct ZARVO_EXPORT ZMTrackingUrlCreator {
     std::string endpointUrl;
     ZMTrackingSessionUrlPath path = ZMTrackingSessionUrlPath::initialize;
     std::vector<UrlQueryItem> queryItems;

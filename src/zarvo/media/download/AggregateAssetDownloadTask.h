@@ -12,6 +12,7 @@
 #include "zarvo/media/model/MediaSelection.h"
 #include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 
 namespace zarvo {
@@ -23,7 +24,8 @@ class PackageFileFetcher;
 // suspended by its session; resume() starts or continues it, suspend() stops it where it is
 // (what is whole on disk stays), cancel() ends it. Called on any thread; the session's delegate
 // hears of it on the delegate queue.
-class AggregateAssetDownloadTask : public std::enable_shared_from_this<AggregateAssetDownloadTask> {
+class ZARVO_EXPORT AggregateAssetDownloadTask
+    : public std::enable_shared_from_this<AggregateAssetDownloadTask> {
 public:
     enum class State { running, suspended, canceling, completed };
 

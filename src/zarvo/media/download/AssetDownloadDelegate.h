@@ -7,6 +7,7 @@
 #include "zarvo/media/model/MediaSelection.h"
 #include "zarvo/media/model/MediaTimeRange.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 
 namespace zarvo {
@@ -15,7 +16,7 @@ class AssetDownloadUrlSession;
 class AggregateAssetDownloadTask;
 
 // What a download session tells about its tasks, on its delegate queue.
-class AssetDownloadDelegate {
+class ZARVO_EXPORT AssetDownloadDelegate {
 public:
     virtual ~AssetDownloadDelegate() = default;
 

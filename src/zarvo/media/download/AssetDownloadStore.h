@@ -12,6 +12,7 @@
 
 #include "zarvo/media/download/HlsPackagePlan.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/SqliteDatabase.h"
 #include "zarvo/platform/SqliteStatement.h"
 
@@ -24,7 +25,7 @@ namespace zarvo {
 // A record is written as soon as it changes, so a process that dies leaves its tasks behind for
 // the next session with the same identifier. A write that fails is logged and kept as
 // lastWriteError(); the stored value stays what it was. Any thread.
-class AssetDownloadStore {
+class ZARVO_EXPORT AssetDownloadStore {
 public:
     // An ended task has its outcome recorded and its delegate has not heard it yet: the next
     // session hands it back and tells its end again. A completed task's end was heard.

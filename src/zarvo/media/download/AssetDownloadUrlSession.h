@@ -16,6 +16,7 @@
 #include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/platform/Data.h"
 #include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/UrlSessionConfiguration.h"
 
 namespace zarvo {
@@ -26,7 +27,8 @@ namespace zarvo {
 // that was running when its process ended then completes with UrlError::cancelled and the
 // background-task-cancelled reason 0. A task made for a package's own URL continues that
 // package and fetches only what it lacks.
-class AssetDownloadUrlSession : public std::enable_shared_from_this<AssetDownloadUrlSession> {
+class ZARVO_EXPORT AssetDownloadUrlSession
+    : public std::enable_shared_from_this<AssetDownloadUrlSession> {
 public:
     // Under this user-info key, why a background task was cancelled: 0 when its process ended.
     static constexpr const char* backgroundTaskCancelledReasonKey =

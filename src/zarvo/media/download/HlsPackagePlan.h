@@ -10,6 +10,7 @@
 
 #include "zarvo/media/loopback/HlsPlaylistRewriter.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 
 namespace zarvo {
@@ -20,7 +21,7 @@ namespace zarvo {
 // plays the package from disk. A key that the resource loader answers keeps its URI, to be asked
 // for again when the package plays. A media playlist is a stream of one variant: the package
 // gets a master of its own over it.
-struct HlsPackagePlan {
+struct ZARVO_EXPORT HlsPackagePlan {
     // A rendition a media selection asks for, as its EXT-X-MEDIA names it; `every()` asks for
     // all renditions of the variant's groups.
     struct Rendition {

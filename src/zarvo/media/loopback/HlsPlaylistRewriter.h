@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "zarvo/platform/Date.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 
 namespace zarvo {
@@ -25,7 +26,7 @@ namespace zarvo {
 // mapper replaces and the byte ranges (see Options). A URI that is not a URL reference is
 // neither given to the mapper nor changed. Rewriting the text written, keeping every URI,
 // gives it back unchanged.
-class HlsPlaylistRewriter {
+class ZARVO_EXPORT HlsPlaylistRewriter {
 public:
     enum class ResourceKind {
         variantPlaylist,        // URI line after EXT-X-STREAM-INF; URI= of EXT-X-I-FRAME-STREAM-INF

@@ -5,12 +5,13 @@
 
 #include "zarvo/media/model/AssetResourceLoaderDelegate.h"
 #include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // The resource loader of an asset: where the engine sends the resources it cannot load
 // itself. The delegate is held weakly and called on its queue.
-class AssetResourceLoader : public std::enable_shared_from_this<AssetResourceLoader> {
+class ZARVO_EXPORT AssetResourceLoader : public std::enable_shared_from_this<AssetResourceLoader> {
 public:
     void setDelegate(std::weak_ptr<AssetResourceLoaderDelegate> delegate,
                      std::shared_ptr<DispatchQueue> queue);

@@ -3,13 +3,14 @@
 #include <memory>
 
 #include "zarvo/media/model/AssetResourceLoadingRequest.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 class AssetResourceLoader;
 
 // Loads what the engine cannot: called on the queue given with the delegate.
-class AssetResourceLoaderDelegate {
+class ZARVO_EXPORT AssetResourceLoaderDelegate {
 public:
     virtual ~AssetResourceLoaderDelegate() = default;
 

@@ -5,10 +5,12 @@
 #include <optional>
 #include <string>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // What the delegate tells the engine about the resource it loads: its type and size.
-class AssetResourceLoadingContentInformationRequest {
+class ZARVO_EXPORT AssetResourceLoadingContentInformationRequest {
 public:
     // The content types of key responses: a raw content key, or a persistent key that the
     // engine unwraps before use.

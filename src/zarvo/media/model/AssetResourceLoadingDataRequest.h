@@ -4,12 +4,13 @@
 #include <mutex>
 
 #include "zarvo/platform/Data.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // The bytes a loading request asks for; the delegate answers with respond(with:), in one or
 // more pieces.
-class AssetResourceLoadingDataRequest {
+class ZARVO_EXPORT AssetResourceLoadingDataRequest {
 public:
     AssetResourceLoadingDataRequest(std::int64_t requestedOffset = 0,
                                     std::int64_t requestedLength = -1)

@@ -12,6 +12,7 @@
 #include "zarvo/media/model/AssetResourceLoadingDataRequest.h"
 #include "zarvo/platform/Data.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/UrlRequest.h"
 
 namespace zarvo {
@@ -22,7 +23,7 @@ namespace zarvo {
 // finishLoading(error), from any thread. For content keys the request also builds the key
 // request message for the licence server and unwraps persistent keys, on the clear-key
 // protocol of ContentKeyRequest.
-class AssetResourceLoadingRequest
+class ZARVO_EXPORT AssetResourceLoadingRequest
     : public std::enable_shared_from_this<AssetResourceLoadingRequest> {
 public:
     // How a request ended.

@@ -2,10 +2,12 @@
 
 #include <string>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // A kind of media that selection groups are asked for. Compared by its string value.
-struct MediaCharacteristic {
+struct ZARVO_EXPORT MediaCharacteristic {
     std::string rawValue;
 
     // Audio renditions (EXT-X-MEDIA TYPE=AUDIO).

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 class MediaEngine;
@@ -7,7 +9,7 @@ class MediaEngine;
 // The pass that engine-side members of the media objects require: only a MediaEngine (the
 // GStreamer one, or a scripted one in tests) can make one, so the SDK cannot change what the
 // engine reports.
-class MediaEngineKey {
+class ZARVO_EXPORT MediaEngineKey {
 private:
     friend class MediaEngine;
     MediaEngineKey() = default;

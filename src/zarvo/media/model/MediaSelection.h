@@ -6,12 +6,13 @@
 
 #include "zarvo/media/model/MediaSelectionGroup.h"
 #include "zarvo/media/model/MediaSelectionOption.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // A choice of at most one option per media selection group (by characteristic): what an item
 // plays, or what a download fetches.
-class MediaSelection {
+class ZARVO_EXPORT MediaSelection {
 public:
     // The option selected in `group`, or nothing.
     std::optional<MediaSelectionOption> selectedMediaOption(const MediaSelectionGroup& group) const;

@@ -7,12 +7,13 @@
 
 #include "zarvo/media/model/MediaCharacteristic.h"
 #include "zarvo/media/model/MediaSelectionOption.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // The options an asset offers for one characteristic, in playlist order: the audio renditions
 // (audible) or the subtitle and closed-caption renditions (legible) of its master playlist.
-class MediaSelectionGroup {
+class ZARVO_EXPORT MediaSelectionGroup {
 public:
     MediaSelectionGroup(MediaCharacteristic characteristic,
                         std::vector<MediaSelectionOption> options);

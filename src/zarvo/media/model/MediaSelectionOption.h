@@ -4,13 +4,14 @@
 #include <string>
 
 #include "zarvo/media/model/MediaCharacteristic.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // One choice in a media selection group: an audio, subtitle or closed-caption rendition of
 // the master playlist (EXT-X-MEDIA). Options are values; two are equal when they name the same
 // rendition of the same group.
-class MediaSelectionOption {
+class ZARVO_EXPORT MediaSelectionOption {
 public:
     enum class MediaType { audio, video, subtitle, closedCaption };
 

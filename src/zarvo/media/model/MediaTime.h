@@ -3,11 +3,13 @@
 #include <compare>
 #include <cstdint>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // A point or span on a media timeline: a rational number of seconds (value / timescale), or
 // one of the non-numeric times (invalid, indefinite, positive or negative infinity).
-class MediaTime {
+class ZARVO_EXPORT MediaTime {
 public:
     // The invalid time.
     constexpr MediaTime() = default;

@@ -1,11 +1,12 @@
 #pragma once
 
 #include "zarvo/media/model/MediaTime.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // A span of a media timeline.
-struct MediaTimeRange {
+struct ZARVO_EXPORT MediaTimeRange {
     MediaTime start;
     MediaTime duration;
 

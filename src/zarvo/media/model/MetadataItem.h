@@ -3,11 +3,13 @@
 #include <optional>
 #include <string>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // One attribute of a timed-metadata group, such as a client attribute "X-AD-EVENT" of an
 // EXT-X-DATERANGE tag.
-struct MetadataItem {
+struct ZARVO_EXPORT MetadataItem {
     std::string identifier;  // "lsdr/" + key for date-range attributes
     std::string key;         // the attribute name
     std::optional<std::string> stringValue;

@@ -14,6 +14,7 @@
 #include "zarvo/media/model/VideoOutput.h"
 #include "zarvo/platform/DispatchQueue.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Observation.h"
 #include "zarvo/platform/ObserverList.h"
 #include "zarvo/platform/Scheduler.h"
@@ -24,7 +25,7 @@ class MediaEngine;
 
 // Plays one item at a time. Used on the main thread; every handler, observation and
 // notification runs there (periodic time observers on the queue they name).
-class Player : public std::enable_shared_from_this<Player> {
+class ZARVO_EXPORT Player : public std::enable_shared_from_this<Player> {
 public:
     enum class Status { unknown = 0, readyToPlay = 1, failed = 2 };
     enum class TimeControlStatus { paused = 0, waitingToPlayAtSpecifiedRate = 1, playing = 2 };

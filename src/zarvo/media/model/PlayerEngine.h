@@ -7,6 +7,7 @@
 #include "zarvo/media/model/MediaTime.h"
 #include "zarvo/media/model/VideoOutput.h"
 #include "zarvo/platform/Date.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
@@ -14,7 +15,7 @@ class PlayerItem;
 
 // The machinery behind one Player: made by the MediaEngine, driven by the Player on the main
 // thread. It reports back through the engine-side members of Player and PlayerItem.
-class PlayerEngine {
+class ZARVO_EXPORT PlayerEngine {
 public:
     virtual ~PlayerEngine() = default;
 

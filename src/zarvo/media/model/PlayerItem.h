@@ -20,6 +20,7 @@
 #include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/platform/Date.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Observation.h"
 #include "zarvo/platform/ObserverList.h"
 
@@ -30,7 +31,7 @@ class Player;
 // One playback of an asset: its status, timing, access log, media selection, subtitle style
 // and metadata collectors. Used on the main thread. Notifications go through
 // NotificationCenter::defaultCenter() with the item as object, on the main thread.
-class PlayerItem : public std::enable_shared_from_this<PlayerItem> {
+class ZARVO_EXPORT PlayerItem : public std::enable_shared_from_this<PlayerItem> {
 public:
     enum class Status { unknown = 0, readyToPlay = 1, failed = 2 };
 

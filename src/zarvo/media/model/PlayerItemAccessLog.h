@@ -3,11 +3,12 @@
 #include <vector>
 
 #include "zarvo/media/model/PlayerItemAccessLogEvent.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // A snapshot of an item's access log: its events, oldest first.
-class PlayerItemAccessLog {
+class ZARVO_EXPORT PlayerItemAccessLog {
 public:
     explicit PlayerItemAccessLog(std::vector<PlayerItemAccessLogEvent> events)
         : events_(std::move(events)) {}

@@ -5,13 +5,14 @@
 #include <string>
 
 #include "zarvo/platform/Date.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 // One entry of an item's access log: the playback of one variant, from the moment the engine
 // switched to it until the next switch. Rates are in bits per second; a figure with nothing
 // behind it yet is NaN (observedBitrate before any transfer) or 0.
-struct PlayerItemAccessLogEvent {
+struct ZARVO_EXPORT PlayerItemAccessLogEvent {
     std::string uri;                        // the variant's media playlist
     std::string serverAddress;              // host of that playlist
     std::optional<Date> playbackStartDate;  // when this entry began

@@ -9,6 +9,7 @@
 #include "zarvo/media/model/DateRangeMetadataGroup.h"
 #include "zarvo/media/model/PlayerItemMetadataCollectorPushDelegate.h"
 #include "zarvo/platform/DispatchQueue.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
@@ -17,7 +18,7 @@ class MediaEngineKey;
 // Gathers the EXT-X-DATERANGE groups of the media playlist that an item plays and pushes
 // them to its delegate (held weakly) on the delegate's queue: each group once when it first
 // appears, and again when its attributes change.
-class PlayerItemMetadataCollector
+class ZARVO_EXPORT PlayerItemMetadataCollector
     : public std::enable_shared_from_this<PlayerItemMetadataCollector> {
 public:
     static std::shared_ptr<PlayerItemMetadataCollector> make();

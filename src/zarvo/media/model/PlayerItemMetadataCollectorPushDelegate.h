@@ -4,13 +4,14 @@
 #include <vector>
 
 #include "zarvo/media/model/DateRangeMetadataGroup.h"
+#include "zarvo/platform/Export.h"
 
 namespace zarvo {
 
 class PlayerItemMetadataCollector;
 
 // Receives the date-range metadata that a collector gathers from the playing media playlist.
-class PlayerItemMetadataCollectorPushDelegate {
+class ZARVO_EXPORT PlayerItemMetadataCollectorPushDelegate {
 public:
     virtual ~PlayerItemMetadataCollectorPushDelegate() = default;
     // `groups`: every group of the current playlist; the indexes name the groups that are new

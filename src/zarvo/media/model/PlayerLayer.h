@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "zarvo/media/model/LayerVideoGravity.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Layer.h"
 
 namespace zarvo {
@@ -13,7 +14,7 @@ class Player;
 
 // The layer of a view that shows a player's video: while it has a window and a player, the
 // player draws into the window with the layer's gravity. Main thread only.
-class PlayerLayer : public Layer {
+class ZARVO_EXPORT PlayerLayer : public Layer {
 public:
     PlayerLayer();
     ~PlayerLayer() override;

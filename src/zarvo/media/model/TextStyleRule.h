@@ -3,10 +3,12 @@
 #include <optional>
 #include <string>
 
+#include "zarvo/platform/Export.h"
+
 namespace zarvo {
 
 // How subtitles are drawn: a set of text attributes, applied to the whole subtitle text.
-struct TextStyleRule {
+struct ZARVO_EXPORT TextStyleRule {
     // Red, green, blue and alpha from 0 to 1.
     struct Color {
         double red = 1;

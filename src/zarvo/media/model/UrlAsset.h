@@ -15,6 +15,7 @@
 #include "zarvo/media/model/MediaSelectionGroup.h"
 #include "zarvo/platform/DispatchQueue.h"
 #include "zarvo/platform/Error.h"
+#include "zarvo/platform/Export.h"
 #include "zarvo/platform/Url.h"
 
 namespace zarvo {
@@ -25,7 +26,7 @@ namespace zarvo {
 // known once the master playlist is read.
 class MediaEngine;
 
-class UrlAsset : public std::enable_shared_from_this<UrlAsset> {
+class ZARVO_EXPORT UrlAsset : public std::enable_shared_from_this<UrlAsset> {
 public:
     struct Options {
         // HTTP header fields sent with every request made for the asset.
