@@ -78,11 +78,13 @@ TEST(StandardSchedulerTest, IsTheSystemOneUnlessReplacedForAScope) {
     auto queue = DispatchQueue::serial("system-order");
     std::vector<int> ran;
     bool done = false;
-    system->schedule(0.03s, DispatchQueue::main(), [&] { done = true; });
-    system->schedule(0.02s, queue, [&] { ran.push_back(2); });
+    // Far apart, so that a busy machine that pauses this thread between the calls does not
+    // change which deadline comes first.
+    system->schedule(0.5s, DispatchQueue::main(), [&] { done = true; });
+    system->schedule(0.4s, queue, [&] { ran.push_back(2); });
     system->schedule(0.01s, queue, [&] { ran.push_back(1); });
-    system->schedule(0.015s, queue, [&] { ran.push_back(99); })->cancel();
-    system->schedule(0.015s, DispatchQueue::main(), [&] { ran.push_back(98); })->cancel();
+    system->schedule(0.2s, queue, [&] { ran.push_back(99); })->cancel();
+    system->schedule(0.2s, DispatchQueue::main(), [&] { ran.push_back(98); })->cancel();
     EXPECT_TRUE(RunLoop::main().runUntil([&] { return done; }));
     queue->sync([] {});
     EXPECT_EQ(ran, (std::vector<int>{1, 2}));
