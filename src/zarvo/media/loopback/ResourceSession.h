@@ -90,8 +90,8 @@ public:
     // are cancelled (it is told), waiting requests are let go; later requests get 404.
     void close();
     // After close(): waits, up to `limit`, until every answer to a playlist or key request that
-    // was under way has been given and read. The pipeline's demuxer waits for those with a thread of
-    // its own and takes one that it stops mid-way for a complete one, so the pipeline is stopped
+    // was under way has been given and read. The pipeline's demuxer waits for those with a thread
+    // of its own and takes one that it stops mid-way for a complete one, so the pipeline is stopped
     // only after this. False when the limit passed first.
     bool awaitAnswersRead(std::chrono::milliseconds limit);
     // The server's count of requests of this session being answered (on its threads).
