@@ -8,21 +8,28 @@
 
 namespace zarvo {
 
-// A video quality that can be downloaded, with its estimated sizes in bytes.
+/// A video quality that can be downloaded, with its estimated sizes in bytes. The bitrate is
+/// the variant's BANDWIDTH.
 struct ZARVO_EXPORT ZMDownloadQuality {
+    /// The variant's width in pixels (0 without RESOLUTION).
     std::uint64_t width = 0;
+    /// The variant's height in pixels (0 without RESOLUTION).
     std::uint64_t height = 0;
-    std::uint64_t bitrate = 0;  // bits per second
+    std::uint64_t bitrate = 0;  ///< bits per second
+    /// Estimated bytes with the full audio allowance (ZMOfflineSize::size).
     double size = 0;
+    /// Estimated bytes with the basic audio allowance (ZMOfflineSize::sizeWithBasicAudio).
     double sizeWithBasicAudio = 0;
 
+    /// Equal in every field.
     bool operator==(const ZMDownloadQuality&) const = default;
 };
 
-// Serialised under the keys "width", "height", "bitrate", "size", "sizeWithBasicAudio".
+/// Serialised under the keys "width", "height", "bitrate", "size", "sizeWithBasicAudio".
 void to_json(nlohmann::json& json, const ZMDownloadQuality& quality);
+/// The same, keys in that order.
 void to_json(nlohmann::ordered_json& json, const ZMDownloadQuality& quality);
-// Missing or mistyped keys throw nlohmann::json::exception, as for any decoded record.
+/// Missing or mistyped keys throw nlohmann::json::exception, as for any decoded record.
 void from_json(const nlohmann::json& json, ZMDownloadQuality& quality);
 
 }  // namespace zarvo

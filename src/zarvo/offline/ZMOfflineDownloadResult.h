@@ -11,19 +11,23 @@ namespace zarvo {
 
 class ZMOfflineDownload;
 
-// How a download ended: success(download) or error(download, error).
+/// How a download ended: success(download) or error(download, error).
 class ZARVO_EXPORT ZMOfflineDownloadResult {
 public:
+    /// The download completed.
     static ZMOfflineDownloadResult success(std::shared_ptr<ZMOfflineDownload> download) {
         return ZMOfflineDownloadResult(std::move(download), std::nullopt);
     }
+    /// The download failed with `error`.
     static ZMOfflineDownloadResult error(std::shared_ptr<ZMOfflineDownload> download, Error error) {
         return ZMOfflineDownloadResult(std::move(download), std::move(error));
     }
 
+    /// Whether this is a success.
     bool isSuccess() const { return !error_.has_value(); }
+    /// The download that ended.
     const std::shared_ptr<ZMOfflineDownload>& download() const { return download_; }
-    // The error of an error result; nothing for a success.
+    /// The error of an error result; nothing for a success.
     const std::optional<Error>& error() const { return error_; }
 
 private:

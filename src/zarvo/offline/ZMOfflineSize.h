@@ -4,13 +4,16 @@
 
 namespace zarvo {
 
-// An estimated download size in bytes, with the full and with the basic audio allowance.
+/// An estimated download size in bytes, with the full and with the basic audio allowance.
 class ZARVO_EXPORT ZMOfflineSize {
 public:
+    /// The two estimates.
     ZMOfflineSize(double size, double sizeWithBasicAudio)
         : size(size), sizeWithBasicAudio(sizeWithBasicAudio) {}
 
+    /// Bytes with the full audio allowance (256 kbit/s).
     double size;
+    /// Bytes with the basic audio allowance (128 kbit/s).
     double sizeWithBasicAudio;
 };
 

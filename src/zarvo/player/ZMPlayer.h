@@ -28,75 +28,147 @@
 
 namespace zarvo {
 
-// The object a host application drives: it opens a playback source on its platform player and
-// reports statuses, times, bitrates, access-log events, media options and ad events to its
-// delegate. Used on the main thread; made with make() because its observations hold it weakly.
+/// The object a host application drives: it opens a playback source on its platform player and
+/// reports statuses, times, bitrates, access-log events, media options and ad events to its
+/// delegate. Used on the main thread; made with make() because its observations hold it weakly.
+///
+/// Every delegate call comes on the main thread, on GLib's default main context, either from
+/// the player's observations or within the host's own call (open() asks for the subtitle style,
+/// audioOptions() and subtitleOptions() for the host's option lists). The player holds its
+/// delegate weakly, and itself while it calls the delegate.
 class ZARVO_EXPORT ZMPlayer : public PlayerItemMetadataCollectorPushDelegate,
                               public std::enable_shared_from_this<ZMPlayer> {
 public:
+    /// A player with its observations set up. The first player a process makes also sends the
+    /// tracking sessions that earlier runs left (ZMTrackingSessionsRestoreManager).
     static std::shared_ptr<ZMPlayer> make();
+    /// Stops observing the platform player; no delegate call follows.
     ~ZMPlayer() override;
     ZMPlayer(const ZMPlayer&) = delete;
     ZMPlayer& operator=(const ZMPlayer&) = delete;
 
-    // The SDK's marketing version and build number.
+    /// The SDK's marketing version: the CMake project's version, for example "1.0.0".
     static std::string version();
+    /// The SDK's build number: the build's ZM_BUILD_NUMBER, "1" unless it was set.
     static std::string build();
 
+    /// The delegate; nullptr when none was set or the host let it go.
     std::shared_ptr<ZMPlayerDelegate> delegate() const { return delegate_.lock(); }
+    /// Sets the delegate, held weakly: the host keeps it alive.
     virtual void setDelegate(std::weak_ptr<ZMPlayerDelegate> delegate) {
         delegate_ = std::move(delegate);
     }
+    /// Whether the platform player's rate is 0 (paused, or never played).
     virtual bool isPaused() const;
+    /// The stream type of the source; nothing without a source.
     virtual std::optional<ZMStreamType> streamType() const;
+    /// Whether the source has a timeshift (ZMPlaybackSource::maxAllowedTimeshift()); nothing
+    /// without a source.
     virtual std::optional<bool> timeshiftAvailable() const;
-    // kbit/s.
+    /// The indicated bitrate (the variant's BANDWIDTH) of the current item's last access-log
+    /// entry, in kbit/s; nothing before the first entry.
     virtual std::optional<double> currentIndictatedVideoBitrate() const;
+    /// The platform player's time-control status.
     virtual ZMPlaybackStatus playbackStatus() const;
+    /// The observed bitrate of the current item's last access-log entry, in kbit/s; nothing
+    /// before the first entry or before its first transfer.
     virtual std::optional<double> currentVideoBandwidth() const;
+    /// Whether the audio is muted.
     virtual bool isMuted() const;
+    /// Mutes or unmutes the audio.
     virtual void setMuted(bool muted);
+    /// Stored for hosts that ask (true by default); Linux has no external playback route.
     virtual bool allowsExternalPlayback();
+    /// Stores the value and hands it to the platform player.
     virtual void setAllowsExternalPlayback(bool allows);
+    /// The source opened last; nullptr before open() and after removeCurrentSource().
     virtual std::shared_ptr<ZMPlaybackSource> source() const { return source_; }
+    /// Replaces the source without building an item from it (see open() and
+    /// reloadPlayerItem()).
     virtual void setSource(std::shared_ptr<ZMPlaybackSource> source) {
         source_ = std::move(source);
     }
+    /// The last status given to ZMPlayerDelegate::playerDidChangePlaybackStatus; nothing
+    /// before the first.
     virtual std::optional<ZMPlaybackStatus> lastPlaybackStatus() const {
         return lastPlaybackStatus_;
     }
+    /// Replaces the last reported status: a time-control change to a status equal to it is
+    /// not reported.
     virtual void setLastPlaybackStatus(std::optional<ZMPlaybackStatus> status) {
         lastPlaybackStatus_ = status;
     }
+    /// For a VOD source, the current item's time in seconds; for any other stream, the date
+    /// being played (from EXT-X-PROGRAM-DATE-TIME, else the clock's now) in seconds since
+    /// 1970-01-01 UTC. 0 without a current item.
     virtual double currentTime() const;
+    /// The current item's time in seconds, whatever the stream type; 0 without an item.
     virtual double currentPlayerTimeOffset() const;
+    /// The current item's duration in seconds: 0 without an item, NaN while the item has no
+    /// known duration (as for a live stream).
     virtual double duration() const;
+    /// The selected option of the current item's audio group; nothing without an item, a
+    /// group or a selection.
     virtual std::optional<MediaSelectionOption> currentAudioOption() const;
+    /// The audio options to offer: see ZMMediaOption::list(). The delegate's
+    /// playerMapMediaOptions() is asked first, within this call; empty without a current item
+    /// or an audio group.
     virtual std::vector<ZMMediaOption> audioOptions();
+    /// The selected option of the current item's legible (subtitle) group; nothing without
+    /// an item, a group or a selection.
     virtual std::optional<MediaSelectionOption> currentSubtitleOption() const;
+    /// The subtitle options to offer, as audioOptions() does for the legible group.
     virtual std::vector<ZMMediaOption> subtitleOptions();
+    /// Plays at rate 1.
     virtual void play();
+    /// Pauses (rate 0).
     virtual void pause();
+    /// Seeks the current item to `to` seconds (a MediaTime of `preferredTimescale`) within the
+    /// tolerances (zero for both: exactly). The completion runs on the main thread with true
+    /// when the seek finished, false when a later seek or a new item interrupted it.
     virtual void seek(double to, std::int32_t preferredTimescale, MediaTime toleranceBefore,
                       MediaTime toleranceAfter, std::function<void(bool)> completion = nullptr);
+    /// Pauses, builds a new item from the source and makes it current with its status
+    /// observed, selects again the audio and subtitle options the new item has selected (the
+    /// old item's choices are not carried over), plays, and runs `completion` before
+    /// returning. Unlike open(), it does not subscribe to the new item's access-log entries,
+    /// so ZMPlayerDelegate::playerDidChangeIndicatedBitrate is not called for that item.
     virtual void reloadPlayerItem(const std::function<void()>& completion);
+    /// reloadPlayerItem(), then a seek to `time` (default tolerances), then `completion`.
     virtual void reloadPlayerItemAndSeekTo(MediaTime time, const std::function<void()>& completion);
+    /// A new item from the source (nullptr without a source or a playback address), with the
+    /// date-range metadata collector of this player and the delegate's subtitle style (asked
+    /// within this call). Forgets the ad events of the item before. Does not make it current.
     virtual std::shared_ptr<PlayerItem> createAVPlayerItem();
+    /// Observes the status of `playerItem` (replacing the item observed before) and the
+    /// media-selection changes.
     virtual void setupObserversForPlayerItem(const std::shared_ptr<PlayerItem>& playerItem);
+    /// Makes `source` the source, builds its item and makes it current, observing its status,
+    /// media selection and access log; plays when `autoPlay`. Nothing of the item left reaches
+    /// the delegate afterwards. When the source gives no item (no playback address), the
+    /// current item stays. May be called from inside a delegate call.
     virtual void open(std::shared_ptr<ZMPlaybackSource> source, bool autoPlay);
+    /// Forgets the source and leaves the player without a current item.
     virtual void removeCurrentSource();
 
+    /// The platform player underneath (the views draw its video).
     const std::shared_ptr<Player>& systemPlayer() const { return systemPlayer_; }
-    // Selects `option` (none clears the selection) in the current item's group for
-    // `characteristic`; nothing without an item or such a group.
+    /// Selects `option` (none clears the selection) in the current item's group for
+    /// `characteristic`; nothing without an item or such a group.
     void selectOptionGroup(const std::optional<MediaSelectionOption>& option,
                            const MediaCharacteristic& characteristic);
 
     // Notification entry points.
+    /// A media selection changed: reports the current item's status
+    /// (ZMPlayerDelegate::playerPlayedItemDidChange) and its access log.
     void mediaSelectionDidChange();
+    /// An item logged a new access-log entry: on the main queue, when it is the current item,
+    /// reports a changed indicated bitrate, then the whole access log.
     void playerItemDidAddNewAccessLogEntry(const Notification& notification);
 
-    // The date-range metadata of the current item.
+    /// The date-range metadata of the current item.
+    /// Collects the ad events the groups carry; they are reported when the playback date
+    /// reaches them (ZMPlayerDelegate::playerDidOccurEvents).
     void metadataCollector(PlayerItemMetadataCollector& collector,
                            const std::vector<DateRangeMetadataGroup>& groups,
                            const std::vector<std::size_t>& indexesOfNewGroups,
@@ -108,6 +180,8 @@ private:
     };
 
 public:
+    /// Used by make() (the token is private): sends the tracking sessions of earlier runs, once
+    /// per process, and makes the platform player.
     explicit ZMPlayer(Token);
 
 private:

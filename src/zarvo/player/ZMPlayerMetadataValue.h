@@ -6,14 +6,17 @@
 
 namespace zarvo {
 
-// The whole JSON of one metadata item: {"vast": {"event": {...}}}.
+/// The whole JSON of one metadata item: `{"vast": {"event": {...}}}`.
 struct ZARVO_EXPORT ZMPlayerMetadataValue {
+    /// The "vast" object.
     ZMPlayerMetadataVast vast;
 
+    /// Equal "vast" objects.
     bool operator==(const ZMPlayerMetadataValue&) const = default;
 };
 
-// "vast" is required; without it (or with a non-object) this throws nlohmann::json::exception.
+/// Reads a metadata item's JSON. "vast" is required; without it (or with a non-object) this
+/// throws nlohmann::json::exception.
 void from_json(const Json& json, ZMPlayerMetadataValue& value);
 
 }  // namespace zarvo

@@ -6,14 +6,17 @@
 
 namespace zarvo {
 
-// The "vast" object of a metadata item: {"event": {...}}.
+/// The "vast" object of a metadata item: `{"event": {...}}`.
 struct ZARVO_EXPORT ZMPlayerMetadataVast {
+    /// The "event" object.
     ZMPlayerMetadataEvent event;
 
+    /// Equal events.
     bool operator==(const ZMPlayerMetadataVast&) const = default;
 };
 
-// "event" is required; without it (or with a non-object) this throws nlohmann::json::exception.
+/// Reads a "vast" object. "event" is required; without it (or with a non-object) this throws
+/// nlohmann::json::exception.
 void from_json(const Json& json, ZMPlayerMetadataVast& vast);
 
 }  // namespace zarvo

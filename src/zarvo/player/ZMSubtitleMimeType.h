@@ -2,9 +2,11 @@
 
 namespace zarvo {
 
-// The format of a side-loaded subtitle file.
+/// The format of a side-loaded subtitle file.
 enum class ZMSubtitleMimeType {
+    /// WebVTT.
     webVTT,
+    /// TTML.
     ttml,
 };
 

@@ -23,50 +23,78 @@
 
 namespace zarvo {
 
-// One viewing reported to the tracking service: an initialisation beacon at start, events
-// in batches of 50, the rest when finished. Its state is written to a file after every
-// change so that a later run can send what this one could not. Failed beacons (no
-// connection, 5xx) are retried after 116-120 seconds on the main run loop, without limit.
-// Times come from the scheduler that is standard when the session is made.
+/// One viewing reported to the tracking service: an initialisation beacon at start, events
+/// in batches of 50, the rest when finished. Its state is written to a file after every
+/// change so that a later run can send what this one could not. Failed beacons (no
+/// connection, 5xx) are retried after 116-120 seconds on the main run loop, without limit;
+/// any other failure ends the session and removes its file. Times come from the scheduler
+/// that is standard when the session is made.
+///
+/// The beacons are GET requests: `<endpoint>/init.gif` with the device's and the content's
+/// query items, `<endpoint>/events.gif` with "version", "customerId", "sessionId",
+/// "sessionDuration" (whole seconds since start()) and "events" (each event as
+/// `code,sessionOffset,movieOffset,value`, joined by ";"). The session calls nothing back: read
+/// state(), lastError() and pendingEventsCount(). Its calls may come from any thread.
 class ZARVO_EXPORT ZMTrackingSession : public std::enable_shared_from_this<ZMTrackingSession> {
     struct Passkey {};
 
 public:
+    /// A session for `contentInfo` from `deviceInfo`, its beacons sent on a URL session of
+    /// `urlSessionConfiguration` (made on first use).
     static std::shared_ptr<ZMTrackingSession> make(
         ZMTrackingSessionContentInfo contentInfo, ZMTrackingSessionDeviceInfo deviceInfo,
         UrlSessionConfiguration urlSessionConfiguration = UrlSessionConfiguration(),
         ZMTrackingSessionConfiguration configuration = ZMTrackingSessionConfiguration());
 
+    /// Used by make() (the passkey is private).
     ZMTrackingSession(Passkey, ZMTrackingSessionContentInfo contentInfo,
                       ZMTrackingSessionDeviceInfo deviceInfo,
                       UrlSessionConfiguration urlSessionConfiguration,
                       ZMTrackingSessionConfiguration configuration);
+    /// Stops the retry timers and cancels a beacon on its way; the stored file stays.
     ~ZMTrackingSession();
     ZMTrackingSession(const ZMTrackingSession&) = delete;
     ZMTrackingSession& operator=(const ZMTrackingSession&) = delete;
 
-    // Sends the initialisation beacon (once; never after the session was cancelled).
+    /// Sends the initialisation beacon (once; never after the session was cancelled). With a
+    /// minimum duration (ZMTrackingSessionConfiguration) the beacon is held back by a timer
+    /// that is never scheduled: such a session sends nothing, and finishAndSendAllEvents()
+    /// does nothing for it.
     void start();
-    // Records an event at `movieOffset` seconds of the content; ignored once finishing.
+    /// Records an event at `movieOffset` seconds of the content, with the whole seconds since
+    /// start() as its session offset; ignored once finishing. Then, when the session is
+    /// initialised and no beacon is on its way, sends the 50 oldest pending events if there
+    /// are 50 (all of them once finishing). Events are sent only from such calls, from
+    /// finishAndSendAllEvents() and from retries, never on the initialisation's answer.
     void addTrackingEvent(const ZMTrackingEvent& eventType, std::int64_t movieOffset);
-    // Sends every pending event, then removes the stored file. Does nothing unless started.
+    /// Sends every pending event, then removes the stored file. Does nothing unless started.
+    /// The session keeps itself alive until the events are delivered (or fail for good). While
+    /// the initialisation beacon is still on its way nothing is sent yet: the events go with
+    /// the next addTrackingEvent() call, or stay in the file for a later run.
     void finishAndSendAllEvents();
-    // Stops the session: nothing more is sent and the stored file is removed.
+    /// Stops the session: nothing more is sent and the stored file is removed.
     void finishAndCancel();
 
+    /// The state, as the application sees it.
     ZMTrackingSessionState state() const;
+    /// The failure of the last beacon; nothing after a success or before any beacon.
     std::optional<ZMTrackingSessionError> lastError() const;
+    /// The session's own random identifier, which names its stored file.
     const Uuid& localId() const { return localId_; }
+    /// The device described in the beacons.
     const ZMTrackingSessionDeviceInfo& deviceInfo() const { return deviceInfo_; }
+    /// The content reported on.
     const ZMTrackingSessionContentInfo& contentInfo() const { return contentInfo_; }
 
-    // Events stored and not yet sent.
+    /// Events stored and not yet sent.
     std::size_t pendingEventsCount() const;
-    // True while a beacon is on its way (initialisation or a batch of events).
+    /// True while a beacon is on its way (initialisation or a batch of events).
     bool isAwaitingNetwork() const;
 
     // Targets of the retry timers.
+    /// Sends the initialisation beacon again after a retryable failure.
     void retrySessionInitializationTimerFired();
+    /// Sends the due batch of events again after a retryable failure.
     void retryEventsSendingTimerFired();
 
 private:
