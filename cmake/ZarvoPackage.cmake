@@ -41,7 +41,9 @@ function(zm_public_headers out)
          ${PROJECT_SOURCE_DIR}/src/zarvo/${folder}/ZM*.h ${PROJECT_SOURCE_DIR}/src/zarvo/${folder}/FP*.h)
     list(APPEND pending ${roots})
   endforeach()
-  list(APPEND pending zarvo/fairplay/FairPlayAssetLoaderDelegate.h)
+  # With them, what a host sets before it starts: its home folder and its identity.
+  list(APPEND pending zarvo/fairplay/FairPlayAssetLoaderDelegate.h zarvo/platform/AppDirectories.h
+       zarvo/platform/Bundle.h)
   set(found)
   while(pending)
     list(POP_FRONT pending header)
