@@ -67,7 +67,7 @@ grep -m1 '^time' "$work/console.log"
 if [ -x "$work/gtk-player/zm-gtk-player" ]; then
   step "the GTK player under Xvfb"
   LD_LIBRARY_PATH=$libdir "$root/examples/gtk-player/check-under-xvfb.sh" \
-    "$work/gtk-player/zm-gtk-player" "$prefix/bin" "$work/screenshots"
+    "$work/gtk-player/zm-gtk-player" "$prefix/bin/zm-origin" "$work/screenshots"
 fi
 
 step "the Debian packages"

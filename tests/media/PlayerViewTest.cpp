@@ -132,6 +132,14 @@ TEST_F(PlayerViewTest, WindowsOfOnePlayerShowItsPictureWithTheirGravityAndBlackW
     EXPECT_TRUE(RunLoop::main().runUntil(
         [&] { return player->currentTime().seconds() > before + 0.5; }, 10s))
         << "playback goes on when a view goes";
+
+    // The next item plays in the same windows (the sinks forget them when the pipeline stops).
+    player->replaceCurrentItem(
+        PlayerItem::make(UrlAsset::make(*Url::parse(origin_->url("/vod/master.m3u8")))));
+    player->play();
+    EXPECT_TRUE(shows(*aspect, "the next item's picture", [](const WindowGrab& grab) {
+        return !grab.columnIsBlack(1) && !grab.columnIsBlack(grab.width() - 2);
+    }));
 }
 
 }  // namespace

@@ -301,7 +301,7 @@ void GstPlayback::closeResourcesThenStop() {
         resources_->awaitAnswersRead(std::chrono::seconds(1));
     }
     if (pipeline_) {
-        gst_element_set_state(pipeline_->element(), GST_STATE_NULL);
+        pipeline_->stop();
     }
 }
 

@@ -147,6 +147,13 @@ void GstVideoOutputs::redraw(std::uint64_t id) {
     }
 }
 
+void GstVideoOutputs::reattach() {
+    for (const auto& [id, branch] : branches_) {
+        gst_video_overlay_set_window_handle(GST_VIDEO_OVERLAY(branch->sink),
+                                            branch->output.window);
+    }
+}
+
 bool GstVideoOutputs::isWindowElement(GstObject* object) const {
     for (const auto& [id, branch] : branches_) {
         for (GstElement* element : branch->elements()) {

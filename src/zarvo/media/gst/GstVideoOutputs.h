@@ -33,6 +33,9 @@ public:
     void redraw(std::uint64_t id);
     // Whether `object` belongs to a window's branch: its failures concern that window only.
     bool isWindowElement(GstObject* object) const;
+    // Gives each window's sink its window again: a sink forgets it when the pipeline stops,
+    // and would open a window of its own for the next item.
+    void reattach();
 
     struct Token {
         explicit Token() = default;

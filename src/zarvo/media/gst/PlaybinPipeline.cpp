@@ -146,6 +146,13 @@ void PlaybinPipeline::redrawOutput(std::uint64_t id) {
     }
 }
 
+void PlaybinPipeline::stop() {
+    gst_element_set_state(playbin_.get(), GST_STATE_NULL);
+    if (windows_) {
+        windows_->reattach();
+    }
+}
+
 bool PlaybinPipeline::isWindowElement(GstObject* source) const {
     return windows_ && windows_->isWindowElement(source);
 }

@@ -50,6 +50,8 @@ public:
     PlaybinPipeline& operator=(const PlaybinPipeline&) = delete;
 
     GstElement* element() const { return playbin_.get(); }
+    // Stops the pipeline (NULL state), ready for the next item in the same windows.
+    void stop();
     // What the pipeline answers, when it does.
     std::optional<MediaTime> position() const;
     std::optional<MediaTime> duration() const;
