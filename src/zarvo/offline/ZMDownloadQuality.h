@@ -2,8 +2,6 @@
 
 #include <cstdint>
 
-#include <nlohmann/json.hpp>
-
 namespace zarvo {
 
 // A video quality that can be downloaded, with its estimated sizes in bytes.
@@ -16,11 +14,5 @@ struct ZMDownloadQuality {
 
     bool operator==(const ZMDownloadQuality&) const = default;
 };
-
-// Serialised under the keys "width", "height", "bitrate", "size", "sizeWithBasicAudio".
-void to_json(nlohmann::json& json, const ZMDownloadQuality& quality);
-void to_json(nlohmann::ordered_json& json, const ZMDownloadQuality& quality);
-// Missing or mistyped keys throw nlohmann::json::exception, as for any decoded record.
-void from_json(const nlohmann::json& json, ZMDownloadQuality& quality);
 
 }  // namespace zarvo

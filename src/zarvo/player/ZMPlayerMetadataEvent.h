@@ -6,7 +6,6 @@
 #include <string>
 
 #include "zarvo/platform/Date.h"
-#include "zarvo/platform/Json.h"
 
 namespace zarvo {
 
@@ -31,11 +30,6 @@ struct ZMPlayerMetadataEvent {
 
     bool operator==(const ZMPlayerMetadataEvent&) const = default;
 };
-
-// Missing members stay unset and are not written. A member of the wrong type (a number for a
-// text, a fraction for the offset) throws nlohmann::json::exception.
-void to_json(Json& json, const ZMPlayerMetadataEvent& event);
-void from_json(const Json& json, ZMPlayerMetadataEvent& event);
 
 }  // namespace zarvo
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "zarvo/platform/Json.h"
 #include "zarvo/player/ZMPlayerMetadataVast.h"
 
 namespace zarvo {
@@ -11,8 +10,5 @@ struct ZMPlayerMetadataValue {
 
     bool operator==(const ZMPlayerMetadataValue&) const = default;
 };
-
-// "vast" is required; without it (or with a non-object) this throws nlohmann::json::exception.
-void from_json(const Json& json, ZMPlayerMetadataValue& value);
 
 }  // namespace zarvo

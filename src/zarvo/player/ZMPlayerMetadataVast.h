@@ -1,6 +1,5 @@
 #pragma once
 
-#include "zarvo/platform/Json.h"
 #include "zarvo/player/ZMPlayerMetadataEvent.h"
 
 namespace zarvo {
@@ -11,8 +10,5 @@ struct ZMPlayerMetadataVast {
 
     bool operator==(const ZMPlayerMetadataVast&) const = default;
 };
-
-// "event" is required; without it (or with a non-object) this throws nlohmann::json::exception.
-void from_json(const Json& json, ZMPlayerMetadataVast& vast);
 
 }  // namespace zarvo

@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "zarvo/platform/Json.h"
 #include "zarvo/platform/UrlQueryItem.h"
 
 namespace zarvo {
@@ -38,10 +37,6 @@ struct ZMTrackingSessionContentInfo {
 
     // The seven fixed items, then subscriberId, subscriberProfileId and productTitle when set.
     std::vector<UrlQueryItem> queryItems() const;
-
-    Json toJson() const;
-    // Nothing when a required field is missing or a field has the wrong type.
-    static std::optional<ZMTrackingSessionContentInfo> fromJson(const Json& json);
 
     bool operator==(const ZMTrackingSessionContentInfo&) const = default;
 };

@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "zarvo/platform/Json.h"
 #include "zarvo/platform/UrlQueryItem.h"
 
 namespace zarvo {
@@ -38,10 +37,6 @@ struct ZMTrackingSessionDeviceInfo {
 
     // The present fields as query items, in field order.
     std::vector<UrlQueryItem> queryItems() const;
-
-    Json toJson() const;
-    // Nothing when a required field is missing or a field has the wrong type.
-    static std::optional<ZMTrackingSessionDeviceInfo> fromJson(const Json& json);
 
     bool operator==(const ZMTrackingSessionDeviceInfo&) const = default;
 };
