@@ -4,6 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include "zarvo/offline/FPDownloadsStore.h"
+#include "zarvo/platform/Json.h"
 
 #include "support/TempHome.h"
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "zarvo/offline/DownloadQualityJson.h"
 #include "zarvo/offline/ZMOfflineStreamInfoReader.h"
 
 #include "support/TestHttpServer.h"

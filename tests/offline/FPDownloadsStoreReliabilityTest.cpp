@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "zarvo/offline/FPDownloadsStore.h"
+#include "zarvo/offline/OfflineDownloadJson.h"
 #include "zarvo/platform/AppDirectories.h"
 
 #include "support/TempHome.h"
@@ -79,7 +80,7 @@ TEST(FPDownloadsStoreReliabilityTest, AKilledSaveLeavesTheOldOrTheNewList) {
 
         auto text = UserDefaults::open(database)->string(FPDownloadsStore::DownloadsJsonKey);
         ASSERT_TRUE(text);
-        auto downloads = ZMOfflineDownload::decodeList(*text);
+        auto downloads = OfflineDownloadJson::decodeList(*text);
         ASSERT_TRUE(downloads) << "torn list after kill " << attempt;
         ASSERT_EQ(downloads->size(), count);
         double progress = downloads->front()->progress();

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "zarvo/offline/FPDownloadsStore.h"
+#include "zarvo/offline/OfflineDownloadJson.h"
 
 #include "support/TempHome.h"
 
@@ -86,8 +87,8 @@ TEST_F(FPDownloadsStoreTest, CreatedDownloadsArePersistedInOrder) {
 
     auto all = FPDownloadsStore().getAllDownloads();
     ASSERT_EQ(all.size(), 2u);
-    EXPECT_EQ(all[0]->toJson(), first->toJson());
-    EXPECT_EQ(all[1]->toJson(), second->toJson());
+    EXPECT_EQ(OfflineDownloadJson::toJson(*all[0]), OfflineDownloadJson::toJson(*first));
+    EXPECT_EQ(OfflineDownloadJson::toJson(*all[1]), OfflineDownloadJson::toJson(*second));
 }
 
 TEST_F(FPDownloadsStoreTest, FindsReturnCachedInstancesAndUpdateSavesThemAll) {

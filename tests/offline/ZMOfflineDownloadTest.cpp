@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include "zarvo/offline/OfflineDownloadJson.h"
 #include "zarvo/offline/ZMOfflineDownload.h"
 #include "zarvo/platform/FatalError.h"
+#include "zarvo/platform/Json.h"
 
 #include "support/TempHome.h"
 
@@ -61,7 +63,9 @@ TEST_F(ZMOfflineDownloadTest, OfflineUrlKeepsThePathFromTheFirstLibrary) {
     EXPECT_EQ(download->offlineUrl()->decodedPath(), "Library/media/My Movie 100%.movpkg");
     EXPECT_EQ(download->offlineUrlAsset()->url().decodedPath(),
               inHome("Library/media/My Movie 100%.movpkg"));
-    EXPECT_EQ(ZMOfflineDownload::fromJson(download->toJson())->offlineUrlAsset()->url(),
+    EXPECT_EQ(OfflineDownloadJson::fromJson(OfflineDownloadJson::toJson(*download))
+                  ->offlineUrlAsset()
+                  ->url(),
               download->offlineUrlAsset()->url());
 
     // Assigning the URL alone keeps the asset; setting nothing clears both.
@@ -117,19 +121,19 @@ TEST_F(ZMOfflineDownloadTest, ContentKeysDirectoryThatCannotBeMadeIsFatal) {
 TEST_F(ZMOfflineDownloadTest, JsonHasTheKeysInWrittenOrderAndReadsBack) {
     auto download = makeDownload(url("Library/media/a.movpkg"), State::completed);
     EXPECT_EQ(
-        download->toJson().dump(),
+        OfflineDownloadJson::toJson(*download).dump(),
         R"({"id":"0A1B","title":"Big Buck Bunny","playlist_url":"https://cdn.example/v/master.m3u8",)"
         R"("state":2,"license_url":"https://keys.example/license?c=1",)"
         R"("fps_cert_url":"https://keys.example/cert.der","offlineUrl":"Library/media/a.movpkg",)"
         R"("download_progress":0.25,"audio_ids":["en","de"],"subtitles_ids":["fr"],)"
         R"("min_bitrate":800000,"headers":{"Authorization":"Bearer t"}})");
-    EXPECT_EQ(bareDownload("T")->toJson().dump(),
+    EXPECT_EQ(OfflineDownloadJson::toJson(*bareDownload("T")).dump(),
               R"({"id":"B","title":"T","playlist_url":"https://h/m.m3u8","state":0,)"
               R"("download_progress":0.0,"min_bitrate":0,"headers":{}})");
 
-    auto reread = ZMOfflineDownload::fromJson(download->toJson());
+    auto reread = OfflineDownloadJson::fromJson(OfflineDownloadJson::toJson(*download));
     ASSERT_NE(reread, nullptr);
-    EXPECT_EQ(reread->toJson(), download->toJson());
+    EXPECT_EQ(OfflineDownloadJson::toJson(*reread), OfflineDownloadJson::toJson(*download));
     EXPECT_EQ(reread->offlineUrlAsset()->url(), download->offlineUrlAsset()->url());
     EXPECT_EQ(*reread->licenseUrlQueryItems(), (std::vector<UrlQueryItem>{{"persistent", "true"}}));
 }
@@ -139,7 +143,7 @@ TEST_F(ZMOfflineDownloadTest, JsonOptionalKeysAbsentOrOfTheWrongTypeGiveEmptyVal
         R"({"id":"A","title":"T","state":3,"playlist_url":"https://h/m.m3u8",)"
         R"("license_url":42,"fps_cert_url":"bad url","offlineUrl":["x"],"download_progress":1,)"
         R"("audio_ids":["en",7],"subtitles_ids":"fr"})");
-    auto download = ZMOfflineDownload::fromJson(object);
+    auto download = OfflineDownloadJson::fromJson(object);
     ASSERT_NE(download, nullptr);
     EXPECT_FALSE(download->licenseUrl() || download->fpsCertUrl() || download->offlineUrl());
     EXPECT_FALSE(download->audioIds() || download->subtitlesIds());
@@ -149,40 +153,40 @@ TEST_F(ZMOfflineDownloadTest, JsonOptionalKeysAbsentOrOfTheWrongTypeGiveEmptyVal
 
     object["min_bitrate"] = "fast";
     object["headers"] = Json::parse(R"({"A":"1","B":2})");
-    download = ZMOfflineDownload::fromJson(object);
+    download = OfflineDownloadJson::fromJson(object);
     EXPECT_EQ(download->minBitrate(), 0);
     EXPECT_TRUE(download->headers().empty());
     object["min_bitrate"] = 2000000.0;
-    EXPECT_EQ(ZMOfflineDownload::fromJson(object)->minBitrate(), 2000000);
+    EXPECT_EQ(OfflineDownloadJson::fromJson(object)->minBitrate(), 2000000);
 }
 
 TEST_F(ZMOfflineDownloadTest, JsonRequiredKeysAndStateNumbersFailTheObject) {
     const Json good = Json::parse(
         R"({"id":"A","title":"T","state":2,"playlist_url":"https://h/m.m3u8","download_progress":0.5})");
-    ASSERT_NE(ZMOfflineDownload::fromJson(good), nullptr);
+    ASSERT_NE(OfflineDownloadJson::fromJson(good), nullptr);
     for (const char* key : {"id", "title", "state", "playlist_url", "download_progress"}) {
         Json missing = good;
         missing.erase(key);
-        EXPECT_EQ(ZMOfflineDownload::fromJson(missing), nullptr) << key;
+        EXPECT_EQ(OfflineDownloadJson::fromJson(missing), nullptr) << key;
         Json wrongType = good;
         wrongType[key] = Json::array();
-        EXPECT_EQ(ZMOfflineDownload::fromJson(wrongType), nullptr) << key;
+        EXPECT_EQ(OfflineDownloadJson::fromJson(wrongType), nullptr) << key;
     }
     for (Json bad : {Json(5), Json(-1), Json("2"), Json(2.5), Json(nullptr)}) {
         Json object = good;
         object["state"] = bad;
-        EXPECT_EQ(ZMOfflineDownload::fromJson(object), nullptr) << bad.dump();
+        EXPECT_EQ(OfflineDownloadJson::fromJson(object), nullptr) << bad.dump();
     }
     Json badUrl = good;
     badUrl["playlist_url"] = "not a url";
-    EXPECT_EQ(ZMOfflineDownload::fromJson(badUrl), nullptr);
+    EXPECT_EQ(OfflineDownloadJson::fromJson(badUrl), nullptr);
 
     // One bad object makes the whole list unreadable.
     std::string one = good.dump();
-    EXPECT_EQ(ZMOfflineDownload::decodeList("[" + one + "," + one + "]")->size(), 2u);
-    EXPECT_FALSE(ZMOfflineDownload::decodeList("[" + one + ",{\"id\":\"B\"}]"));
-    EXPECT_FALSE(ZMOfflineDownload::decodeList("{}"));
-    EXPECT_FALSE(ZMOfflineDownload::decodeList("[" + one));
+    EXPECT_EQ(OfflineDownloadJson::decodeList("[" + one + "," + one + "]")->size(), 2u);
+    EXPECT_FALSE(OfflineDownloadJson::decodeList("[" + one + ",{\"id\":\"B\"}]"));
+    EXPECT_FALSE(OfflineDownloadJson::decodeList("{}"));
+    EXPECT_FALSE(OfflineDownloadJson::decodeList("[" + one));
 }
 
 TEST_F(ZMOfflineDownloadTest, ListTextMatchesTheJsonFormAndKeepsOutOnlyValuesJsonCannotHold) {
@@ -194,12 +198,14 @@ TEST_F(ZMOfflineDownloadTest, ListTextMatchesTheJsonFormAndKeepsOutOnlyValuesJso
     auto download = makeDownload(url("Library/media/a.movpkg"));
     ZMOfflineDownload::List list{download, escaped};
     auto expected = [&] {
-        return Json::array({download->toJson(), escaped->toJson()}).dump();
+        return Json::array(
+                   {OfflineDownloadJson::toJson(*download), OfflineDownloadJson::toJson(*escaped)})
+            .dump();
     };
-    EXPECT_EQ(ZMOfflineDownload::encodeList(list).text, expected());
+    EXPECT_EQ(OfflineDownloadJson::encodeList(list).text, expected());
     for (double progress : {0.0, 0.1, 0.425, 1e-05, 123456789.0, 1.0 / 3.0}) {
         download->setProgress(progress);
-        EXPECT_EQ(ZMOfflineDownload::encodeList(list).text, expected()) << progress;
+        EXPECT_EQ(OfflineDownloadJson::encodeList(list).text, expected()) << progress;
     }
     const std::function<void()> changes[] = {
         [&] { download->setState(State::completed); },
@@ -209,22 +215,22 @@ TEST_F(ZMOfflineDownloadTest, ListTextMatchesTheJsonFormAndKeepsOutOnlyValuesJso
     };
     for (const auto& change : changes) {
         change();
-        EXPECT_EQ(ZMOfflineDownload::encodeList(list).text, expected());
+        EXPECT_EQ(OfflineDownloadJson::encodeList(list).text, expected());
     }
 
     // A download holding values JSON cannot hold is written as it last was, or left out when
     // it never was written; the others are written all the same.
-    std::string last = download->toJson().dump();
+    std::string last = OfflineDownloadJson::toJson(*download).dump();
     download->setProgress(std::numeric_limits<double>::quiet_NaN());
-    auto withNaN = ZMOfflineDownload::encodeList({escaped, download});
-    EXPECT_EQ(withNaN.text, "[" + escaped->toJson().dump() + "," + last + "]");
+    auto withNaN = OfflineDownloadJson::encodeList({escaped, download});
+    EXPECT_EQ(withNaN.text, "[" + OfflineDownloadJson::toJson(*escaped).dump() + "," + last + "]");
     EXPECT_EQ(withNaN.unencodedIds, std::vector<std::string>{download->id()});
-    auto notUtf8 = ZMOfflineDownload::encodeList(
+    auto notUtf8 = OfflineDownloadJson::encodeList(
         {bareDownload("\xff\xfe"), escaped, bareDownload("\xed\xa0\x80")});  // a surrogate
-    EXPECT_EQ(notUtf8.text, "[" + escaped->toJson().dump() + "]");
+    EXPECT_EQ(notUtf8.text, "[" + OfflineDownloadJson::toJson(*escaped).dump() + "]");
     EXPECT_EQ(notUtf8.unencodedIds.size(), 2u);
     download->setProgress(0.5);
-    EXPECT_TRUE(ZMOfflineDownload::encodeList({download}).unencodedIds.empty());
+    EXPECT_TRUE(OfflineDownloadJson::encodeList({download}).unencodedIds.empty());
 }
 
 }  // namespace

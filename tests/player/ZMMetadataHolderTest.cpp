@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "zarvo/platform/Base64.h"
+#include "zarvo/player/PlayerMetadataJson.h"
 #include "zarvo/player/ZMMetadataHolder.h"
 
 namespace zarvo {

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "zarvo/platform/DeviceInfo.h"
+#include "zarvo/platform/Json.h"
+#include "zarvo/tracking/InternalTrackingEventJson.h"
 
 #include "TrackingTestSupport.h"
 #include "support/TempHome.h"
@@ -116,7 +118,7 @@ TEST(TrackingStorageDataTest, EncodesKeysInOrderDecodesBackAndRejectsOtherDocume
     EXPECT_EQ(json["sessionState"], "initialized");
     EXPECT_FALSE(json["deviceInfo"].contains("agent"));
     EXPECT_FALSE(json["contentInfo"].contains("productTitle"));
-    EXPECT_EQ(json["events"][0], data.events[0].toJson());
+    EXPECT_EQ(json["events"][0], InternalTrackingEventJson::toJson(data.events[0]));
 
     EXPECT_EQ(ZMTrackingSessionStorageData::decode(text), data);
     auto without = [&](auto edit) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "zarvo/offline/FPDownloadsStore.h"
+#include "zarvo/offline/OfflineDownloadJson.h"
 #include "zarvo/platform/Json.h"
 
 #include "zmplay/ZmplayRun.h"
@@ -58,7 +59,8 @@ TEST_F(DownloadsCommandTest, ListsAndDeletesDownloads) {
                                                      "Library/media/second.movpkg\n"));
     auto json = run({"downloads", "--json"});
     EXPECT_EQ(json.status, 0);
-    EXPECT_EQ(json::parse(json.lastLine()), Json::array({first->toJson(), second->toJson()}));
+    EXPECT_EQ(json::parse(json.lastLine()), Json::array({OfflineDownloadJson::toJson(*first),
+                                                         OfflineDownloadJson::toJson(*second)}));
 
     auto deleted = run({"downloads", "delete", second->id()});
     EXPECT_EQ(deleted.status, 0);

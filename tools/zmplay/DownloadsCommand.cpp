@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "zarvo/offline/FPDownloadsStore.h"
+#include "zarvo/offline/OfflineDownloadJson.h"
 #include "zarvo/offline/ZMOfflineManager.h"
 #include "zarvo/platform/Json.h"
 #include "zarvo/platform/RunLoop.h"
@@ -32,7 +33,7 @@ void warnIfUnreadable() {
         return;
     }
     auto text = defaults->string(FPDownloadsStore::DownloadsJsonKey);
-    if (!text || !ZMOfflineDownload::decodeList(*text)) {
+    if (!text || !OfflineDownloadJson::decodeList(*text)) {
         std::cerr << "zmplay downloads: the stored list (" << FPDownloadsStore::DownloadsJsonKey
                   << ") cannot be read; the next save keeps it under "
                   << FPDownloadsStore::UnreadableDownloadsJsonKey << "\n";
@@ -48,7 +49,7 @@ int list(bool asJson) {
     if (asJson) {
         Json array = Json::array();
         for (const auto& download : downloads) {
-            array.push_back(download->toJson());
+            array.push_back(OfflineDownloadJson::toJson(*download));
         }
         std::cout << json::dump(array) << "\n";
         return 0;

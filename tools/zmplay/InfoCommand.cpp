@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "zarvo/offline/DownloadQualityJson.h"
 #include "zarvo/offline/ZMOfflineStreamInfoReader.h"
 #include "zarvo/platform/Json.h"
 #include "zarvo/platform/Url.h"

@@ -18,6 +18,7 @@
 #include "zarvo/platform/NotificationCenter.h"
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/platform/Url.h"
+#include "zarvo/player/PlayerMetadataJson.h"
 #include "zarvo/player/ZMPlayer.h"
 #include "zarvo/player/ZMPlayerView.h"
 #include "zarvo/source/ZMFairPlayUrls.h"

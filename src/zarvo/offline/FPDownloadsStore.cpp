@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "zarvo/offline/OfflineDownloadJson.h"
 #include "zarvo/platform/AppDirectories.h"
 #include "zarvo/platform/Log.h"
 #include "zarvo/platform/Uuid.h"
@@ -126,7 +127,7 @@ void FPDownloadsStore::loadIfNeeded() {
     std::optional<ZMOfflineDownload::List> downloads;
     if (userDefaults_) {
         std::optional<std::string> text = userDefaults_->string(DownloadsJsonKey);
-        downloads = ZMOfflineDownload::decodeList(text.value_or("[]"));
+        downloads = OfflineDownloadJson::decodeList(text.value_or("[]"));
         if (!downloads || (!text && userDefaults_->hasValue(DownloadsJsonKey))) {
             pendingBackup_ = unreadableStoredValue();
         }
@@ -146,7 +147,7 @@ void FPDownloadsStore::save() {
         storedValueChecked_ = true;
     }
     static const ZMOfflineDownload::List noDownloads;
-    ZMOfflineDownload::EncodedList encoded = ZMOfflineDownload::encodeList(
+    OfflineDownloadJson::EncodedList encoded = OfflineDownloadJson::encodeList(
         downloadsCache_ ? *downloadsCache_ : noDownloads, lastSavedSize_ + lastSavedSize_ / 8);
     if (encoded.unencodedIds != unencodedIds_) {
         for (const auto& id : encoded.unencodedIds) {
@@ -199,7 +200,7 @@ std::optional<Error> FPDownloadsStore::lastSaveError() const {
 
 std::optional<FPDownloadsStore::UnreadableValue> FPDownloadsStore::unreadableStoredValue() const {
     if (std::optional<std::string> text = userDefaults_->string(DownloadsJsonKey)) {
-        if (ZMOfflineDownload::decodeList(*text)) {
+        if (OfflineDownloadJson::decodeList(*text)) {
             return std::nullopt;
         }
         return UnreadableValue{std::move(*text), true};

@@ -2,8 +2,6 @@
 
 #include <cstdint>
 
-#include <nlohmann/json.hpp>
-
 #include "zarvo/platform/Export.h"
 
 namespace zarvo {
@@ -24,12 +22,5 @@ struct ZARVO_EXPORT ZMDownloadQuality {
     /// Equal in every field.
     bool operator==(const ZMDownloadQuality&) const = default;
 };
-
-/// Serialised under the keys "width", "height", "bitrate", "size", "sizeWithBasicAudio".
-void to_json(nlohmann::json& json, const ZMDownloadQuality& quality);
-/// The same, keys in that order.
-void to_json(nlohmann::ordered_json& json, const ZMDownloadQuality& quality);
-/// Missing or mistyped keys throw nlohmann::json::exception, as for any decoded record.
-void from_json(const nlohmann::json& json, ZMDownloadQuality& quality);
 
 }  // namespace zarvo

@@ -6,13 +6,11 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/offline/ZMOfflineDownloadState.h"
 #include "zarvo/platform/Export.h"
-#include "zarvo/platform/Json.h"
 #include "zarvo/platform/Url.h"
 #include "zarvo/platform/UrlQueryItem.h"
 
@@ -20,6 +18,8 @@ namespace zarvo {
 
 // The offline key loader that serves a download's persistent keys (fairplay/).
 class FPResourceLoaderDelegate;
+// The stored JSON form of downloads; it reads and caches a download's fields under its mutex.
+class OfflineDownloadJson;
 
 /// One offline copy of an HLS stream: where it comes from, how its keys are obtained, which
 /// renditions it keeps, how far it has got and where its package lies on disk.
@@ -132,35 +132,8 @@ public:
     /// The same as description().
     std::string debugDescription() const { return description(); }
 
-    /// The stored JSON form: keys in their written order, optional ones only when present.
-    Json toJson() const;
-    /// A download rebuilt from its JSON form; nullptr when a required key is missing or of the
-    /// wrong type, or the state number is not a known state.
-    static std::shared_ptr<ZMOfflineDownload> fromJson(const Json& object);
-
-    /// Appends the JSON text of toJson() to `text` and returns true. The text is kept until a
-    /// field it holds changes, so saving a long list after one download moved on re-encodes
-    /// only that download. Values JSON cannot hold (a progress that is not a finite number,
-    /// text that is not UTF-8) give false, and the text the download last had is appended
-    /// instead (nothing when it never had one).
-    bool appendJson(std::string& text) const;
-
-    /// The result of encodeList().
-    struct EncodedList {
-        /// The JSON array text.
-        std::string text;
-        /// Downloads written with their last encodable values, or left out when they had none.
-        std::vector<std::string> unencodedIds;
-    };
-    /// The JSON array text of a list; one download that cannot be encoded does not keep the
-    /// others out. `sizeHint` is the expected length (the previous text's, say).
-    static EncodedList encodeList(const List& downloads, std::size_t sizeHint = 0);
-    /// The list in a JSON array text; nothing when the text or any download in it is unreadable.
-    static std::optional<List> decodeList(std::string_view text);
-
 private:
-    Json jsonLocked() const;                          // with mutex_ held
-    bool appendLastEncoded(std::string& text) const;  // with mutex_ held
+    friend class OfflineDownloadJson;
 
     const std::string id_;
     const std::string title_;

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "zarvo/platform/Base64.h"
-#include "zarvo/player/ZMPlayerMetadataValue.h"
+#include "zarvo/player/PlayerMetadataJson.h"
 
 namespace zarvo {
 

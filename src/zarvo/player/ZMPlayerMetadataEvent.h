@@ -7,7 +7,6 @@
 
 #include "zarvo/platform/Date.h"
 #include "zarvo/platform/Export.h"
-#include "zarvo/platform/Json.h"
 
 namespace zarvo {
 
@@ -35,13 +34,6 @@ struct ZARVO_EXPORT ZMPlayerMetadataEvent {
     /// Equal in every member.
     bool operator==(const ZMPlayerMetadataEvent&) const = default;
 };
-
-/// Writes the set members under their JSON names; missing members are not written.
-void to_json(Json& json, const ZMPlayerMetadataEvent& event);
-/// Reads an event object. Missing (or null) members stay unset. A member of the wrong type (a
-/// number for a text, a fraction for the offset), or a value that is not an object, throws
-/// nlohmann::json::exception.
-void from_json(const Json& json, ZMPlayerMetadataEvent& event);
 
 }  // namespace zarvo
 

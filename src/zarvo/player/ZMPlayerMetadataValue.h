@@ -1,7 +1,6 @@
 #pragma once
 
 #include "zarvo/platform/Export.h"
-#include "zarvo/platform/Json.h"
 #include "zarvo/player/ZMPlayerMetadataVast.h"
 
 namespace zarvo {
@@ -14,9 +13,5 @@ struct ZARVO_EXPORT ZMPlayerMetadataValue {
     /// Equal "vast" objects.
     bool operator==(const ZMPlayerMetadataValue&) const = default;
 };
-
-/// Reads a metadata item's JSON. "vast" is required; without it (or with a non-object) this
-/// throws nlohmann::json::exception.
-void from_json(const Json& json, ZMPlayerMetadataValue& value);
 
 }  // namespace zarvo

@@ -1,12 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "zarvo/platform/Export.h"
-#include "zarvo/platform/Json.h"
 #include "zarvo/tracking/ZMTrackingEvent.h"
 
 namespace zarvo {
@@ -26,12 +24,6 @@ struct ZARVO_EXPORT ZMInternalTrackingEvent {
     std::string text() const;
     // The events' texts joined by ";" in the given order; empty for no events.
     static std::string eventsText(const std::vector<ZMInternalTrackingEvent>& events);
-
-    Json toJson() const;
-    // Appends the JSON object to `out` without building a Json value (used on every file write).
-    void appendJson(std::string& out) const;
-    // Nothing when a key is missing or has the wrong type.
-    static std::optional<ZMInternalTrackingEvent> fromJson(const Json& json);
 
     bool operator==(const ZMInternalTrackingEvent&) const = default;
 };

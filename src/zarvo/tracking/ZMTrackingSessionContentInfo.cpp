@@ -3,46 +3,6 @@
 #include <utility>
 
 namespace zarvo {
-namespace {
-
-std::optional<std::int64_t> optionalInteger(const Json& json, const char* key, bool& valid) {
-    auto found = json.find(key);
-    if (found == json.end() || found->is_null()) {
-        return std::nullopt;
-    }
-    if (!found->is_number_integer()) {
-        valid = false;
-        return std::nullopt;
-    }
-    return found->get<std::int64_t>();
-}
-
-std::optional<std::string> optionalString(const Json& json, const char* key, bool& valid) {
-    auto found = json.find(key);
-    if (found == json.end() || found->is_null()) {
-        return std::nullopt;
-    }
-    if (!found->is_string()) {
-        valid = false;
-        return std::nullopt;
-    }
-    return found->get<std::string>();
-}
-
-std::int64_t requiredInteger(const Json& json, const char* key, bool& valid) {
-    auto value = optionalInteger(json, key, valid);
-    valid = valid && value.has_value();
-    return value.value_or(0);
-}
-
-std::string requiredString(const Json& json, const char* key, bool& valid) {
-    auto value = optionalString(json, key, valid);
-    valid = valid && value.has_value();
-    return value.value_or(std::string());
-}
-
-}  // namespace
-
 ZMTrackingSessionContentInfo::ZMTrackingSessionContentInfo(
     std::int64_t contentId, std::int64_t customerId, std::int64_t duration, std::string endpointUrl,
     std::int64_t productId, std::string productType, std::string sessionId,
@@ -89,47 +49,6 @@ std::vector<UrlQueryItem> ZMTrackingSessionContentInfo::queryItems() const {
         items.push_back({"productTitle", *productTitle});
     }
     return items;
-}
-
-Json ZMTrackingSessionContentInfo::toJson() const {
-    Json json = Json::object();
-    json["contentId"] = contentId;
-    json["customerId"] = customerId;
-    json["duration"] = duration;
-    json["endpointUrl"] = endpointUrl;
-    json["productId"] = productId;
-    if (productTitle) {
-        json["productTitle"] = *productTitle;
-    }
-    json["productType"] = productType;
-    json["sessionId"] = sessionId;
-    if (subscriberId) {
-        json["subscriberId"] = *subscriberId;
-    }
-    if (subscriberProfileId) {
-        json["subscriberProfileId"] = *subscriberProfileId;
-    }
-    json["url"] = url;
-    return json;
-}
-
-std::optional<ZMTrackingSessionContentInfo> ZMTrackingSessionContentInfo::fromJson(
-    const Json& json) {
-    if (!json.is_object()) {
-        return std::nullopt;
-    }
-    bool valid = true;
-    ZMTrackingSessionContentInfo info(
-        requiredInteger(json, "contentId", valid), requiredInteger(json, "customerId", valid),
-        requiredInteger(json, "duration", valid), requiredString(json, "endpointUrl", valid),
-        requiredInteger(json, "productId", valid), optionalString(json, "productTitle", valid),
-        requiredString(json, "productType", valid), requiredString(json, "sessionId", valid),
-        optionalInteger(json, "subscriberId", valid),
-        optionalInteger(json, "subscriberProfileId", valid), requiredString(json, "url", valid));
-    if (!valid) {
-        return std::nullopt;
-    }
-    return info;
 }
 
 }  // namespace zarvo

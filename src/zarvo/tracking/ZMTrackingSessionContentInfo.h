@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "zarvo/platform/Export.h"
-#include "zarvo/platform/Json.h"
 #include "zarvo/platform/UrlQueryItem.h"
 
 namespace zarvo {
@@ -51,11 +50,6 @@ struct ZARVO_EXPORT ZMTrackingSessionContentInfo {
     /// The seven fixed items (contentId, customerId, duration, productId, productType,
     /// sessionId, url), then subscriberId, subscriberProfileId and productTitle when set.
     std::vector<UrlQueryItem> queryItems() const;
-
-    /// The stored form: every field under its name, optional ones only when set.
-    Json toJson() const;
-    /// Nothing when a required field is missing or a field has the wrong type.
-    static std::optional<ZMTrackingSessionContentInfo> fromJson(const Json& json);
 
     /// Equal in every field.
     bool operator==(const ZMTrackingSessionContentInfo&) const = default;

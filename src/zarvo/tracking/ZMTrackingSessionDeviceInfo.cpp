@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cctype>
+#include <type_traits>
 #include <utility>
 
 #include "zarvo/platform/Bundle.h"
 #include "zarvo/platform/DeviceInfo.h"
+#include "zarvo/tracking/TrackingSessionDeviceInfoFields.h"
 
 namespace zarvo {
 namespace {
@@ -36,23 +38,6 @@ std::string hostVersionText() {
 
 // A Linux machine has no phone, tablet or TV interface idiom: it reports as a PC.
 constexpr const char* linuxTerminal = "PC";
-
-// Each field with its name, in field (and query) order.
-template <typename Info, typename Visit>
-void forEachField(Info& info, Visit&& visit) {
-    visit("agent", info.agent);
-    visit("agentVersion", info.agentVersion);
-    visit("deviceId", info.deviceId);
-    visit("maker", info.maker);
-    visit("mimeType", info.mimeType);
-    visit("os", info.os);
-    visit("osVersion", info.osVersion);
-    visit("platform", info.platform);
-    visit("playerVersion", info.playerVersion);
-    visit("rendererType", info.rendererType);
-    visit("terminal", info.terminal);
-    visit("version", info.version);
-}
 
 }  // namespace
 
@@ -98,51 +83,8 @@ std::vector<UrlQueryItem> ZMTrackingSessionDeviceInfo::queryItems() const {
             items.push_back({name, *field});
         }
     };
-    forEachField(*this, visit);
+    forEachDeviceInfoField(*this, visit);
     return items;
-}
-
-Json ZMTrackingSessionDeviceInfo::toJson() const {
-    Json json = Json::object();
-    auto visit = [&](const char* name, const auto& field) {
-        if constexpr (std::is_same_v<std::decay_t<decltype(field)>, std::string>) {
-            json[name] = field;
-        } else if (field) {
-            json[name] = *field;
-        }
-    };
-    forEachField(*this, visit);
-    return json;
-}
-
-std::optional<ZMTrackingSessionDeviceInfo> ZMTrackingSessionDeviceInfo::fromJson(const Json& json) {
-    if (!json.is_object()) {
-        return std::nullopt;
-    }
-    ZMTrackingSessionDeviceInfo info({}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {});
-    bool valid = true;
-    auto visit = [&](const char* name, auto& field) {
-        auto found = json.find(name);
-        bool present = found != json.end() && !found->is_null();
-        if (present && !found->is_string()) {
-            valid = false;
-            return;
-        }
-        if constexpr (std::is_same_v<std::decay_t<decltype(field)>, std::string>) {
-            if (!present) {
-                valid = false;
-                return;
-            }
-            field = found->template get<std::string>();
-        } else if (present) {
-            field = found->template get<std::string>();
-        }
-    };
-    forEachField(info, visit);
-    if (!valid) {
-        return std::nullopt;
-    }
-    return info;
 }
 
 }  // namespace zarvo

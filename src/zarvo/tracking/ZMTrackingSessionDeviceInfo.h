@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "zarvo/platform/Export.h"
-#include "zarvo/platform/Json.h"
 #include "zarvo/platform/UrlQueryItem.h"
 
 namespace zarvo {
@@ -55,11 +54,6 @@ struct ZARVO_EXPORT ZMTrackingSessionDeviceInfo {
 
     /// The present fields as query items, in field order.
     std::vector<UrlQueryItem> queryItems() const;
-
-    /// The stored form: every present field under its name.
-    Json toJson() const;
-    /// Nothing when a required field is missing or a field has the wrong type.
-    static std::optional<ZMTrackingSessionDeviceInfo> fromJson(const Json& json);
 
     /// Equal in every field.
     bool operator==(const ZMTrackingSessionDeviceInfo&) const = default;

@@ -1,5 +1,10 @@
 #include "zarvo/tracking/ZMTrackingSessionStorageData.h"
 
+#include "zarvo/platform/Json.h"
+#include "zarvo/tracking/InternalTrackingEventJson.h"
+#include "zarvo/tracking/TrackingSessionContentInfoJson.h"
+#include "zarvo/tracking/TrackingSessionDeviceInfoJson.h"
+
 namespace zarvo {
 namespace {
 
@@ -15,9 +20,9 @@ std::string ZMTrackingSessionStorageData::encode() const {
     std::string out;
     out.reserve(512 + events.size() * 64);
     out += "{\"storageFileVersion\":\"v1\",\"deviceInfo\":";
-    out += dumped(deviceInfo.toJson());
+    out += dumped(TrackingSessionDeviceInfoJson::toJson(deviceInfo));
     out += ",\"contentInfo\":";
-    out += dumped(contentInfo.toJson());
+    out += dumped(TrackingSessionContentInfoJson::toJson(contentInfo));
     out += ",\"sessionState\":\"";
     out += storageStateText(sessionState);
     out += "\",\"events\":[";
@@ -25,7 +30,7 @@ std::string ZMTrackingSessionStorageData::encode() const {
         if (index > 0) {
             out += ',';
         }
-        events[index].appendJson(out);
+        InternalTrackingEventJson::appendJson(events[index], out);
     }
     out += "]}";
     return out;
@@ -48,8 +53,8 @@ std::optional<ZMTrackingSessionStorageData> ZMTrackingSessionStorageData::decode
         !events->is_array() || !state) {
         return std::nullopt;
     }
-    auto deviceInfo = ZMTrackingSessionDeviceInfo::fromJson(*device);
-    auto contentInfo = ZMTrackingSessionContentInfo::fromJson(*content);
+    auto deviceInfo = TrackingSessionDeviceInfoJson::fromJson(*device);
+    auto contentInfo = TrackingSessionContentInfoJson::fromJson(*content);
     auto sessionState = storageStateNamed(*state);
     if (!deviceInfo || !contentInfo || !sessionState) {
         return std::nullopt;
@@ -58,7 +63,7 @@ std::optional<ZMTrackingSessionStorageData> ZMTrackingSessionStorageData::decode
     data.sessionState = *sessionState;
     data.events.reserve(events->size());
     for (const auto& item : *events) {
-        auto event = ZMInternalTrackingEvent::fromJson(item);
+        auto event = InternalTrackingEventJson::fromJson(item);
         if (!event) {
             return std::nullopt;
         }

@@ -1,4 +1,4 @@
-#include "zarvo/offline/ZMDownloadQuality.h"
+#include "zarvo/offline/DownloadQualityJson.h"
 
 namespace zarvo {
 namespace {
