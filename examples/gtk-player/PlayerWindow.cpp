@@ -147,7 +147,6 @@ void PlayerWindow::openSource(std::shared_ptr<zarvo::ZMPlaybackSource> source,
     showStatus("Opening " + title);
     gtk_widget_set_sensitive(playButton_, TRUE);
     player_->open(std::move(source), true);
-    video_.playerOpenedSource();
 }
 
 void PlayerWindow::togglePlayback() {

@@ -49,13 +49,6 @@ void VideoArea::unrealized() {
     view_.reset();
 }
 
-void VideoArea::playerOpenedSource() {
-    if (view_) {
-        view_->setPlayer(nullptr);
-        view_->setPlayer(player_);
-    }
-}
-
 void VideoArea::resized() {
     if (view_) {
         view_->setFrame(frameOf(area_));

@@ -18,11 +18,6 @@ public:
 
     GtkWidget* widget() const { return area_; }
 
-    // To be called after the player opened another source: the player's video sink does not
-    // keep the view's window from one item to the next, and a view that takes the player
-    // again hands its window to the new item.
-    void playerOpenedSource();
-
 private:
     void realized();
     void unrealized();
