@@ -45,7 +45,6 @@ g++ -std=c++20 -Wall -Wextra -Werror "$root/examples/console-host/main.cpp" -o "
 rc=0
 LD_LIBRARY_PATH=$libdir "$work/pc-host" >/dev/null 2>&1 || rc=$?
 [ "$rc" = 2 ] || { echo "the pkg-config host did not run (exit $rc)" >&2; exit 1; }
-pkg-config --modversion zarvomediaplayer
 
 step "the examples with the CMake package"
 for example in console-host gtk-player; do
@@ -62,6 +61,13 @@ start_origin "$prefix/bin" "$work/origin.log"
 LD_LIBRARY_PATH=$libdir "$work/console-host/zm-console-host" "$origin/vod/master.m3u8" --for 4 \
   >"$work/console.log"
 grep -q '^playback playing' "$work/console.log" || { cat "$work/console.log" >&2; exit 1; }
+# ZMPlayer::version() is the version that the package carries.
+version=$(pkg-config --modversion zarvomediaplayer)
+grep -qx "ZarvoMediaPlayer $version" "$work/console.log" || {
+  echo "ZMPlayer::version() is not $version:" >&2
+  head -1 "$work/console.log" >&2
+  exit 1
+}
 grep -m1 '^time' "$work/console.log"
 
 if [ -x "$work/gtk-player/zm-gtk-player" ]; then
