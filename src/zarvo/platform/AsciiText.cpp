@@ -1,6 +1,7 @@
 #include "zarvo/platform/AsciiText.h"
 
 #include <algorithm>
+#include <charconv>
 
 #include <glib.h>
 
@@ -18,6 +19,13 @@ std::string_view trimmed(std::string_view text) {
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                       [](char x, char y) { return g_ascii_tolower(x) == g_ascii_tolower(y); });
+}
+
+void appendDecimal(std::string& out, std::int64_t number) {
+    char buffer[24];
+    const auto [end, status] = std::to_chars(buffer, buffer + sizeof buffer, number);
+    (void)status;  // 24 characters hold every 64-bit number
+    out.append(buffer, end);
 }
 
 }  // namespace zarvo::ascii

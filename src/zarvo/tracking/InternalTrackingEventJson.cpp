@@ -1,18 +1,12 @@
 #include "zarvo/tracking/InternalTrackingEventJson.h"
 
-#include <charconv>
 #include <cstdint>
 #include <utility>
 
+#include "zarvo/platform/AsciiText.h"
+
 namespace zarvo {
 namespace {
-
-void appendInteger(std::string& out, std::int64_t number) {
-    char buffer[24];
-    auto [end, status] = std::to_chars(buffer, buffer + sizeof buffer, number);
-    (void)status;
-    out.append(buffer, end);
-}
 
 // A JSON string literal; invalid UTF-8 is replaced rather than failing the whole document.
 void appendJsonString(std::string& out, const std::string& text) {
@@ -46,11 +40,11 @@ Json InternalTrackingEventJson::toJson(const ZMInternalTrackingEvent& event) {
 
 void InternalTrackingEventJson::appendJson(const ZMInternalTrackingEvent& event, std::string& out) {
     out += "{\"eventType\":";
-    appendInteger(out, event.eventType);
+    ascii::appendDecimal(out, event.eventType);
     out += ",\"sessionOffset\":";
-    appendInteger(out, event.sessionOffset);
+    ascii::appendDecimal(out, event.sessionOffset);
     out += ",\"movieOffset\":";
-    appendInteger(out, event.movieOffset);
+    ascii::appendDecimal(out, event.movieOffset);
     out += ",\"value\":";
     appendJsonString(out, event.value);
     out += '}';

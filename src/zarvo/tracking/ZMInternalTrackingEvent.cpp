@@ -1,18 +1,8 @@
 #include "zarvo/tracking/ZMInternalTrackingEvent.h"
 
-#include <charconv>
+#include "zarvo/platform/AsciiText.h"
 
 namespace zarvo {
-namespace {
-
-void appendInteger(std::string& out, std::int64_t number) {
-    char buffer[24];
-    auto [end, status] = std::to_chars(buffer, buffer + sizeof buffer, number);
-    (void)status;
-    out.append(buffer, end);
-}
-
-}  // namespace
 
 ZMInternalTrackingEvent ZMInternalTrackingEvent::make(const ZMTrackingEvent& event,
                                                       std::int64_t sessionOffset,
@@ -22,11 +12,11 @@ ZMInternalTrackingEvent ZMInternalTrackingEvent::make(const ZMTrackingEvent& eve
 
 std::string ZMInternalTrackingEvent::text() const {
     std::string out;
-    appendInteger(out, eventType);
+    ascii::appendDecimal(out, eventType);
     out += ',';
-    appendInteger(out, sessionOffset);
+    ascii::appendDecimal(out, sessionOffset);
     out += ',';
-    appendInteger(out, movieOffset);
+    ascii::appendDecimal(out, movieOffset);
     out += ',';
     out += value;
     return out;

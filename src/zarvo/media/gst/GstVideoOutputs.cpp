@@ -149,8 +149,7 @@ void GstVideoOutputs::redraw(std::uint64_t id) {
 
 void GstVideoOutputs::reattach() {
     for (const auto& [id, branch] : branches_) {
-        gst_video_overlay_set_window_handle(GST_VIDEO_OVERLAY(branch->sink),
-                                            branch->output.window);
+        gst_video_overlay_set_window_handle(GST_VIDEO_OVERLAY(branch->sink), branch->output.window);
     }
 }
 
