@@ -8,6 +8,7 @@ function(zm_folder_library name folder)
     # Compiled hidden: the shared library exports only what is marked ZARVO_EXPORT.
     set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden
                                              VISIBILITY_INLINES_HIDDEN ON)
+    zm_unity(${name})
     target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(${name} PUBLIC ${ARG_DEPS})
     set(scope PUBLIC)
@@ -18,10 +19,26 @@ function(zm_folder_library name folder)
   endif()
 endfunction()
 
-# zm_folder_tests(folder [SERIAL] DEPS ...): one GoogleTest executable of every .cpp in
-# tests/<folder>. SERIAL tests run alone: they play media in real time.
+# zm_unity(target): with ZM_UNITY, the target's sources compile in batches of a dozen, so the
+# standard and GLib headers that every source includes are parsed once per batch.
+function(zm_unity target)
+  if(ZM_UNITY)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 12)
+  endif()
+endfunction()
+
+# zm_test_code(target): test code compiles without optimisation and with line tables only: the
+# code under test is the libraries', built as the SDK ships, and most of a test's compile time
+# was the optimiser's work on assertions and fixtures.
+function(zm_test_code target)
+  target_compile_options(${target} PRIVATE -O0 -g1)
+endfunction()
+
+# zm_folder_tests(folder [PLAYS] DEPS ...): one GoogleTest executable of every .cpp in
+# tests/<folder>. PLAYS tests play or download media in real time: each counts as two of the
+# jobs that ctest runs at once, so no more than half the jobs play at a time.
 function(zm_folder_tests folder)
-  cmake_parse_arguments(ARG "SERIAL" "" "DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "PLAYS" "" "DEPS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/${folder}/*.cpp)
   if(NOT sources)
     return()
@@ -30,10 +47,11 @@ function(zm_folder_tests folder)
   add_executable(${name} ${sources})
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} zm_test_support GTest::gmock)
-  set(serial OFF)
-  if(ARG_SERIAL)
-    set(serial ON)
+  zm_test_code(${name})
+  set(processors 1)
+  if(ARG_PLAYS)
+    set(processors 2)
   endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
-                       PROPERTIES LABELS ${folder} TIMEOUT 300 RUN_SERIAL ${serial})
+                       PROPERTIES LABELS ${folder} TIMEOUT 300 PROCESSORS ${processors})
 endfunction()

@@ -20,7 +20,7 @@ namespace zarvo {
 
 namespace {
 
-constexpr double keyExchangeTimeout = 60;
+constexpr double assetKeyExchangeTimeout = 60;
 
 void fail(const std::shared_ptr<AssetResourceLoadingRequest>& request, long step) {
     request->finishLoading(ZMPlayerError::fairPlayInitialization(step));
@@ -126,7 +126,7 @@ void FairPlayAssetLoaderDelegate::handle(
     }
 
     UrlRequest certificateRequest(fpsCertUrl_, UrlRequest::CachePolicy::useProtocolCachePolicy,
-                                  keyExchangeTimeout);
+                                  assetKeyExchangeTimeout);
     fetch(std::move(certificateRequest), request, 4,
           [request, contentIdentifier, persistent](FairPlayAssetLoaderDelegate& self,
                                                    const Data& certificate) {
@@ -171,7 +171,7 @@ void FairPlayAssetLoaderDelegate::requestKey(
     }
 
     UrlRequest post(licenseUrl_, UrlRequest::CachePolicy::useProtocolCachePolicy,
-                    keyExchangeTimeout);
+                    assetKeyExchangeTimeout);
     post.httpMethod = "POST";
     post.setValue("application/octet-stream", "Content-Type");
     post.httpBody = std::get<Data>(std::move(keyRequest));

@@ -9,7 +9,7 @@ namespace zarvo {
 namespace {
 
 // Real time is watched by poll's time-out; a test scheduler's clock is looked at this often.
-constexpr long longestWaitMilliseconds = 1000;
+constexpr long longestStreamWaitMilliseconds = 1000;
 
 }  // namespace
 
@@ -180,7 +180,7 @@ std::optional<Error> DirectUrlStream::run(bool untilHead) {
         }
         long wait = -1;
         curl_multi_timeout(multi, &wait);
-        wait = wait >= 0 ? std::min(wait, longestWaitMilliseconds) : longestWaitMilliseconds;
+        wait = wait >= 0 ? std::min(wait, longestStreamWaitMilliseconds) : longestStreamWaitMilliseconds;
         const double untilIdle = transfer_->idleDeadline() - transfer_->scheduler()->uptime();
         wait =
             std::min(wait, static_cast<long>(std::ceil(std::clamp(untilIdle, 0.0, 3600.0) * 1000)));

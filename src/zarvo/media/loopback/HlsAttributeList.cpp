@@ -6,16 +6,9 @@
 
 namespace zarvo {
 
-namespace {
-
-constexpr std::size_t npos = std::string_view::npos;
-constexpr std::int64_t kMaxInteger = std::numeric_limits<std::int64_t>::max();
-
-}  // namespace
-
 HlsAttributeList::HlsAttributeList(std::string_view line, std::size_t pos) {
     const std::size_t size = line.size();
-    std::size_t separator = npos;
+    std::size_t separator = std::string_view::npos;
     while (pos < size) {
         while (pos < size && isBlank(line[pos])) {
             ++pos;
@@ -42,8 +35,9 @@ HlsAttributeList::HlsAttributeList(std::string_view line, std::size_t pos) {
         attribute.valueBegin = pos;
         if (pos < size && line[pos] == '"') {
             const std::size_t close = line.find('"', pos + 1);
-            attribute.valueEnd = close == npos ? size : close + 1;
-            attribute.value = line.substr(pos + 1, (close == npos ? size : close) - pos - 1);
+            attribute.valueEnd = close == std::string_view::npos ? size : close + 1;
+            attribute.value =
+                line.substr(pos + 1, (close == std::string_view::npos ? size : close) - pos - 1);
             attribute.end = std::min(line.find(',', attribute.valueEnd), size);
         } else {
             attribute.end = std::min(line.find(',', pos), size);
@@ -111,7 +105,7 @@ std::optional<std::int64_t> HlsAttributeList::readInteger(std::string_view text)
             return std::nullopt;
         }
         const int digit = c - '0';
-        if (value > (kMaxInteger - digit) / 10) {
+        if (value > (std::numeric_limits<std::int64_t>::max() - digit) / 10) {
             return std::nullopt;
         }
         value = value * 10 + digit;
@@ -152,7 +146,7 @@ std::optional<Date> HlsAttributeList::readDate(std::string_view text) {
 }
 
 HlsAttributeList::Edit HlsAttributeList::removal(const Attribute& attribute, std::size_t lineSize) {
-    if (attribute.separator != npos) {
+    if (attribute.separator != std::string_view::npos) {
         return {attribute.separator, attribute.end, ""};
     }
     return {attribute.begin, std::min(attribute.end + 1, lineSize), ""};
