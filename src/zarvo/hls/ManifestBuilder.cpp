@@ -3,7 +3,7 @@
 #include <cstring>
 #include <optional>
 
-#include "zarvo/hls/FileBufferedReader.h"
+#include "zarvo/hls/FileLineReader.h"
 #include "zarvo/hls/PlaylistNumbers.h"
 #include "zarvo/hls/StringBufferedReader.h"
 #include "zarvo/hls/TagPattern.h"
@@ -39,6 +39,22 @@ public:
 private:
     BufferedReader& reader_;
     std::optional<std::string> line_;
+};
+
+// Lines of a file as FileBufferedReader splits them, without copying them.
+class FileLines {
+public:
+    static constexpr bool newlineFree = false;  // "\r" and others can stay in a line
+    explicit FileLines(const std::string& path) : reader_(FileLineReader::open(path)) {
+        if (!reader_) {
+            fatalError("FileBufferedReader: cannot open file " + path);
+        }
+    }
+    std::optional<std::string_view> operator()() { return reader_->next(); }
+    void close() { reader_->close(); }
+
+private:
+    std::optional<FileLineReader> reader_;
 };
 
 // Lines of a StringBufferedReader without copying them.
@@ -208,8 +224,8 @@ std::shared_ptr<MasterPlaylist> ManifestBuilder::parseMasterPlaylistFromString(
 
 std::shared_ptr<MasterPlaylist> ManifestBuilder::parseMasterPlaylistFromFile(
     const std::string& path, const MediaPlaylistHandler& onMediaPlaylist) const {
-    FileBufferedReader reader(path);
-    return parseMasterPlaylist(reader, onMediaPlaylist);
+    FileLines lines(path);
+    return parseMaster(lines, onMediaPlaylist);
 }
 
 std::shared_ptr<MasterPlaylist> ManifestBuilder::parseMasterPlaylistFromURL(
@@ -228,8 +244,8 @@ std::shared_ptr<MediaPlaylist> ManifestBuilder::parseMediaPlaylistFromString(
 std::shared_ptr<MediaPlaylist> ManifestBuilder::parseMediaPlaylistFromFile(
     const std::string& path, std::shared_ptr<MediaPlaylist> mediaPlaylist,
     const MediaSegmentHandler& onMediaSegment) const {
-    FileBufferedReader reader(path);
-    return parseMediaPlaylist(reader, std::move(mediaPlaylist), onMediaSegment);
+    FileLines lines(path);
+    return parseMedia(lines, std::move(mediaPlaylist), onMediaSegment);
 }
 
 std::shared_ptr<MediaPlaylist> ManifestBuilder::parseMediaPlaylistFromURL(
