@@ -5,6 +5,7 @@
 
 #include "zarvo/hls/FileLineReader.h"
 #include "zarvo/hls/PlaylistNumbers.h"
+#include "zarvo/hls/SegmentArena.h"
 #include "zarvo/hls/StringBufferedReader.h"
 #include "zarvo/hls/TagPattern.h"
 #include "zarvo/hls/URLBufferedReader.h"
@@ -150,6 +151,7 @@ std::shared_ptr<MediaPlaylist> parseMedia(Lines& lines, std::shared_ptr<MediaPla
     }
     const std::weak_ptr<MediaPlaylist> owner = playlist;
     std::shared_ptr<MediaSegment> current;
+    std::shared_ptr<SegmentArena> arena;  // the segments of this pass live in it
     std::int64_t sequence = 0;
     std::string scratch, scratch2;
     constexpr bool plain = Lines::newlineFree;
@@ -182,7 +184,11 @@ std::shared_ptr<MediaPlaylist> parseMedia(Lines& lines, std::shared_ptr<MediaPla
                 sequence = *value;
             }
         } else if (startsWith(line, "#EXTINF")) {
-            current = std::make_shared<MediaSegment>();
+            if (!arena) {
+                arena = std::make_shared<SegmentArena>();
+            }
+            current =
+                std::allocate_shared<MediaSegment>(SegmentArena::Allocator<MediaSegment>(arena));
             auto [duration, title] =
                 replaced<plain>(Kind::colonDigitThenComma, line, 2, 3, scratch, scratch2);
             current->duration = parseFloat(duration);
