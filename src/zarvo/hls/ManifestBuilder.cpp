@@ -9,6 +9,7 @@
 #include "zarvo/hls/StringBufferedReader.h"
 #include "zarvo/hls/TagPattern.h"
 #include "zarvo/hls/URLBufferedReader.h"
+#include "zarvo/hls/Utf8Text.h"
 #include "zarvo/platform/FatalError.h"
 
 namespace zarvo {
@@ -83,6 +84,10 @@ std::pair<std::string_view, std::string_view> replaced(Kind kind, std::string_vi
         }
         return {line, line};
     } else {
+        if (utf8::findNewline(line).position == std::string_view::npos) {
+            // A line without newline characters is one match or none: match it once.
+            return replaced<true>(kind, line, first, second, storage1, storage2);
+        }
         return {TagPattern::replace(kind, line, first, storage1),
                 TagPattern::replace(kind, line, second, storage2)};
     }
