@@ -50,14 +50,17 @@ Json optionalValue(const std::optional<T>& value) {
     return value ? Json(*value) : Json(nullptr);
 }
 
-// The playlist's total duration, or nothing when a segment has none.
+// The playlist's total duration, added up as MediaPlaylist::duration() does (in single
+// precision, in list order) but in one pass; nothing when a segment has none.
 std::optional<float> totalDuration(const MediaPlaylist& playlist) {
+    float total = 0;
     for (const auto& segment : playlist.segments) {
         if (!segment->duration) {
             return std::nullopt;
         }
+        total += *segment->duration;
     }
-    return playlist.duration();
+    return total;
 }
 
 Json durationValue(const std::optional<float>& duration) {
