@@ -126,6 +126,15 @@ void* operator new(std::size_t size) {
     noteAllocation(pointer);
     return pointer;
 }
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    const auto align = static_cast<std::size_t>(alignment);
+    void* pointer = std::aligned_alloc(align, (size + align - 1) / align * align);
+    noteAllocation(pointer);
+    return pointer;
+}
+void* operator new[](std::size_t size, std::align_val_t alignment) {
+    return operator new(size, alignment);
+}
 void* operator new[](std::size_t size) {
     void* pointer = std::malloc(size);
     noteAllocation(pointer);
@@ -146,6 +155,19 @@ void operator delete(void* pointer, std::size_t) noexcept {
     operator delete(pointer);
 }
 void operator delete[](void* pointer, std::size_t) noexcept {
+    operator delete(pointer);
+}
+
+void operator delete(void* pointer, std::align_val_t) noexcept {
+    operator delete(pointer);
+}
+void operator delete[](void* pointer, std::align_val_t) noexcept {
+    operator delete(pointer);
+}
+void operator delete(void* pointer, std::size_t, std::align_val_t) noexcept {
+    operator delete(pointer);
+}
+void operator delete[](void* pointer, std::size_t, std::align_val_t) noexcept {
     operator delete(pointer);
 }
 

@@ -1,7 +1,9 @@
 #include "zarvo/hls/SegmentArena.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <new>
 #include <sys/mman.h>
 
 namespace zarvo {
@@ -9,17 +11,6 @@ namespace {
 
 constexpr std::size_t hugePage = std::size_t{2} << 20;
 constexpr std::size_t largestBlock = std::size_t{8} << 20;
-
-// Asks for huge pages over the whole huge pages inside a block; advice only, so a kernel that
-// does not follow it changes nothing.
-void adviseHugePages(std::byte* block, std::size_t size) {
-    const auto begin = reinterpret_cast<std::uintptr_t>(block);
-    const std::uintptr_t first = (begin + hugePage - 1) & ~(hugePage - 1);
-    const std::uintptr_t last = (begin + size) & ~(hugePage - 1);
-    if (last > first) {
-        ::madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
-    }
-}
 
 }  // namespace
 
@@ -38,15 +29,29 @@ void* SegmentArena::allocate(std::size_t bytes, std::size_t alignment) {
 }
 
 void SegmentArena::addBlock(std::size_t atLeast) {
-    const std::size_t size = std::max(nextBlockSize_, atLeast);
-    nextBlockSize_ = std::min(nextBlockSize_ * 2, largestBlock);
-    blocks_.push_back(std::make_unique_for_overwrite<std::byte[]>(size));
-    next_ = blocks_.back().get();
+    std::size_t size = std::max(nextBlockSize_, atLeast);
+    nextBlockSize_ = std::min(nextBlockSize_ * 4, largestBlock);
+    // Large blocks are whole huge pages, so that all of a block can be one.
+    const bool huge = size >= hugePage;
+    std::size_t alignment = alignof(std::max_align_t);
+    if (huge) {
+        size = (size + hugePage - 1) & ~(hugePage - 1);
+        alignment = hugePage;
+    }
+    Block block(static_cast<std::byte*>(::operator new[](size, std::align_val_t{alignment})),
+                BlockDeleter{alignment});
+    next_ = block.get();
+    blocks_.push_back(std::move(block));
     left_ = size;
     reserved_ += size;
-    if (size >= 2 * hugePage) {
-        adviseHugePages(next_, size);
+    if (huge) {
+        // Advice only: where the kernel does not follow it, nothing changes.
+        ::madvise(next_, size, MADV_HUGEPAGE);
     }
+}
+
+void SegmentArena::BlockDeleter::operator()(std::byte* block) const noexcept {
+    ::operator delete[](block, std::align_val_t{alignment});
 }
 
 }  // namespace zarvo

@@ -6,11 +6,12 @@
 
 namespace zarvo {
 
-// Memory for the segments of one parsed media playlist: blocks that grow geometrically and
-// are handed out front to back. Nothing is freed on its own; the blocks go together when the
-// arena does, which Allocator arranges to be when the last segment built in it goes. Large
-// blocks ask for transparent huge pages, which spares a page fault per 4 KiB when a long
-// playlist fills them. One thread allocates; segments may be released on any.
+// Memory for the segments of one parsed media playlist: blocks that grow geometrically (from
+// 16 KiB, four times larger each, up to 8 MiB) and are handed out front to back. Nothing is freed
+// on its own; the blocks go together when the arena does, which Allocator arranges to be when the
+// last segment built in it goes. Large blocks are aligned to and ask for transparent huge pages,
+// which spares a page fault per 4 KiB when a long playlist fills them. One thread allocates;
+// segments may be released on any.
 class SegmentArena {
 public:
     SegmentArena() = default;
@@ -44,9 +45,15 @@ public:
     };
 
 private:
+    struct BlockDeleter {
+        std::size_t alignment;
+        void operator()(std::byte* block) const noexcept;
+    };
+    using Block = std::unique_ptr<std::byte[], BlockDeleter>;
+
     void addBlock(std::size_t atLeast);
 
-    std::vector<std::unique_ptr<std::byte[]>> blocks_;
+    std::vector<Block> blocks_;
     std::byte* next_ = nullptr;
     std::size_t left_ = 0;
     std::size_t nextBlockSize_ = 16 * 1024;
