@@ -1,5 +1,6 @@
 #include "zarvo/hls/FileLineReader.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -48,6 +49,8 @@ bool FileLineReader::fill() {
     if (begin_ > 0) {
         std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
         end_ -= begin_;
+        validEnd_ = std::max(validEnd_, begin_) - begin_;
+        regionEnd_ = std::max(regionEnd_, begin_) - begin_;
         begin_ = 0;
     }
     if (end_ == buffer_.size()) {
@@ -83,7 +86,21 @@ std::optional<std::string_view> FileLineReader::next() {
         const auto* newline = static_cast<const char*>(found);
         line = std::string_view(buffer_.data() + begin_,
                                 static_cast<std::size_t>(newline - (buffer_.data() + begin_)));
-        begin_ += line.size() + 1;
+        const std::size_t lineEnd = begin_ + line.size();
+        if (lineEnd >= regionEnd_) {
+            // The complete lines read so far in one check: a "\n" is never part of a longer
+            // sequence, so they are valid together exactly when each is valid alone.
+            std::string_view unread(buffer_.data() + begin_, end_ - begin_);
+            const std::size_t lastNewline = unread.rfind('\n');
+            regionEnd_ = begin_ + lastNewline + 1;
+            if (utf8::isValid(unread.substr(0, lastNewline))) {
+                validEnd_ = regionEnd_;
+            }
+        }
+        begin_ = lineEnd + 1;
+        if (lineEnd < validEnd_) {
+            return line;
+        }
     } else {
         line = std::string_view(buffer_.data() + begin_, end_ - begin_);
         begin_ = end_;

@@ -40,6 +40,11 @@ private:
     std::vector<char> buffer_;
     std::size_t begin_ = 0;  // the first unread byte
     std::size_t end_ = 0;    // one past the last byte read
+    // Complete lines are checked for valid UTF-8 a buffer at a time: those before validEnd_
+    // passed, and those before regionEnd_ have had their check (when it failed, each line of
+    // the region is checked alone).
+    std::size_t validEnd_ = 0;
+    std::size_t regionEnd_ = 0;
     bool atEof_ = false;
     bool finished_ = false;
 };
