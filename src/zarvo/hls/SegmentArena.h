@@ -7,7 +7,7 @@
 namespace zarvo {
 
 // Memory for the segments of one parsed media playlist: blocks that grow geometrically (from
-// 16 KiB, four times larger each, up to 8 MiB) and are handed out front to back. Nothing is freed
+// 4 KiB, four times larger each, up to 8 MiB) and are handed out front to back. Nothing is freed
 // on its own; the blocks go together when the arena does, which Allocator arranges to be when the
 // last segment built in it goes. Large blocks are aligned to and ask for transparent huge pages,
 // which spares a page fault per 4 KiB when a long playlist fills them. One thread allocates;
@@ -56,7 +56,7 @@ private:
     std::vector<Block> blocks_;
     std::byte* next_ = nullptr;
     std::size_t left_ = 0;
-    std::size_t nextBlockSize_ = 16 * 1024;
+    std::size_t nextBlockSize_ = 4 * 1024;
     std::size_t reserved_ = 0;
 };
 
