@@ -1,11 +1,14 @@
-// Parsing a 100,000-segment media playlist from a string: throughput, and the peak heap the
-// parsed model takes relative to the size of its text.
+// Parsing a 100,000-segment media playlist from a string and from a file: throughput, and the
+// peak heap the parsed model takes relative to the size of its text.
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <malloc.h>
 #include <new>
 #include <string>
+#include <unistd.h>
 
 #include <benchmark/benchmark.h>
 
@@ -76,6 +79,26 @@ void BM_ParseMediaPlaylistFromString(benchmark::State& state) {
 }
 BENCHMARK(BM_ParseMediaPlaylistFromString)->Unit(benchmark::kMillisecond);
 
+// The same playlist read from a file, as "zmplay playlist" reads it.
+void BM_ParseMediaPlaylistFromFile(benchmark::State& state) {
+    const std::string& text = playlistText();
+    const auto path = std::filesystem::temp_directory_path() /
+                      ("hls_parse_bench." + std::to_string(::getpid()) + ".m3u8");
+    std::ofstream(path, std::ios::binary) << text;
+    zarvo::ManifestBuilder builder;
+    for (auto _ : state) {
+        auto playlist = builder.parseMediaPlaylistFromFile(path.string(), nullptr);
+        benchmark::DoNotOptimize(playlist->getSegmentCount());
+        state.PauseTiming();
+        playlist.reset();
+        state.ResumeTiming();
+    }
+    std::filesystem::remove(path);
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(text.size()));
+}
+BENCHMARK(BM_ParseMediaPlaylistFromFile)->Unit(benchmark::kMillisecond);
+
 // Peak heap during the parse (the model and anything the parser holds meanwhile) per byte of
 // playlist text.
 void BM_ParsedModelPeakMemory(benchmark::State& state) {
@@ -103,6 +126,15 @@ void* operator new(std::size_t size) {
     noteAllocation(pointer);
     return pointer;
 }
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    const auto align = static_cast<std::size_t>(alignment);
+    void* pointer = std::aligned_alloc(align, (size + align - 1) / align * align);
+    noteAllocation(pointer);
+    return pointer;
+}
+void* operator new[](std::size_t size, std::align_val_t alignment) {
+    return operator new(size, alignment);
+}
 void* operator new[](std::size_t size) {
     void* pointer = std::malloc(size);
     noteAllocation(pointer);
@@ -123,6 +155,19 @@ void operator delete(void* pointer, std::size_t) noexcept {
     operator delete(pointer);
 }
 void operator delete[](void* pointer, std::size_t) noexcept {
+    operator delete(pointer);
+}
+
+void operator delete(void* pointer, std::align_val_t) noexcept {
+    operator delete(pointer);
+}
+void operator delete[](void* pointer, std::align_val_t) noexcept {
+    operator delete(pointer);
+}
+void operator delete(void* pointer, std::size_t, std::align_val_t) noexcept {
+    operator delete(pointer);
+}
+void operator delete[](void* pointer, std::size_t, std::align_val_t) noexcept {
     operator delete(pointer);
 }
 

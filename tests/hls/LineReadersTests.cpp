@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "zarvo/hls/FileBufferedReader.h"
+#include "zarvo/hls/FileLineReader.h"
 #include "zarvo/hls/StreamReader.h"
 #include "zarvo/hls/StringBufferedReader.h"
 #include "zarvo/hls/URLBufferedReader.h"
@@ -105,6 +106,42 @@ TEST_F(FileReaders, UndecodableLineEndsReadingMissingFileAndClosedReaderAreFatal
     EXPECT_EQ(reader.readLine(), std::nullopt) << "an undecodable line ends reading";
     reader.close();
     EXPECT_THROW(reader.readLine(), FatalErrorException);
+}
+
+// The block reader the file parsers use gives the lines FileBufferedReader gives, whatever the
+// block size: lines across blocks, lines longer than a block and an undecodable line.
+TEST_F(FileReaders, BlockReaderAgreesWithTheBufferedReaderAtAnyBlockSize) {
+    std::string longLine(10000, 'z');
+    longLine.replace(4094, 3, "\u20ac");  // a three-byte character across a block boundary
+    const std::string texts[] = {"one\ntwo\r\nthree",
+                                 "one\n\ntwo\n",
+                                 "",
+                                 "\n",
+                                 "\u2028x\u0085\n\n",
+                                 "a\n" + longLine + "\nb",
+                                 "good\nb\xff\xfe"
+                                 "d\nnever\n",
+                                 "last line b\xff"};
+    for (const auto& text : texts) {
+        auto path = write("b.m3u8", text);
+        // The lines up to the first absent one, the lines the parsers read.
+        FileBufferedReader reference(path);
+        Lines expected;
+        while (auto line = reference.readLine()) {
+            expected.push_back(*line);
+        }
+        for (std::size_t blockSize : {1, 3, 7, 4096, 1 << 20}) {
+            auto reader = FileLineReader::open(path, blockSize);
+            ASSERT_TRUE(reader.has_value());
+            Lines lines;
+            while (auto line = reader->next()) {
+                lines.emplace_back(*line);
+            }
+            EXPECT_EQ(reader->next(), std::nullopt) << "the end of input must stay the end";
+            EXPECT_EQ(lines, expected) << text.substr(0, 20) << " in blocks of " << blockSize;
+        }
+    }
+    EXPECT_FALSE(FileLineReader::open((home_.path() / "missing.m3u8").string()).has_value());
 }
 
 TEST_F(FileReaders, UrlReaderReadsTheBodyWhateverTheStatusAndFileUrls) {

@@ -135,6 +135,28 @@ TEST(MediaPlaylistParsing, UriLinesAndComments) {
     EXPECT_EQ(playlist->getSegment(1)->sequence, 1);
 }
 
+// Segments share their storage with the other segments of their parse: one kept alone, after
+// its playlist and the rest are gone, still holds its values.
+TEST(MediaPlaylistParsing, SegmentsOutliveTheirPlaylist) {
+    std::string text;
+    for (int i = 0; i < 5000; ++i) {
+        text += "#EXTINF:2.5,t" + std::to_string(i) + "\n#EXT-X-BYTERANGE:10@" + std::to_string(i) +
+                "\nsegment-with-a-long-name-" + std::to_string(i) + ".ts\n";
+    }
+    std::shared_ptr<MediaSegment> kept;
+    {
+        auto playlist = media(text);
+        ASSERT_EQ(playlist->getSegmentCount(), 5000);
+        kept = playlist->getSegment(4321);
+    }
+    EXPECT_TRUE(kept->mediaPlaylist.expired());
+    EXPECT_EQ(kept->sequence, 4321);
+    EXPECT_EQ(kept->duration, 2.5f);
+    EXPECT_EQ(kept->title, "t4321");
+    EXPECT_EQ(kept->subrangeStart, 4321);
+    EXPECT_EQ(kept->path, "segment-with-a-long-name-4321.ts");
+}
+
 class PlaylistSources : public ::testing::Test {
 protected:
     std::string write(const std::string& name, const std::string& contents) {

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "zarvo/hls/ManifestBuilder.h"
+#include "zarvo/platform/Immortal.h"
 #include "zarvo/platform/Json.h"
 #include "zarvo/platform/Url.h"
 
@@ -49,14 +50,17 @@ Json optionalValue(const std::optional<T>& value) {
     return value ? Json(*value) : Json(nullptr);
 }
 
-// The playlist's total duration, or nothing when a segment has none.
+// The playlist's total duration, added up as MediaPlaylist::duration() does (in single
+// precision, in list order) but in one pass; nothing when a segment has none.
 std::optional<float> totalDuration(const MediaPlaylist& playlist) {
+    float total = 0;
     for (const auto& segment : playlist.segments) {
         if (!segment->duration) {
             return std::nullopt;
         }
+        total += *segment->duration;
     }
-    return playlist.duration();
+    return total;
 }
 
 Json durationValue(const std::optional<float>& duration) {
@@ -152,6 +156,15 @@ int printMedia(const MediaPlaylist& playlist, const Options& options) {
     return 0;
 }
 
+// Keeps a parsed model until the process ends. The command exits right after printing, and
+// freeing a large playlist segment by segment would cost about as much as parsing it.
+template <class Model>
+const Model& keptUntilExit(std::shared_ptr<Model> model) {
+    static Immortal<std::shared_ptr<const void>> kept;
+    kept.get() = model;
+    return *model;
+}
+
 int runPlaylist(const std::vector<std::string>& arguments) {
     Options options;
     for (const auto& argument : arguments) {
@@ -188,11 +201,11 @@ int runPlaylist(const std::vector<std::string>& arguments) {
         } else {
             builder.parseMediaPlaylistFromFile(options.source, playlist);
         }
-        return printMedia(*playlist, options);
+        return printMedia(keptUntilExit(std::move(playlist)), options);
     }
     auto master = url ? builder.parseMasterPlaylistFromURL(*url)
                       : builder.parseMasterPlaylistFromFile(options.source);
-    return printMaster(*master, options);
+    return printMaster(keptUntilExit(std::move(master)), options);
 }
 
 const Command::Registration registration(Command{

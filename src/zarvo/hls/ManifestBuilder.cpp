@@ -3,11 +3,13 @@
 #include <cstring>
 #include <optional>
 
-#include "zarvo/hls/FileBufferedReader.h"
+#include "zarvo/hls/FileLineReader.h"
 #include "zarvo/hls/PlaylistNumbers.h"
+#include "zarvo/hls/SegmentArena.h"
 #include "zarvo/hls/StringBufferedReader.h"
 #include "zarvo/hls/TagPattern.h"
 #include "zarvo/hls/URLBufferedReader.h"
+#include "zarvo/hls/Utf8Text.h"
 #include "zarvo/platform/FatalError.h"
 
 namespace zarvo {
@@ -41,6 +43,22 @@ private:
     std::optional<std::string> line_;
 };
 
+// Lines of a file as FileBufferedReader splits them, without copying them.
+class FileLines {
+public:
+    static constexpr bool newlineFree = false;  // "\r" and others can stay in a line
+    explicit FileLines(const std::string& path) : reader_(FileLineReader::open(path)) {
+        if (!reader_) {
+            fatalError("FileBufferedReader: cannot open file " + path);
+        }
+    }
+    std::optional<std::string_view> operator()() { return reader_->next(); }
+    void close() { reader_->close(); }
+
+private:
+    std::optional<FileLineReader> reader_;
+};
+
 // Lines of a StringBufferedReader without copying them.
 class StringLines {
 public:
@@ -66,6 +84,10 @@ std::pair<std::string_view, std::string_view> replaced(Kind kind, std::string_vi
         }
         return {line, line};
     } else {
+        if (utf8::findNewline(line).position == std::string_view::npos) {
+            // A line without newline characters is one match or none: match it once.
+            return replaced<true>(kind, line, first, second, storage1, storage2);
+        }
         return {TagPattern::replace(kind, line, first, storage1),
                 TagPattern::replace(kind, line, second, storage2)};
     }
@@ -134,6 +156,7 @@ std::shared_ptr<MediaPlaylist> parseMedia(Lines& lines, std::shared_ptr<MediaPla
     }
     const std::weak_ptr<MediaPlaylist> owner = playlist;
     std::shared_ptr<MediaSegment> current;
+    std::shared_ptr<SegmentArena> arena;  // the segments of this pass live in it
     std::int64_t sequence = 0;
     std::string scratch, scratch2;
     constexpr bool plain = Lines::newlineFree;
@@ -166,7 +189,11 @@ std::shared_ptr<MediaPlaylist> parseMedia(Lines& lines, std::shared_ptr<MediaPla
                 sequence = *value;
             }
         } else if (startsWith(line, "#EXTINF")) {
-            current = std::make_shared<MediaSegment>();
+            if (!arena) {
+                arena = std::make_shared<SegmentArena>();
+            }
+            current =
+                std::allocate_shared<MediaSegment>(SegmentArena::Allocator<MediaSegment>(arena));
             auto [duration, title] =
                 replaced<plain>(Kind::colonDigitThenComma, line, 2, 3, scratch, scratch2);
             current->duration = parseFloat(duration);
@@ -208,8 +235,8 @@ std::shared_ptr<MasterPlaylist> ManifestBuilder::parseMasterPlaylistFromString(
 
 std::shared_ptr<MasterPlaylist> ManifestBuilder::parseMasterPlaylistFromFile(
     const std::string& path, const MediaPlaylistHandler& onMediaPlaylist) const {
-    FileBufferedReader reader(path);
-    return parseMasterPlaylist(reader, onMediaPlaylist);
+    FileLines lines(path);
+    return parseMaster(lines, onMediaPlaylist);
 }
 
 std::shared_ptr<MasterPlaylist> ManifestBuilder::parseMasterPlaylistFromURL(
@@ -228,8 +255,8 @@ std::shared_ptr<MediaPlaylist> ManifestBuilder::parseMediaPlaylistFromString(
 std::shared_ptr<MediaPlaylist> ManifestBuilder::parseMediaPlaylistFromFile(
     const std::string& path, std::shared_ptr<MediaPlaylist> mediaPlaylist,
     const MediaSegmentHandler& onMediaSegment) const {
-    FileBufferedReader reader(path);
-    return parseMediaPlaylist(reader, std::move(mediaPlaylist), onMediaSegment);
+    FileLines lines(path);
+    return parseMedia(lines, std::move(mediaPlaylist), onMediaSegment);
 }
 
 std::shared_ptr<MediaPlaylist> ManifestBuilder::parseMediaPlaylistFromURL(

@@ -51,12 +51,23 @@ bool isAsciiBlock(const unsigned char* p) {
     return (word & 0x8080808080808080ULL) == 0;
 }
 
+// 32 bytes at once, for long ASCII runs.
+bool isAsciiRun(const unsigned char* p) {
+    std::uint64_t words[4];
+    __builtin_memcpy(words, p, 32);
+    return ((words[0] | words[1] | words[2] | words[3]) & 0x8080808080808080ULL) == 0;
+}
+
 }  // namespace
 
 bool isValid(std::string_view text) {
     const auto* p = reinterpret_cast<const unsigned char*>(text.data());
     std::size_t n = text.size(), i = 0;
     while (i < n) {
+        if (i + 32 <= n && isAsciiRun(p + i)) {
+            i += 32;
+            continue;
+        }
         if (i + 8 <= n && isAsciiBlock(p + i)) {
             i += 8;
             continue;
