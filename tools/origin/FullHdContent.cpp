@@ -17,9 +17,9 @@ constexpr const char* bitrate = "6000k";
 
 using Args = FfmpegArgs::List;
 
-// High profile with CABAC and B-frames, as services encode 1080p, at a constant rate (a
-// test pattern would otherwise take far fewer bits than a film), with a key frame every
-// 2 seconds so that every segment starts with one.
+// High profile with CABAC and B-frames, as services encode 1080p, at an average rate capped
+// at 6 Mbit/s that x264 fills even for a test pattern (about 7 Mbit/s with the audio and the
+// transport stream), with a key frame every 2 seconds so that every segment starts with one.
 Args video() {
     const std::string gop = std::to_string(frameRate * 2);
     return {"-map",       "0:v",   "-c:v",        "libx264", "-preset",       "veryfast",
