@@ -1,21 +1,28 @@
-// The media engine against plain GStreamer and curl, each measurement alternating with its peer:
+// The media engine against its peers, plain GStreamer (playbin3 with synced fake sinks) and
+// mpv (null video and audio outputs, which keep real time too), each measurement rotating the
+// order of the players from one round to the next:
 //   - time to the first video frame of the sample VOD, for a later item in this process and in
-//     a fresh process (a child started for each run);
-//   - CPU time and peak RSS of a child process that plays the whole sample VOD;
-//   - one 100 MB segment through the loopback resource server against curl from the origin
-//     and against a bare relay (throughput and CPU time of each way).
+//     a fresh process (a child started for each run); mpv through libmpv;
+//   - CPU time and peak RSS of a child process that plays a whole VOD in real time, the sample
+//     VOD and the 1080p50 one; mpv as its own command line;
+//   - the CPU that the loopback resource server spends per second of 1080p50 played.
 // The player facade (ZMPlayer with a delegate) against the engine's own Player: first frame
 // in a fresh process and whole-VOD CPU, as medians.
-// Children are this executable started with --child MODE ENGINE URL (ENGINE: sdk, playbin3 or
-// zmplayer); they print the first frame's seconds, or the main thread's CPU seconds over the
-// whole VOD, and then their own peak resident memory in MB.
+// Children are this executable started with --child MODE ENGINE URL (ENGINE: sdk, playbin3,
+// libmpv, mpv or zmplayer); they print the first frame's seconds, or the main thread's CPU
+// seconds over the whole VOD, and then their own peak resident memory in MB. The mpv peer
+// (libmpv, and the mpv command which a child runs) is built in when libmpv's development
+// files are installed.
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <spawn.h>
@@ -27,12 +34,9 @@
 #include <vector>
 
 #include <benchmark/benchmark.h>
-#include <curl/curl.h>
 #include <gst/gst.h>
 
-#include "zarvo/media/loopback/AssetLoader.h"
-#include "zarvo/media/loopback/ResourceSession.h"
-#include "zarvo/media/model/MediaEngine.h"
+#include "zarvo/media/loopback/ResourceServer.h"
 #include "zarvo/media/model/Player.h"
 #include "zarvo/media/model/PlayerItem.h"
 #include "zarvo/media/model/UrlAsset.h"
@@ -44,9 +48,12 @@
 #include "zarvo/source/ZMPlaybackSource.h"
 #include "zarvo/source/ZMPlaybackSourceOptions.h"
 
-#include "BareRelay.h"
-#include "LoopbackBodyServer.h"
+#include "NamedThreadsCpu.h"
+#include "origin/FullHdContent.h"
 #include "origin/SampleOrigin.h"
+#if ZM_BENCH_MPV
+#include "LibmpvPlayer.h"
+#endif
 
 extern char** environ;
 
@@ -81,7 +88,8 @@ std::optional<double> sdkFirstFrame(const std::shared_ptr<zarvo::Player>& player
     return *frameAt - since;
 }
 
-bool sdkPlayToEnd(const std::string& url) {
+// Plays `url` from its start to its end; the seconds of media played, or nothing.
+std::optional<double> sdkPlayToEnd(const std::string& url) {
     auto player = zarvo::Player::make();
     auto item = zarvo::PlayerItem::make(zarvo::UrlAsset::make(*zarvo::Url::parse(url)));
     bool ended = false;
@@ -90,8 +98,11 @@ bool sdkPlayToEnd(const std::string& url) {
         [&](const zarvo::Notification&) { ended = true; });
     player->replaceCurrentItem(item);
     player->play();
-    return RunLoop::main().runUntil([&] { return ended || item->error(); }, playbackDeadline) &&
-           ended;
+    if (!RunLoop::main().runUntil([&] { return ended || item->error(); }, playbackDeadline) ||
+        !ended || !item->duration().isNumeric()) {
+        return std::nullopt;
+    }
+    return item->duration().seconds();
 }
 
 // --- The facade: ZMPlayer on the same engine, as a host uses it -----------------------------
@@ -251,6 +262,24 @@ private:
     bool failed_ = false;
 };
 
+// --- The other peer: mpv -------------------------------------------------------------------
+
+#if ZM_BENCH_MPV
+constexpr bool hasLibmpv = true;
+
+// A fresh libmpv player plays `url`; the seconds to the first frame, or nothing.
+std::optional<double> libmpvFirstFrame(const std::string& url, double since) {
+    auto shownAt = LibmpvPlayer().firstFrame(url, playbackDeadline.count());
+    return shownAt ? std::optional(*shownAt - since) : std::nullopt;
+}
+#else
+constexpr bool hasLibmpv = false;
+
+std::optional<double> libmpvFirstFrame(const std::string&, double) {
+    return std::nullopt;
+}
+#endif
+
 // --- Children -----------------------------------------------------------------------------
 
 // This process's peak resident memory in MB, from its own address space. The rusage figure
@@ -271,11 +300,81 @@ double peakResidentMb() {
     return kilobytes / 1024.0;
 }
 
+// What a program run to its end by runProgram() did: its exit status (-1 when a signal ended
+// it), CPU seconds and peak resident memory in MB.
+struct ProgramRun {
+    int status = 0;
+    double cpuSeconds = 0;
+    double peakRssMb = 0;
+};
+
+// Runs `args` (a program on the PATH, then its arguments) to its end with its output thrown
+// away; nothing when it did not start.
+std::optional<ProgramRun> runProgram(std::vector<std::string> args) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    std::vector<char*> argv;
+    for (auto& arg : args) {
+        argv.push_back(arg.data());
+    }
+    argv.push_back(nullptr);
+    pid_t pid = -1;
+    const int spawned = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (spawned != 0) {
+        return std::nullopt;
+    }
+    int status = 0;
+    rusage usage{};
+    ::wait4(pid, &status, 0, &usage);
+    auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    };
+    return ProgramRun{WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+                      seconds(usage.ru_utime) + seconds(usage.ru_stime),
+                      static_cast<double>(usage.ru_maxrss) / 1024.0};
+}
+
+// True when `program` is an executable on the PATH.
+bool onPath(const std::string& program) {
+    const char* path = std::getenv("PATH");
+    std::string folders = path ? path : "";
+    for (std::size_t start = 0; start <= folders.size();) {
+        const std::size_t end = std::min(folders.find(':', start), folders.size());
+        const std::string candidate = folders.substr(start, end - start) + "/" + program;
+        if (end > start && ::access(candidate.c_str(), X_OK) == 0) {
+            return true;
+        }
+        start = end + 1;
+    }
+    return false;
+}
+
+// The mpv command playing `url` to its end in real time, as its users run it less their
+// configuration file, the terminal and the youtube-dl probe. This child runs it, small as it
+// is then, so that the peak memory is mpv's own: the kernel starts the peak of a program at
+// that of the process it was started from, here this child instead of the benchmark with its
+// origin. Prints mpv's CPU seconds, its peak resident memory in MB and its CPU seconds again,
+// which the parent takes instead of this child's whole CPU.
+int mpvPlayToEnd(const std::string& url) {
+    auto run = runProgram(
+        {"mpv", "--no-config", "--no-terminal", "--ytdl=no", "--vo=null", "--ao=null", url});
+    if (!run || run->status != 0) {
+        return 1;
+    }
+    std::printf("%.6f %.3f %.6f\n", run->cpuSeconds, run->peakRssMb, run->cpuSeconds);
+    return 0;
+}
+
 int childMain(const std::string& mode, const std::string& engine, const std::string& url) {
     const double start = ProcessInfo::systemUptime();
     if (mode == "first-frame") {
         std::optional<double> seconds;
-        if (engine == "sdk") {
+        if (engine == "libmpv") {
+            seconds = libmpvFirstFrame(url, start);
+        } else if (engine == "sdk") {
             seconds = sdkFirstFrame(zarvo::Player::make(), url, start);
         } else if (engine == "zmplayer") {
             seconds = facadeFirstFrame(url, start);
@@ -290,7 +389,10 @@ int childMain(const std::string& mode, const std::string& engine, const std::str
         std::printf("%.6f %.3f\n", *seconds, peakResidentMb());
         return 0;
     }
-    const bool ended = engine == "sdk"        ? sdkPlayToEnd(url)
+    if (engine == "mpv") {
+        return mpvPlayToEnd(url);
+    }
+    const bool ended = engine == "sdk"        ? sdkPlayToEnd(url).has_value()
                        : engine == "zmplayer" ? facadePlayToEnd(url)
                                               : PlainPlaybin().playToEnd(url);
     if (!ended) {
@@ -386,19 +488,36 @@ std::optional<ChildRun> runChild(const std::string& mode, const std::string& eng
     };
     double value = 0;
     double peakMb = 0;
-    if (std::sscanf(output.c_str(), "%lf %lf", &value, &peakMb) != 2) {
+    double cpu = 0;
+    const int fields = std::sscanf(output.c_str(), "%lf %lf %lf", &value, &peakMb, &cpu);
+    if (fields < 2) {
         return std::nullopt;
     }
-    return ChildRun{value, seconds(usage.ru_utime) + seconds(usage.ru_stime), peakMb};
+    // A third figure is the CPU of the program the child ran, without the child's own.
+    return ChildRun{value, fields == 3 ? cpu : seconds(usage.ru_utime) + seconds(usage.ru_stime),
+                    peakMb};
 }
 
-// --- The origins --------------------------------------------------------------------------
+// Whether the mpv peer `engine` can run here: libmpv built in, or the mpv command installed.
+bool canRun(const std::string& engine) {
+    if (engine == "libmpv") {
+        return hasLibmpv;
+    }
+    static const bool installed = onPath("mpv");
+    return installed;
+}
 
+// --- The origin ---------------------------------------------------------------------------
+
+// The sample origin with the 1080p50 VOD as well (made on the first run, which takes a while).
 zarvo::origin::SampleOrigin& sampleOrigin() {
     static auto* origin = [] {
-        auto* made = new zarvo::origin::SampleOrigin();
-        if (made->start()) {
-            std::fprintf(stderr, "the sample origin did not start\n");
+        zarvo::origin::OriginOptions options;
+        options.fullHd = true;
+        auto* made = new zarvo::origin::SampleOrigin(options);
+        if (auto error = made->start()) {
+            std::fprintf(stderr, "the sample origin did not start: %s\n",
+                         error->localizedDescription().c_str());
             std::exit(1);
         }
         return made;
@@ -406,95 +525,107 @@ zarvo::origin::SampleOrigin& sampleOrigin() {
     return *origin;
 }
 
-constexpr std::size_t segmentLength = 100 << 20;
-
-// The engine's key, for opening a resource session outside a player.
-struct BenchEngineKey : zarvo::MediaEngine {
-    static zarvo::MediaEngineKey get() { return key(); }
-};
-
-// Bytes/s of one GET with a curl easy handle that throws the body away.
-double curlThroughput(const std::string& url) {
-    CURL* curl = curl_easy_init();
-    std::size_t received = 0;
-    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(
-        curl, CURLOPT_WRITEFUNCTION, +[](char*, std::size_t size, std::size_t count, void* data) {
-            *static_cast<std::size_t*>(data) += size * count;
-            return size * count;
-        });
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &received);
-    const auto start = std::chrono::steady_clock::now();
-    const CURLcode code = curl_easy_perform(curl);
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    curl_easy_cleanup(curl);
-    return code == CURLE_OK && received == segmentLength ? received / seconds : 0;
-}
+constexpr const char* sampleVod = "/vod/master.m3u8";
+constexpr const char* fullHdVod = "/hd/master.m3u8";
 
 // --- Benchmarks ---------------------------------------------------------------------------
 
-void reportRatio(benchmark::State& state, const char* name, double sdk, double peer) {
-    state.counters[std::string(name) + "_sdk"] = sdk;
-    state.counters[std::string(name) + "_playbin3"] = peer;
-    state.counters["ratio"] = peer > 0 ? sdk / peer : 0;
+// Sets `name`_sdk, `name`_playbin3 and, with the mpv peer, `name`_mpv; `ratio` is the
+// engine's figure over playbin3's, `ratio`_mpv over mpv's.
+void reportPeers(benchmark::State& state, const std::string& name, const std::string& ratio,
+                 double sdk, double playbin3, std::optional<double> mpv) {
+    state.counters[name + "_sdk"] = sdk;
+    state.counters[name + "_playbin3"] = playbin3;
+    state.counters[ratio] = playbin3 > 0 ? sdk / playbin3 : 0;
+    if (mpv) {
+        state.counters[name + "_mpv"] = *mpv;
+        state.counters[ratio + "_mpv"] = *mpv > 0 ? sdk / *mpv : 0;
+    }
 }
 
 void BM_FirstFrameLaterItem(benchmark::State& state) {
-    const std::string url = sampleOrigin().url("/vod/master.m3u8");
+    const std::string url = sampleOrigin().url(sampleVod);
     setenv("ZM_AUDIO_SINK", "fakesink sync=true", 1);
     auto player = zarvo::Player::make();
     PlainPlaybin plain;
+#if ZM_BENCH_MPV
+    LibmpvPlayer mpv;
+    auto mpvFirstFrame = [&](double since) -> std::optional<double> {
+        auto shownAt = mpv.firstFrame(url, playbackDeadline.count());
+        return shownAt ? std::optional(*shownAt - since) : std::nullopt;
+    };
+#endif
+    using Measure = std::function<std::optional<double>(double since)>;
+    std::vector<Measure> players = {[&](double since) { return sdkFirstFrame(player, url, since); },
+                                    [&](double since) {
+                                        return plain.firstFrame(url, since);
+                                    }};
+#if ZM_BENCH_MPV
+    players.emplace_back(mpvFirstFrame);
+#endif
     // The first items warm up what a process keeps (plugins, thread pools).
-    sdkFirstFrame(player, url, ProcessInfo::systemUptime());
-    plain.firstFrame(url, ProcessInfo::systemUptime());
-    double sdk = 0;
-    double peer = 0;
+    for (auto& measure : players) {
+        measure(ProcessInfo::systemUptime());
+    }
+    std::vector<double> sums(players.size());
+    std::size_t round = 0;
     for (auto _ : state) {
-        auto a = sdkFirstFrame(player, url, ProcessInfo::systemUptime());
-        auto b = plain.firstFrame(url, ProcessInfo::systemUptime());
-        if (!a || !b) {
-            state.SkipWithError("no first frame");
-            return;
+        for (std::size_t i = 0; i < players.size(); ++i) {
+            const std::size_t which = (round + i) % players.size();
+            auto seconds = players[which](ProcessInfo::systemUptime());
+            if (!seconds) {
+                state.SkipWithError("no first frame");
+                return;
+            }
+            sums[which] += *seconds;
         }
-        sdk += *a;
-        peer += *b;
+        ++round;
     }
     const auto n = static_cast<double>(state.iterations());
-    reportRatio(state, "ms", sdk / n * 1000, peer / n * 1000);
+    reportPeers(state, "ms", "ratio", sums[0] / n * 1000, sums[1] / n * 1000,
+                sums.size() > 2 ? std::optional(sums[2] / n * 1000) : std::nullopt);
 }
 BENCHMARK(BM_FirstFrameLaterItem)->Iterations(10)->Unit(benchmark::kMillisecond);
 
-// Runs a child of each engine per iteration, `engine` first in even iterations and `peer`
-// first in odd ones (the second of a pair has run slower or faster by itself); the runs, or
-// nothing when one failed.
-std::optional<std::pair<std::vector<ChildRun>, std::vector<ChildRun>>> alternateChildren(
-    benchmark::State& state, const std::string& mode, const std::string& engine = "sdk",
-    const std::string& peer = "playbin3", const std::string& enginePath = "/vod/master.m3u8",
-    const std::string& peerPath = "/vod/master.m3u8") {
-    const std::string url = sampleOrigin().url(enginePath);
-    const std::string peerUrl = sampleOrigin().url(peerPath);
-    runChild(mode, engine, url);  // the page cache warm for both
-    runChild(mode, peer, peerUrl);
-    std::pair<std::vector<ChildRun>, std::vector<ChildRun>> runs;
+// One player of a rotation of children: its engine and the path it plays on the origin.
+struct Contender {
+    std::string engine;
+    std::string path = sampleVod;
+};
+
+// Runs a child of each contender per iteration, the order rotating from one iteration to the
+// next (a child runs slower or faster by its place in a round); the runs of each contender,
+// or nothing when one failed.
+std::optional<std::vector<std::vector<ChildRun>>> rotateChildren(
+    benchmark::State& state, const std::string& mode, const std::vector<Contender>& contenders) {
+    for (const auto& contender : contenders) {
+        runChild(mode, contender.engine, sampleOrigin().url(contender.path));  // a warm cache
+    }
+    std::vector<std::vector<ChildRun>> runs(contenders.size());
+    std::size_t round = 0;
     for (auto _ : state) {
-        std::optional<ChildRun> a;
-        std::optional<ChildRun> b;
-        if (runs.first.size() % 2 == 0) {
-            a = runChild(mode, engine, url);
-            b = runChild(mode, peer, peerUrl);
-        } else {
-            b = runChild(mode, peer, peerUrl);
-            a = runChild(mode, engine, url);
+        for (std::size_t i = 0; i < contenders.size(); ++i) {
+            const std::size_t which = (round + i) % contenders.size();
+            auto run = runChild(mode, contenders[which].engine,
+                                sampleOrigin().url(contenders[which].path));
+            if (!run) {
+                state.SkipWithError(("a child failed: " + contenders[which].engine).c_str());
+                return std::nullopt;
+            }
+            runs[which].push_back(*run);
         }
-        if (!a || !b) {
-            state.SkipWithError("a child failed");
-            return std::nullopt;
-        }
-        runs.first.push_back(*a);
-        runs.second.push_back(*b);
+        ++round;
     }
     return runs;
+}
+
+// The engine, playbin3 and, where it can run, mpv (as `mpvEngine`), all on `path`.
+std::vector<Contender> peers(const std::string& mpvEngine, const std::string& path = sampleVod) {
+    std::vector<Contender> contenders = {{"sdk", path}, {"playbin3", path}};
+    if (canRun(mpvEngine)) {
+        contenders.push_back({mpvEngine, path});
+    }
+    return contenders;
 }
 
 template <typename Field>
@@ -534,34 +665,52 @@ double peak(const std::vector<ChildRun>& runs) {
     return most;
 }
 
+// The third contender's figure, when there is one.
+std::optional<double> third(const std::vector<std::vector<ChildRun>>& runs,
+                            const std::function<double(const std::vector<ChildRun>&)>& figure) {
+    return runs.size() > 2 ? std::optional(figure(runs[2])) : std::nullopt;
+}
+
 void BM_FirstFrameFreshProcess(benchmark::State& state) {
-    if (auto runs = alternateChildren(state, "first-frame")) {
-        reportRatio(state, "ms", mean(runs->first, &ChildRun::value) * 1000,
-                    mean(runs->second, &ChildRun::value) * 1000);
+    if (auto runs = rotateChildren(state, "first-frame", peers("libmpv"))) {
+        auto ms = [](const std::vector<ChildRun>& each) {
+            return mean(each, &ChildRun::value) * 1000;
+        };
+        reportPeers(state, "ms", "ratio", ms((*runs)[0]), ms((*runs)[1]), third(*runs, ms));
     }
 }
 BENCHMARK(BM_FirstFrameFreshProcess)->Iterations(6)->Unit(benchmark::kMillisecond);
 
-void BM_WholeVodCpuAndPeakRss(benchmark::State& state) {
-    if (auto runs = alternateChildren(state, "whole")) {
+// Whole-process CPU and peak memory of each player over the whole VOD at `path`, in real time.
+void BM_WholeVodCpuAndPeakRss(benchmark::State& state, const char* path) {
+    if (auto runs = rotateChildren(state, "whole", peers("mpv", path))) {
         // Medians: on a shared machine one run in a few takes a third more CPU for the same work.
-        const double sdkCpu = median(runs->first, &ChildRun::cpuSeconds);
-        const double peerCpu = median(runs->second, &ChildRun::cpuSeconds);
-        state.counters["cpu_s_sdk"] = sdkCpu;
-        state.counters["cpu_s_playbin3"] = peerCpu;
-        state.counters["cpu_ratio"] = peerCpu > 0 ? sdkCpu / peerCpu : 0;
-        state.counters["rss_MB_sdk"] = peak(runs->first);
-        state.counters["rss_MB_playbin3"] = peak(runs->second);
-        state.counters["rss_MB_more"] = peak(runs->first) - peak(runs->second);
+        auto cpu = [](const std::vector<ChildRun>& each) {
+            return median(each, &ChildRun::cpuSeconds);
+        };
+        reportPeers(state, "cpu_s", "cpu_ratio", cpu((*runs)[0]), cpu((*runs)[1]),
+                    third(*runs, cpu));
+        state.counters["rss_MB_sdk"] = peak((*runs)[0]);
+        state.counters["rss_MB_playbin3"] = peak((*runs)[1]);
+        state.counters["rss_MB_more"] = peak((*runs)[0]) - peak((*runs)[1]);
+        if (auto mpvPeak = third(*runs, peak)) {
+            state.counters["rss_MB_mpv"] = *mpvPeak;
+            state.counters["rss_MB_more_mpv"] = peak((*runs)[0]) - *mpvPeak;
+        }
     }
 }
-BENCHMARK(BM_WholeVodCpuAndPeakRss)->Iterations(5)->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(BM_WholeVodCpuAndPeakRss, sample, sampleVod)
+    ->Iterations(5)
+    ->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(BM_WholeVodCpuAndPeakRss, fullhd_1080p50, fullHdVod)
+    ->Iterations(4)
+    ->Unit(benchmark::kSecond);
 
 // ZMPlayer (with a delegate) against the engine's Player, both in fresh processes.
 void BM_FacadeFirstFrameFreshProcess(benchmark::State& state) {
-    if (auto runs = alternateChildren(state, "first-frame", "zmplayer", "sdk")) {
-        const double facade = median(runs->first, &ChildRun::value) * 1000;
-        const double engine = median(runs->second, &ChildRun::value) * 1000;
+    if (auto runs = rotateChildren(state, "first-frame", {{"zmplayer"}, {"sdk"}})) {
+        const double facade = median((*runs)[0], &ChildRun::value) * 1000;
+        const double engine = median((*runs)[1], &ChildRun::value) * 1000;
         state.counters["ms_zmplayer"] = facade;
         state.counters["ms_player"] = engine;
         state.counters["ratio"] = engine > 0 ? facade / engine : 0;
@@ -572,10 +721,11 @@ BENCHMARK(BM_FacadeFirstFrameFreshProcess)->Iterations(10)->Unit(benchmark::kMil
 // The protected VOD (keys from the origin's certificate and licence endpoints) against the same
 // VOD in the clear, both through ZMPlayer in fresh processes.
 void BM_ProtectedFirstFrameFreshProcess(benchmark::State& state) {
-    if (auto runs = alternateChildren(state, "first-frame", "zmplayer-protected", "zmplayer",
-                                      "/protected/master.m3u8")) {
-        const double keyed = median(runs->first, &ChildRun::value) * 1000;
-        const double clear = median(runs->second, &ChildRun::value) * 1000;
+    if (auto runs =
+            rotateChildren(state, "first-frame",
+                           {{"zmplayer-protected", "/protected/master.m3u8"}, {"zmplayer"}})) {
+        const double keyed = median((*runs)[0], &ChildRun::value) * 1000;
+        const double clear = median((*runs)[1], &ChildRun::value) * 1000;
         state.counters["ms_protected"] = keyed;
         state.counters["ms_clear"] = clear;
         state.counters["ratio"] = clear > 0 ? keyed / clear : 0;
@@ -584,77 +734,50 @@ void BM_ProtectedFirstFrameFreshProcess(benchmark::State& state) {
 BENCHMARK(BM_ProtectedFirstFrameFreshProcess)->Iterations(10)->Unit(benchmark::kMillisecond);
 
 void BM_FacadeWholeVodCpu(benchmark::State& state) {
-    if (auto runs = alternateChildren(state, "whole", "zmplayer", "sdk")) {
-        const double facade = median(runs->first, &ChildRun::cpuSeconds);
-        const double engine = median(runs->second, &ChildRun::cpuSeconds);
+    if (auto runs = rotateChildren(state, "whole", {{"zmplayer"}, {"sdk"}})) {
+        const auto& facadeRuns = (*runs)[0];
+        const auto& engineRuns = (*runs)[1];
+        const double facade = median(facadeRuns, &ChildRun::cpuSeconds);
+        const double engine = median(engineRuns, &ChildRun::cpuSeconds);
         state.counters["cpu_s_zmplayer"] = facade;
         state.counters["cpu_s_player"] = engine;
         state.counters["cpu_ratio"] = engine > 0 ? facade / engine : 0;
-        const double facadeMain = median(runs->first, &ChildRun::value) * 1000;
-        const double engineMain = median(runs->second, &ChildRun::value) * 1000;
+        const double facadeMain = median(facadeRuns, &ChildRun::value) * 1000;
+        const double engineMain = median(engineRuns, &ChildRun::value) * 1000;
         state.counters["main_ms_zmplayer"] = facadeMain;
         state.counters["main_ms_player"] = engineMain;
         state.counters["main_ratio"] = engineMain > 0 ? facadeMain / engineMain : 0;
-        state.counters["rss_MB_more"] = peak(runs->first) - peak(runs->second);
+        state.counters["rss_MB_more"] = peak(facadeRuns) - peak(engineRuns);
     }
 }
 BENCHMARK(BM_FacadeWholeVodCpu)->Iterations(4)->Unit(benchmark::kSecond);
 
-// CPU seconds of this whole process so far (origin, server and client threads alike).
-double processCpuSeconds() {
-    timespec now{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
-
-// The segment by three ways, in a rotating order: through the resource server, through a bare
-// relay (socket calls only: the most that any relay of loopback TCP reaches on this machine)
-// and from the origin directly. Medians of each way's throughput and of the CPU time of the
-// whole process per transfer: where the machine has fewer CPUs than the transfer has busy
-// threads, the throughputs follow the CPU that each way costs.
-void BM_SegmentThroughResourceServer(benchmark::State& state) {
-    LoopbackBodyServer origin("/big.ts", segmentLength);
-    BareRelay bare(origin.port());
-    const zarvo::Url url = *zarvo::Url::parse(origin.url());
-    // The asset's own playlist is not there: the session serves the segment by its URL alone.
-    auto asset =
-        zarvo::UrlAsset::make(url.deletingLastPathComponent().appendingPathComponent("index.m3u8"));
-    auto loader = zarvo::AssetLoader::start(asset, BenchEngineKey::get());
-    auto session = zarvo::ResourceSession::open(asset, loader, {}, zarvo::DispatchQueue::main());
-    const std::string ways[] = {session->urlFor(zarvo::ResourceSession::Kind::segment, url),
-                                bare.url(origin.path()), origin.url()};
-    std::vector<double> throughput[3];
-    std::vector<double> cpu[3];
-    std::size_t round = 0;
+// The CPU that the loopback resource server's threads (its listener and workers, which also
+// run the transfers from the origin) spend while the engine plays the 1080p50 VOD in real
+// time, per second of media played, as a percentage of one CPU: its median over the runs.
+// In this process, where the server's threads live as long as the process does.
+void BM_ResourceServerCpuPerSecondOf1080p50(benchmark::State& state) {
+    const std::string url = sampleOrigin().url(fullHdVod);
+    setenv("ZM_AUDIO_SINK", "fakesink sync=true", 1);
+    const std::string name = zarvo::ResourceServer::threadName;
+    sdkPlayToEnd(url);  // a warm cache, and the server started
+    std::vector<double> shares;
+    double played = 0;
     for (auto _ : state) {
-        for (std::size_t i = 0; i < 3; ++i) {
-            const std::size_t way = (round + i) % 3;
-            const double before = processCpuSeconds();
-            const double got = curlThroughput(ways[way]);
-            cpu[way].push_back(processCpuSeconds() - before);
-            if (got == 0) {
-                state.SkipWithError("a transfer failed");
-                return;
-            }
-            throughput[way].push_back(got);
+        const auto before = namedThreadsCpuSeconds(name);
+        const auto seconds = sdkPlayToEnd(url);
+        const auto after = namedThreadsCpuSeconds(name);
+        if (!before || !after || !seconds || *seconds <= 0) {
+            state.SkipWithError(seconds ? "no thread named zm-resources" : "the playback failed");
+            return;
         }
-        ++round;
+        shares.push_back((*after - *before) / *seconds);
+        played = *seconds;
     }
-    const double server = median(throughput[0]);
-    const double relay = median(throughput[1]);
-    const double direct = median(throughput[2]);
-    state.counters["MBps_resource_server"] = server / 1e6;
-    state.counters["MBps_bare_relay"] = relay / 1e6;
-    state.counters["MBps_curl_direct"] = direct / 1e6;
-    state.counters["share"] = server / direct;
-    state.counters["share_bare_relay"] = relay / direct;
-    state.counters["server_vs_bare_relay"] = server / relay;
-    state.counters["cpu_ms_resource_server"] = median(cpu[0]) * 1000;
-    state.counters["cpu_ms_bare_relay"] = median(cpu[1]) * 1000;
-    state.counters["cpu_ms_curl_direct"] = median(cpu[2]) * 1000;
-    session->close();
+    state.counters["server_cpu_percent"] = median(shares) * 100;
+    state.counters["media_s"] = played;
 }
-BENCHMARK(BM_SegmentThroughResourceServer)->Iterations(9)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ResourceServerCpuPerSecondOf1080p50)->Iterations(3)->Unit(benchmark::kSecond);
 
 }  // namespace
 

@@ -29,6 +29,9 @@ struct OriginOptions {
     std::map<std::string, std::string> requiredContentHeaders;
     // The identifier inside the application certificate the origin serves.
     std::string certificateIdentifier = "zm-origin-cert-1";
+    // Also serves the 1080p50 VOD (FullHdContent) under /hd/; start() makes it first when it is
+    // not in the cache yet, which takes a while.
+    bool fullHd = false;
 };
 
 }  // namespace zarvo::origin

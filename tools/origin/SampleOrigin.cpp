@@ -16,6 +16,7 @@
 #include "zarvo/platform/Scheduler.h"
 #include "zarvo/platform/TcpConnections.h"
 
+#include "origin/FullHdContent.h"
 #include "origin/LicenseServer.h"
 #include "origin/SegmentList.h"
 
@@ -71,6 +72,7 @@ struct SampleOrigin::Impl {
     std::atomic<bool> listenerDone{false};
     int port = 0;
     std::optional<SampleContent> content;
+    std::optional<FullHdContent> fullHd;
     std::optional<LivePlaylist> live;
     std::optional<LicenseServer> licenses;
     std::map<std::string, SegmentList> renditions;  // "v0", "a_pol", ...
@@ -251,6 +253,12 @@ struct SampleOrigin::Impl {
                                                             httplib::Response& response) {
             sendFile(response, protectedRoot, request.matches[1]);
         });
+        if (fullHd) {
+            server.Get("/hd/(.+)", [this, hd = fullHd->directory()](const httplib::Request& request,
+                                                                    httplib::Response& response) {
+                sendFile(response, hd, request.matches[1]);
+            });
+        }
         for (const char* kind : {"live", "dvr"}) {
             const bool dvr = std::string(kind) == "dvr";
             server.Get("/" + std::string(kind) + "/master.m3u8",
@@ -352,6 +360,13 @@ std::optional<Error> SampleOrigin::start() {
             return *error;
         }
         impl.content = std::move(std::get<SampleContent>(prepared));
+        if (impl.options.fullHd) {
+            auto hd = FullHdContent::prepare(impl.options.cacheRoot);
+            if (auto* error = std::get_if<Error>(&hd)) {
+                return *error;
+            }
+            impl.fullHd = std::move(std::get<FullHdContent>(hd));
+        }
         for (const char* name : {"v0", "v1", "v2", "a_pol", "a_eng"}) {
             auto text = DataFile::read(impl.content->directory() / "vod" / name / "index.m3u8");
             auto list = text ? SegmentList::parse(*text) : std::nullopt;

@@ -18,6 +18,7 @@ namespace zarvo::origin {
 // clear-key certificate and licence endpoints, and a tracking-beacon collector.
 //
 //   /vod/master.m3u8, /protected/master.m3u8, /live/master.m3u8, /dvr/master.m3u8 (+ children)
+//   /hd/master.m3u8 (+ children) with OriginOptions::fullHd
 //   GET /fps/cert, POST /fps/license
 //   GET /track/<anything>/init.gif, /track/<anything>/events.gif   (recorded; 1x1 GIF)
 //   GET /track/received (JSON of the recorded beacons), DELETE /track/received

@@ -7,6 +7,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -42,8 +43,8 @@ struct LoopbackListener::Pending {
     bool draining = false;  // refused: what the client still sends is dropped until it closes
 };
 
-LoopbackListener::LoopbackListener(Handler handler, Limits limits)
-    : handler_(std::move(handler)), limits_(limits) {}
+LoopbackListener::LoopbackListener(Handler handler, Limits limits, std::string threadName)
+    : handler_(std::move(handler)), limits_(limits), threadName_(std::move(threadName)) {}
 
 LoopbackListener::~LoopbackListener() {
     if (thread_.joinable()) {
@@ -82,6 +83,7 @@ int LoopbackListener::start() {
 }
 
 void LoopbackListener::run() {
+    pthread_setname_np(pthread_self(), threadName_.c_str());
     std::vector<Pending> pending;
     std::vector<pollfd> polled;
     for (;;) {

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <thread>
 
 #include "zarvo/media/loopback/HttpRequestHead.h"
@@ -14,7 +15,7 @@ namespace zarvo {
 // that is malformed or past HttpRequestHead's bounds is refused here; a connection idle for
 // `idleReadSeconds`, or still without a whole head after `headSeconds`, is closed; past
 // `maxPendingConnections` heads in progress, new connections are closed at once. Each whole
-// head goes to the handler with its connection.
+// head goes to the handler with its connection. The thread carries `threadName`.
 class LoopbackListener {
 public:
     using Handler =
@@ -25,7 +26,7 @@ public:
         std::size_t maxPendingConnections = 256;
     };
 
-    LoopbackListener(Handler handler, Limits limits);
+    LoopbackListener(Handler handler, Limits limits, std::string threadName);
     ~LoopbackListener();
     LoopbackListener(const LoopbackListener&) = delete;
     LoopbackListener& operator=(const LoopbackListener&) = delete;
@@ -42,6 +43,7 @@ private:
 
     const Handler handler_;
     const Limits limits_;
+    const std::string threadName_;
     int listenSocket_ = -1;
     int wakeup_ = -1;  // an eventfd that stops the thread
     std::thread thread_;

@@ -22,7 +22,8 @@ namespace {
 // The threads that answer requests whose heads have arrived. A segment's answer holds its
 // thread while it streams, and a key request may wait for the application: there is room for
 // several players at once. Requests beyond the queue's bound are refused (503) rather than
-// kept. SIGPIPE is blocked on the threads, for the curl transfers they run.
+// kept. SIGPIPE is blocked on the threads, for the curl transfers they run; each carries
+// ResourceServer::threadName.
 class Workers {
 public:
     using Task = std::function<void()>;
@@ -58,6 +59,7 @@ public:
 
 private:
     void work() {
+        pthread_setname_np(pthread_self(), ResourceServer::threadName);
         sigset_t set;
         sigemptyset(&set);
         sigaddset(&set, SIGPIPE);
@@ -147,7 +149,7 @@ struct ResourceServer::Impl {
             [this](std::unique_ptr<LoopbackConnection> connection, HttpRequestHead head) {
                 dispatch(std::move(connection), std::move(head));
             },
-            LoopbackListener::Limits{});
+            LoopbackListener::Limits{}, ResourceServer::threadName);
         port = listener->start();
         if (port <= 0) {
             fatalError("The media resource server cannot listen on 127.0.0.1.");

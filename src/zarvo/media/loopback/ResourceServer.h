@@ -17,6 +17,10 @@ class ResourceSession;
 // connection. A pipeline that hangs up mid-answer fails a write; it cannot kill the process.
 class ResourceServer {
 public:
+    // The name of every thread the server runs, its listener and its workers alike (as top,
+    // perf and /proc show it): what the server costs is told apart from the pipeline's work.
+    static constexpr const char* threadName = "zm-resources";
+
     static ResourceServer& shared();
 
     // "http://127.0.0.1:<port>"; starts the server if needed.
