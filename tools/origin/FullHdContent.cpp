@@ -11,7 +11,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr int seconds = 20;
-constexpr int frameRate = 50;
+constexpr int fullHdFrameRate = 50;
 constexpr const char* size = "1920x1080";
 constexpr const char* bitrate = "6000k";
 
@@ -21,7 +21,7 @@ using Args = FfmpegArgs::List;
 // at 6 Mbit/s that x264 fills even for a test pattern (about 7 Mbit/s with the audio and the
 // transport stream), with a key frame every 2 seconds so that every segment starts with one.
 Args video() {
-    const std::string gop = std::to_string(frameRate * 2);
+    const std::string gop = std::to_string(fullHdFrameRate * 2);
     return {"-map",       "0:v",   "-c:v",        "libx264", "-preset",       "veryfast",
             "-profile:v", "high",  "-level",      "4.2",     "-pix_fmt",      "yuv420p",
             "-b:v",       bitrate, "-maxrate",    bitrate,   "-bufsize",      "12000k",
@@ -45,10 +45,10 @@ std::optional<Error> generate(const fs::path& directory) {
                       "-hls_segment_filename",
                       (directory / "seg%d.ts").string(),
                       (directory / "index.m3u8").string()};
-    if (auto failed =
-            runTool(FfmpegArgs::command() + FfmpegArgs::sources(seconds, false, size, frameRate) +
-                        video() + Args{"-map", "1:a"} + FfmpegArgs::aac() + hls,
-                    directory / "ffmpeg.log")) {
+    if (auto failed = runTool(FfmpegArgs::command() +
+                                  FfmpegArgs::sources(seconds, false, size, fullHdFrameRate) +
+                                  video() + Args{"-map", "1:a"} + FfmpegArgs::aac() + hls,
+                              directory / "ffmpeg.log")) {
         return failed;
     }
     if (!writeTextFile(directory / "recipe.txt", FullHdContent::recipe() + "\n")) {
@@ -61,7 +61,7 @@ std::optional<Error> generate(const fs::path& directory) {
 
 std::string FullHdContent::recipe() {
     std::string text = "zm-origin full hd 1; " + std::to_string(seconds) + "s " + size + "@" +
-                       std::to_string(frameRate) + "fps; ";
+                       std::to_string(fullHdFrameRate) + "fps; ";
     for (const auto& arg : video() + FfmpegArgs::aac()) {
         text += arg + " ";
     }
