@@ -34,11 +34,11 @@ function(zm_test_code target)
   target_compile_options(${target} PRIVATE -O0 -g1)
 endfunction()
 
-# zm_folder_tests(folder [PLAYS] DEPS ...): one GoogleTest executable of every .cpp in
-# tests/<folder>. PLAYS tests play or download media in real time: each counts as two of the
-# jobs that ctest runs at once, so no more than half the jobs play at a time.
+# zm_folder_tests(folder [SERIAL] DEPS ...): one GoogleTest executable of every .cpp in
+# tests/<folder>. SERIAL tests run alone: they play media in real time, and some of them aim at
+# races in the media framework's own start and stop that other load would hide or provoke.
 function(zm_folder_tests folder)
-  cmake_parse_arguments(ARG "PLAYS" "" "DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "SERIAL" "" "DEPS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/${folder}/*.cpp)
   if(NOT sources)
     return()
@@ -48,10 +48,10 @@ function(zm_folder_tests folder)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} zm_test_support GTest::gmock)
   zm_test_code(${name})
-  set(processors 1)
-  if(ARG_PLAYS)
-    set(processors 2)
+  set(serial OFF)
+  if(ARG_SERIAL)
+    set(serial ON)
   endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
-                       PROPERTIES LABELS ${folder} TIMEOUT 300 PROCESSORS ${processors})
+                       PROPERTIES LABELS ${folder} TIMEOUT 300 RUN_SERIAL ${serial})
 endfunction()
