@@ -21,20 +21,23 @@ libdir=$(dirname "$(find "$prefix" -name 'libzarvomediaplayer.so' | head -1)")
 
 step "each installed header compiles on its own"
 # Headers of the libraries the SDK is built on must not be reachable from the public ones.
-forbidden='/(glib-2\.0|gstreamer-1\.0|curl|sqlite3\.h|httplib\.h|nlohmann|uuid|X11)'
-count=0
-while IFS= read -r header; do
-  name=${header#"$prefix/include/"}
+export forbidden='/(glib-2\.0|gstreamer-1\.0|curl|sqlite3\.h|httplib\.h|nlohmann|uuid|X11)'
+export prefix
+check_header() {
+  local name=${1#"$prefix/include/"} deps
   deps=$(echo "#include <$name>" |
-    g++ -std=c++20 -fsyntax-only -Wall -Wextra -Werror -I"$prefix/include" -x c++ - -M -MF /dev/stdout)
+    g++ -std=c++20 -fsyntax-only -Wall -Wextra -Werror -I"$prefix/include" -x c++ - -M -MF /dev/stdout) ||
+    { echo "$name does not compile on its own" >&2; return 255; }
   if echo "$deps" | grep -Eq "$forbidden"; then
     echo "$name reaches a header of a dependency:" >&2
     echo "$deps" | tr ' ' '\n' | grep -E "$forbidden" >&2
-    exit 1
+    return 255
   fi
-  count=$((count + 1))
-done < <(find "$prefix/include/zarvo" -name '*.h' | sort)
-echo "$count headers"
+}
+export -f check_header
+find "$prefix/include/zarvo" -name '*.h' -print0 | sort -z |
+  xargs -0 -n 1 -P "$(nproc)" bash -c 'check_header "$1"' _
+echo "$(find "$prefix/include/zarvo" -name '*.h' | wc -l) headers"
 
 step "a host program with pkg-config alone"
 export PKG_CONFIG_PATH=$libdir/pkgconfig
