@@ -1,6 +1,7 @@
 #include "zarvo/media/gst/PlaybinPipeline.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <string>
 #include <thread>
@@ -14,6 +15,17 @@ namespace {
 
 // How far ahead of playback the demuxer downloads.
 constexpr guint64 demuxBufferingTime = 10 * GST_SECOND;
+// hlsdemux2 starts its download thread as it is set up and stops it by quitting the thread's
+// main loop. A quit that comes before the new thread has entered its loop is lost, and the
+// stop then waits on the thread for five minutes. Stopping a demuxer set up this recently
+// waits out the rest of this time first; a thread has long entered its loop by then.
+constexpr std::chrono::milliseconds demuxerStartTime{100};
+
+std::int64_t steadyNanoseconds() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
 
 MediaTime fromClockTime(gint64 nanoseconds) {
     constexpr std::int32_t nanosecondTimescale = 1000000000;
@@ -37,6 +49,7 @@ public:
     }
     ~StreamingCall() { pipeline_.streamingCalls_.fetch_sub(1, std::memory_order_release); }
     Listener& listener() const { return *pipeline_.streamingListener_; }
+    PlaybinPipeline& pipeline() const { return pipeline_; }
 
 private:
     PlaybinPipeline& pipeline_;
@@ -147,6 +160,12 @@ void PlaybinPipeline::redrawOutput(std::uint64_t id) {
 }
 
 void PlaybinPipeline::stop() {
+    if (const std::int64_t setUpAt = demuxerSetUpAt_.exchange(0)) {
+        const auto since = std::chrono::nanoseconds(steadyNanoseconds() - setUpAt);
+        if (since < demuxerStartTime) {
+            std::this_thread::sleep_for(demuxerStartTime - since);
+        }
+    }
     gst_element_set_state(playbin_.get(), GST_STATE_NULL);
     if (windows_) {
         windows_->reattach();
@@ -170,6 +189,7 @@ GstBusSyncReply PlaybinPipeline::onSyncMessage(GstBus*, GstMessage* message, gpo
 }
 
 void PlaybinPipeline::onElementSetup(GstElement*, GstElement* element, gpointer data) {
+    const StreamingCall call(data);
     GstElementFactory* factory = gst_element_get_factory(element);
     const std::string name = factory ? GST_OBJECT_NAME(factory) : "";
     if (name == "subtitleoverlay") {
@@ -179,8 +199,9 @@ void PlaybinPipeline::onElementSetup(GstElement*, GstElement* element, gpointer 
         // hlsdemux2 starts a newly selected rendition where the others have downloaded to:
         // keeping that close to the playing position lets an audio switch be heard soon.
         g_object_set(element, "high-watermark-time", demuxBufferingTime, nullptr);
+        call.pipeline().demuxerSetUpAt_ = steadyNanoseconds();
     }
-    StreamingCall(data).listener().elementSetUp(element);
+    call.listener().elementSetUp(element);
 }
 
 void PlaybinPipeline::onOverlayChild(GstBin*, GstBin*, GstElement* element, gpointer data) {
