@@ -35,7 +35,7 @@ VariantLimits VariantLimits::of(const std::vector<PlayerItemVariant>& variants, 
             limits.minBitrate = bandwidth;
             limits.maxBitrate = bandwidth;
             limits.startBitrate = bandwidth;
-            limits.connectionBitrate = clampedRate(2.0 * static_cast<double>(bandwidth));
+            limits.connectionBitrate = bandwidth;
             return limits;
         }
     }

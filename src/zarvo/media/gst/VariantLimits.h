@@ -17,8 +17,9 @@ class PlayerItem;
 
 // The bitrate bounds that keep hlsdemux2's adaptive switching within an item's limits (a peak
 // bitrate, a largest picture) or on the one variant chosen. The demuxer picks the highest
-// variant whose BANDWIDTH lies within [min, max] of the rate it measures, capped at max; a
-// chosen variant also fixes the measured rate, so that a slow link cannot move it away.
+// variant whose BANDWIDTH lies within [min, max] of the rate it measures, capped at max. A
+// fixed connection rate replaces the measured one and the bounds (hlsdemux2 in 1.22 picks the
+// highest variant at or below it): a chosen variant's own BANDWIDTH keeps it on that one.
 struct VariantLimits {
     guint minBitrate = 0;         // 0: none
     guint maxBitrate = 0;         // 0: none
