@@ -181,6 +181,7 @@ void GstPlayback::mediaSelectionChanged() {
     if (streams_.select(wanted)) {
         // A text stream stays selected when subtitles are turned off: the overlay hides them.
         subtitles_.setShown(wanted.text.has_value());
+        seekAtPlayRate(playRate_ != 1.0f);  // a rendition switched in starts at rate 1
     }
 }
 
@@ -312,10 +313,9 @@ void GstPlayback::tearDownItem() {
     resources_.reset();
     itemObserver_.reset();
     accessLog_.setPlaying(false);
-    if (item_) {
-        item_->updateStatistics(key_, counters_.left());
+    if (auto last = counters_.reset(); item_) {  // startup is timed from here
+        item_->updateStatistics(key_, last);
     }
-    counters_.reset();  // startup is timed from here
     // The collection and its demuxer go with the item that they played.
     streams_.reset();
     item_.reset();

@@ -91,6 +91,12 @@ private:
     void playlistServed(const ResourceSession::PlaylistServed& served);
     void transferred(const ResourceSession::Transfer& transfer);
 
+    // When `needed`, seeks to where playback stands, so that every stream plays at playRate_.
+    void seekAtPlayRate(bool needed) {
+        if (needed && prerolled_ && pipeline_ && !seeks_->hasPending()) {
+            seeks_->request({std::nullopt, MediaTime::invalid(), true});
+        }
+    }
     bool ensurePipeline();
     void releasePipeline();
     void closeResourcesThenStop();

@@ -9,13 +9,16 @@
 
 namespace zarvo {
 
-void PlaybackCounters::reset() {
+PlayerItemStatistics PlaybackCounters::reset() {
+    auto last = now();
+    last.stalled = false;
     statistics_ = {};
     startUptime_ = Scheduler::standard()->uptime();
     stallStart_.reset();
     videoFrames_.store(0, std::memory_order_relaxed);
     firstFrameUptime_.store(-1, std::memory_order_relaxed);
     droppedBySource_.clear();
+    return last;
 }
 
 void PlaybackCounters::videoFrame() {
@@ -82,12 +85,6 @@ PlayerItemStatistics PlaybackCounters::now() const {
         statistics.stalled = true;
         statistics.stallDuration += std::max(0.0, Scheduler::standard()->uptime() - *stallStart_);
     }
-    return statistics;
-}
-
-PlayerItemStatistics PlaybackCounters::left() const {
-    auto statistics = now();
-    statistics.stalled = false;
     return statistics;
 }
 

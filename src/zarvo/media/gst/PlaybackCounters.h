@@ -16,8 +16,9 @@ namespace zarvo {
 // videoFrame(), which the sink's streaming thread calls. Times come from the scheduler's clock.
 class PlaybackCounters {
 public:
-    // A new item becomes current: startup is timed from now.
-    void reset();
+    // A new item becomes current (or none): startup is timed from now. Returns the figures of
+    // the item that left, a stall going on counted up to now.
+    PlayerItemStatistics reset();
     // A video frame reached the sink.
     void videoFrame();
     void stallStarted();
@@ -27,8 +28,6 @@ public:
     // video sink tell are counted.
     void busMessage(GstMessage* message, GstElement* playbin);
     PlayerItemStatistics now() const;
-    // The figures an item keeps once it has left: a stall going on counted up to now.
-    PlayerItemStatistics left() const;
 
 private:
     PlayerItemStatistics statistics_;
