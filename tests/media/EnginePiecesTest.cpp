@@ -1,11 +1,13 @@
 // The pieces of the GStreamer engine that decide without a pipeline: which streams to select,
-// what status a playback reports, how subtitles are styled, and how seeks are paced.
+// what status a playback reports, how subtitles are styled, how seeks are paced, and what
+// bounds keep adaptive switching within an item's limits.
 #include <gtest/gtest.h>
 
 #include "zarvo/media/gst/BusStatusMapper.h"
 #include "zarvo/media/gst/SeekController.h"
 #include "zarvo/media/gst/StreamSelection.h"
 #include "zarvo/media/gst/SubtitleStyling.h"
+#include "zarvo/media/gst/VariantLimits.h"
 #include "zarvo/media/loopback/TransferGate.h"
 #include "zarvo/platform/ManualScheduler.h"
 #include "zarvo/platform/RunLoop.h"
@@ -87,6 +89,36 @@ TEST(BusStatusMapperTest, ReportsTheFirstReasonThatHoldsPlaybackBack) {
     };
     EXPECT_EQ(resuming(Status::playing), playing);
     EXPECT_EQ(resuming(Status::paused), waiting(Reason::evaluatingBufferingRate));
+}
+
+TEST(VariantLimitsTest, CapsPickTheHighestVariantWithinThemAndAChosenOneIsFixed) {
+    const std::vector<PlayerItemVariant> variants = {
+        {.uri = "v0", .bandwidth = 400000, .width = 320, .height = 180},
+        {.uri = "v1", .bandwidth = 600000, .width = 480, .height = 270},
+        {.uri = "v2", .bandwidth = 1000000, .width = 640, .height = 360},
+    };
+    const auto none = std::pair{0, 0};
+    EXPECT_EQ(VariantLimits::of(variants, 0, none, std::nullopt), VariantLimits{});
+    // A bitrate cap alone is handed on as it is; a size cap becomes the bitrate of the highest
+    // variant that fits both.
+    EXPECT_EQ(VariantLimits::of(variants, 700000, none, std::nullopt),
+              (VariantLimits{.maxBitrate = 700000, .startBitrate = 700000}));
+    EXPECT_EQ(VariantLimits::of(variants, 0, {500, 300}, std::nullopt),
+              (VariantLimits{.maxBitrate = 600000, .startBitrate = 600000}));
+    EXPECT_EQ(VariantLimits::of(variants, 500000, {1920, 1080}, std::nullopt),
+              (VariantLimits{.maxBitrate = 400000, .startBitrate = 400000}));
+    // Nothing fits: the lowest variant plays.
+    EXPECT_EQ(VariantLimits::of(variants, 0, {100, 100}, std::nullopt),
+              (VariantLimits{.maxBitrate = 400000, .startBitrate = 400000}));
+    // A chosen variant wins over the caps and does not follow the measured rate.
+    EXPECT_EQ(VariantLimits::of(variants, 500000, {320, 180}, "v2"),
+              (VariantLimits{.minBitrate = 1000000,
+                             .maxBitrate = 1000000,
+                             .connectionBitrate = 1000000,
+                             .startBitrate = 1000000}));
+    // One the item does not offer leaves switching to the caps.
+    EXPECT_EQ(VariantLimits::of(variants, 500000, none, "v9"),
+              (VariantLimits{.maxBitrate = 500000, .startBitrate = 500000}));
 }
 
 TEST(SubtitleStylingTest, LaterRulesWinAndColoursScaleToBytes) {

@@ -1,6 +1,7 @@
 // ZMPlayer on the GStreamer engine against the sample origin: what a host's delegate receives
 // for a VOD (statuses, ticks, an audio switch, the end), a live stream's ad break and a DVR
-// source's timeshift. Playback runs in real time; waits run the main loop until a condition.
+// source's timeshift, the pace of each playback speed, and the stalls and statistics of a
+// capped live stream. Playback runs in real time; waits run the main loop until a condition.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -12,6 +13,7 @@
 
 #include "zarvo/media/model/PlayerItem.h"
 #include "zarvo/platform/NotificationCenter.h"
+#include "zarvo/platform/ProcessInfo.h"
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/player/ZMPlayer.h"
 #include "zarvo/source/ZMPlaybackSourceOptions.h"
@@ -122,6 +124,107 @@ TEST_F(ZMPlayerPlaybackTest, VodReportsItsStatusesTicksAnAudioSwitchAndItsEnd) {
         EXPECT_NEAR(ticks[i].duration, 30.0, 0.1);
     }
     EXPECT_TRUE(recorder_->errors.empty()) << recorder_->errors.front().description();
+}
+
+// Media seconds played per second of the process's clock, over `span` media seconds. The
+// audio sink's clock paces playback, so the figure holds on a loaded machine too.
+double pace(ZMPlayer& player, double span) {
+    // The first moments after a change of speed, seek or pause flush the pipeline.
+    const double settle = player.currentTime() + 0.2;
+    if (!waitFor([&] { return player.currentTime() >= settle; })) {
+        return 0;
+    }
+    const double startTime = player.currentTime();
+    const double startUptime = ProcessInfo::systemUptime();
+    if (!waitFor([&] { return player.currentTime() >= startTime + span; })) {
+        return 0;
+    }
+    return (player.currentTime() - startTime) / (ProcessInfo::systemUptime() - startUptime);
+}
+
+TEST_F(ZMPlayerPlaybackTest, EverySpeedOptionPlaysAtItsPaceThroughPauseSeekAndAudioSwitch) {
+    auto vod = source("/vod/master.m3u8", ZMPlaybackSourceOptions(false));
+    player_->open(vod, true);
+    ASSERT_TRUE(waitFor([&] { return playing() && player_->currentTime() > 0.2; }));
+    for (const float speed : vod->speedOptions()) {
+        player_->setPlaybackSpeed(speed);
+        EXPECT_NEAR(pace(*player_, 1.5 * speed), speed, 0.25 * speed) << speed;
+    }
+    EXPECT_FLOAT_EQ(player_->playbackSpeed(), 2.0F);
+
+    player_->pause();
+    ASSERT_TRUE(waitFor([&] { return !playing(); }));
+    player_->play();
+    EXPECT_NEAR(pace(*player_, 3), 2.0, 0.5) << "after pause";
+
+    bool seeked = false;
+    player_->seek(4.0, 600, MediaTime::zero(), MediaTime::zero(),
+                  [&](bool finished) { seeked = finished; });
+    ASSERT_TRUE(waitFor([&] { return seeked; }));
+    EXPECT_NEAR(pace(*player_, 3), 2.0, 0.5) << "after a seek";
+
+    const auto audio = player_->audioOptions();
+    ASSERT_EQ(audio.size(), 2u);
+    player_->selectOptionGroup(audio[1].audioSelectionOption(), MediaCharacteristic::audible());
+    EXPECT_NEAR(pace(*player_, 3), 2.0, 0.5) << "after an audio switch";
+
+    // Values no player can play are ignored.
+    player_->setPlaybackSpeed(0);
+    player_->setPlaybackSpeed(std::nanf(""));
+    player_->setPlaybackSpeed(16);
+    EXPECT_FLOAT_EQ(player_->playbackSpeed(), 2.0F);
+}
+
+// Keeps the stalls a statistics delegate learns.
+struct StallRecorder : ZMPlaybackStatisticsDelegate {
+    int started = 0;
+    std::vector<double> ended;
+    void playerDidStartStall(ZMPlayer&) override { ++started; }
+    void playerDidEndStall(ZMPlayer&, double duration) override { ended.push_back(duration); }
+};
+
+TEST_F(ZMPlayerPlaybackTest, ACappedLiveStreamReportsItsLevelsStallsAndStatistics) {
+    auto stalls = std::make_shared<StallRecorder>();
+    player_->setStatisticsDelegate(stalls);
+    const auto& variants = origin_->content().variants();
+    player_->setMaximumBitrate(static_cast<double>(variants[1].bandwidth));
+    EXPECT_EQ(player_->playbackStatistics(), ZMPlaybackStatistics{});
+    player_->open(source("/live/master.m3u8", ZMPlaybackSourceOptions(true)), true);
+    ASSERT_TRUE(waitFor([&] { return playing(); }));
+
+    const auto levels = player_->qualityLevels();
+    ASSERT_EQ(levels.size(), variants.size());
+    for (std::size_t i = 0; i < levels.size(); ++i) {
+        EXPECT_EQ(levels[i].bandwidth, variants[i].bandwidth);
+        EXPECT_EQ(levels[i].width, variants[i].width);
+        EXPECT_EQ(levels[i].height, variants[i].height);
+    }
+
+    origin::Fault slow;
+    slow.pathPrefix = "/live/";
+    slow.delaySeconds = 5;
+    origin_->faults().add(slow);
+    ASSERT_TRUE(waitFor([&] { return stalls->started > 0; }, 30s));
+    origin_->faults().clear();
+    ASSERT_TRUE(waitFor([&] { return !stalls->ended.empty(); }, 30s));
+    EXPECT_GT(stalls->ended.front(), 0);
+
+    const auto statistics = player_->playbackStatistics();
+    ASSERT_TRUE(statistics.startupTime);
+    EXPECT_GT(*statistics.startupTime, 0);
+    EXPECT_GE(statistics.stallCount, 1);
+    EXPECT_GE(statistics.stallDuration, stalls->ended.front());
+    EXPECT_GT(statistics.decodedFrames, 0);
+    EXPECT_GT(statistics.bytesDownloaded, 0);
+    // Nothing over the cap has played.
+    ASSERT_TRUE(statistics.currentBitrate);
+    EXPECT_LE(*statistics.currentBitrate, static_cast<double>(variants[1].bandwidth));
+    EXPECT_GT(statistics.averageBitrate, 0);
+    EXPECT_LE(statistics.averageBitrate, static_cast<double>(variants[1].bandwidth));
+    for (const auto& [bitrate, seconds] : statistics.timeByBitrate) {
+        EXPECT_LE(bitrate, variants[1].bandwidth);
+        EXPECT_GT(seconds, 0);
+    }
 }
 
 TEST_F(ZMPlayerPlaybackTest, LiveReportsItsAdBreakOnceAndDvrAsksForItsWindow) {

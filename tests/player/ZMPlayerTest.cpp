@@ -1,5 +1,7 @@
 // ZMPlayer's delegate rules on a scripted media engine and a manual clock: what each platform
-// change becomes, in which order, and what the queries give with and without a source.
+// change becomes, in which order, and what the queries give with and without a source; how
+// quality caps and the speed reach each item, and what stalls and statistics come of the
+// item's reports.
 #include <cmath>
 #include <string>
 #include <vector>
@@ -252,6 +254,74 @@ TEST_F(ZMPlayerTest, OptionListsDropClosedCaptionsFromTheGroupAndFromTheDelegate
 
 namespace zarvo {
 namespace {
+
+TEST_F(ZMPlayerTest, CapsAChosenQualityAndTheSpeedReachEachItemAndBadValuesAreIgnored) {
+    player->setMaximumBitrate(500000);
+    player->setMaximumResolution(640, 360);
+    player->setPlaybackSpeed(1.5F);
+    auto item = open(false);
+    ASSERT_TRUE(item);
+    EXPECT_EQ(item->preferredPeakBitRate(), 500000);
+    EXPECT_EQ(item->preferredMaximumResolution(), (std::pair{640, 360}));
+    EXPECT_EQ(platform().rate(), 1.5F) << "opened to play at the speed set";
+    EXPECT_TRUE(player->qualityLevels().empty()) << "not ready yet";
+
+    player->pause();
+    player->setPlaybackSpeed(2);
+    EXPECT_EQ(platform().rate(), 0) << "a new speed does not start playback";
+    player->play();
+    EXPECT_EQ(platform().rate(), 2);
+
+    player->selectQualityLevel(ZMPlayerQualityLevel{.uri = "http://127.0.0.1:1/v1.m3u8"});
+    EXPECT_EQ(item->preferredVariantUri(), "http://127.0.0.1:1/v1.m3u8");
+    player->selectQualityLevel(std::nullopt);
+    EXPECT_EQ(item->preferredVariantUri(), std::nullopt);
+    player->setMaximumBitrate(std::nan(""));
+    player->setMaximumResolution(-1, 360);
+    player->setPlaybackSpeed(-1);
+    EXPECT_EQ(item->preferredPeakBitRate(), 0);
+    EXPECT_EQ(item->preferredMaximumResolution(), (std::pair{0, 0}));
+    EXPECT_EQ(player->playbackSpeed(), 2);
+}
+
+// Keeps the stalls a statistics delegate learns.
+struct StallRecorder : ZMPlaybackStatisticsDelegate {
+    std::vector<std::string> calls;
+    void playerDidStartStall(ZMPlayer&) override { calls.push_back("started"); }
+    void playerDidEndStall(ZMPlayer&, double duration) override {
+        calls.push_back("ended " + std::to_string(duration));
+    }
+};
+
+TEST_F(ZMPlayerTest, StallsOfTheCurrentItemReachTheStatisticsDelegateAndTheLogMakesTheRates) {
+    auto stalls = std::make_shared<StallRecorder>();
+    player->setStatisticsDelegate(stalls);
+    auto item = open(false);
+    engine->post(*item, PlayerItem::playbackStalledNotification);
+    engine->post(*item, PlayerItem::playbackStallEndedNotification,
+                 {{PlayerItem::stallDurationKey, 2.5}});
+    // Another item's stall is not the player's.
+    auto other = PlayerItem::make(UrlAsset::make(*Url::parse("http://127.0.0.1:1/o.m3u8")));
+    engine->post(*other, PlayerItem::playbackStalledNotification);
+    settle();
+    EXPECT_EQ(stalls->calls, (std::vector<std::string>{"started", "ended 2.500000"}));
+
+    auto played = [](double indicated, double watched, std::int64_t bytes) {
+        PlayerItemAccessLogEvent event = logEvent(indicated, NAN);
+        event.durationWatched = watched;
+        event.numberOfBytesTransferred = bytes;
+        return event;
+    };
+    engine->reportAccessLog(*item, {played(400000, 3, 1000), played(1000000, 1, 500),
+                                    played(400000, 1, 200), played(600000, 0, 100)});
+    const auto statistics = player->playbackStatistics();
+    EXPECT_EQ(statistics.bytesDownloaded, 1800);
+    EXPECT_DOUBLE_EQ(statistics.averageBitrate, (400000.0 * 4 + 1000000.0) / 5);
+    EXPECT_EQ(statistics.currentBitrate, 600000.0);
+    EXPECT_EQ(statistics.timeByBitrate,
+              (std::map<std::int64_t, double>{{400000, 4.0}, {1000000, 1.0}}));
+    EXPECT_EQ(statistics.stallCount, 0) << "the scripted engine counts nothing";
+}
 
 TEST_F(ZMPlayerTest, ViewsShowTheSystemPlayerWithTheirGravityAndRunHeadlessWithoutADisplay) {
     unsetenv("DISPLAY");

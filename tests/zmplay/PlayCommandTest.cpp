@@ -1,3 +1,6 @@
+#include <string>
+#include <vector>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -35,6 +38,37 @@ TEST_F(PlayCommandTest, PlaysAVodToItsEndAsJsonAndFailsOnAMissingStream) {
         EXPECT_EQ(refused.status, 2) << address;
         EXPECT_THAT(refused.err, HasSubstr("is not an absolute http, https or file URL"));
         EXPECT_EQ(refused.out, "");
+    }
+}
+
+TEST_F(PlayCommandTest, CapsSpeedAndAForcedStallShowInTheStatistics) {
+    // One segment of the only variant within the cap comes late: playback at twice the speed
+    // runs out of media before it.
+    origin::Fault late;
+    late.pathPrefix = "/vod/v0/seg5.ts";
+    late.delaySeconds = 8;
+    origin_->faults().add(late);
+    auto played = run({"play", origin_->url("/vod/master.m3u8"), "--json", "--max-bitrate",
+                       "450000", "--max-resolution", "640x360", "--speed", "2", "--for", "14"});
+    origin_->faults().clear();
+    EXPECT_EQ(played.status, 0) << played.err;
+    EXPECT_THAT(played.out, HasSubstr(R"({"event":"stallStarted"})"));
+    EXPECT_THAT(played.out, HasSubstr(R"({"event":"stall","duration":)"));
+    EXPECT_THAT(played.out, HasSubstr(R"({"event":"stats","startupTime":)"));
+    EXPECT_THAT(played.out, HasSubstr(R"("stallCount":1,)"));
+    EXPECT_THAT(played.out, HasSubstr(R"("averageBitrate":383324.0,)"));
+    EXPECT_THAT(played.out, Not(HasSubstr("610428"))) << "over the cap";
+
+    for (const std::vector<std::string>& wrong : {std::vector<std::string>{"--speed", "0"},
+                                                  {"--speed", "fast"},
+                                                  {"--max-bitrate", "-1"},
+                                                  {"--max-resolution", "640"},
+                                                  {"--quality", "best"}}) {
+        auto arguments = std::vector<std::string>{"play", origin_->url("/vod/master.m3u8")};
+        arguments.insert(arguments.end(), wrong.begin(), wrong.end());
+        auto refused = run(arguments);
+        EXPECT_EQ(refused.status, 2) << wrong[0] << " " << wrong[1];
+        EXPECT_THAT(refused.err, HasSubstr(wrong[0] + " needs"));
     }
 }
 

@@ -35,7 +35,8 @@ constexpr const char* usage =
     "play <url> | --offline ID [--live] [--dvr SECONDS | --start-time ISO8601] "
     "[--header NAME:VALUE]... "
     "[--cert URL --license URL [--license-header NAME:VALUE]...] [--audio LANG] "
-    "[--subtitles LANG] [--window | --headless] [--for SECONDS] [--seek SECONDS] [--json]";
+    "[--subtitles LANG] [--window | --headless] [--for SECONDS] [--seek SECONDS] "
+    "[--max-bitrate BPS] [--max-resolution WxH] [--quality WxH|auto] [--speed X] [--json]";
 
 struct PlayOptions {
     std::string url;
@@ -53,7 +54,33 @@ struct PlayOptions {
     std::optional<double> seekTo;
     bool json = false;
     bool window = false;
+    std::optional<double> maxBitrate;
+    std::optional<std::pair<int, int>> maxResolution;
+    std::optional<std::pair<int, int>> quality;  // none: automatic
+    std::optional<float> speed;
 };
+
+// "WxH" with both positive.
+std::optional<std::pair<int, int>> parseSize(const std::optional<std::string>& text) {
+    if (!text) {
+        return std::nullopt;
+    }
+    const auto x = text->find('x');
+    if (x == std::string::npos) {
+        return std::nullopt;
+    }
+    int width = 0;
+    int height = 0;
+    const char* begin = text->data();
+    const char* end = begin + text->size();
+    auto [widthEnd, widthStatus] = std::from_chars(begin, begin + x, width);
+    auto [heightEnd, heightStatus] = std::from_chars(begin + x + 1, end, height);
+    if (widthStatus != std::errc() || heightStatus != std::errc() || widthEnd != begin + x ||
+        heightEnd != end || width <= 0 || height <= 0) {
+        return std::nullopt;
+    }
+    return std::pair{width, height};
+}
 
 std::optional<double> parseNumber(const std::string& text) {
     double value = 0;
@@ -93,6 +120,32 @@ std::optional<std::string> parse(const std::vector<std::string>& arguments, Play
                 options.forSeconds = *number;
             } else {
                 options.seekTo = *number;
+            }
+        } else if (flag == "--max-bitrate") {
+            auto text = value();
+            auto number = text ? parseNumber(*text) : std::nullopt;
+            if (!number || *number <= 0) {
+                return "--max-bitrate needs a positive number of bits per second";
+            }
+            options.maxBitrate = *number;
+        } else if (flag == "--speed") {
+            auto text = value();
+            auto number = text ? parseNumber(*text) : std::nullopt;
+            if (!number || *number <= 0 || *number > 4) {
+                return "--speed needs a number above 0 and at most 4";
+            }
+            options.speed = static_cast<float>(*number);
+        } else if (flag == "--max-resolution") {
+            options.maxResolution = parseSize(value());
+            if (!options.maxResolution) {
+                return "--max-resolution needs WxH";
+            }
+        } else if (flag == "--quality") {
+            auto text = value();
+            if (text && *text == "auto") {
+                options.quality.reset();
+            } else if (!(options.quality = parseSize(text))) {
+                return "--quality needs WxH or auto";
             }
         } else if (flag == "--start-time") {
             auto text = value();
@@ -171,7 +224,7 @@ const char* text(ZMPlaybackStatus status) {
 
 // Prints each delegate call: a JSON object per line, or a readable line with a status line
 // redrawn in place under it on a terminal.
-class Printer : public ZMPlayerDelegate {
+class Printer : public ZMPlayerDelegate, public ZMPlaybackStatisticsDelegate {
 public:
     Printer(const PlayOptions& options)
         : options_(options), terminal_(!options.json && ::isatty(STDOUT_FILENO) == 1) {}
@@ -204,6 +257,7 @@ public:
         if (status == ZMPlayerStatus::readyToPlay && !std::exchange(ready, true)) {
             choose(player, MediaCharacteristic::audible(), options_.audio);
             choose(player, MediaCharacteristic::legible(), options_.subtitles);
+            chooseQuality(player);
         }
     }
     void playerDidChangePlaybackStatus(ZMPlayer&, ZMPlaybackStatus status) override {
@@ -260,6 +314,42 @@ public:
             "access log: " + std::to_string(events.size()) + " events, playing " + last.uri);
     }
 
+    void playerDidStartStall(ZMPlayer&) override {
+        emit(Json{{"event", "stallStarted"}}, "stall started");
+    }
+    void playerDidEndStall(ZMPlayer&, double duration) override {
+        emit(Json{{"event", "stall"}, {"duration", duration}},
+             "stall of " + seconds(duration) + " s");
+    }
+
+    void statistics(const ZMPlaybackStatistics& statistics) {
+        Json byBitrate = Json::object();
+        for (const auto& [bitrate, time] : statistics.timeByBitrate) {
+            byBitrate[std::to_string(bitrate)] = time;
+        }
+        const auto optional = [](const std::optional<double>& value) {
+            return value ? Json(*value) : Json(nullptr);
+        };
+        emit(Json{{"event", "stats"},
+                  {"startupTime", optional(statistics.startupTime)},
+                  {"stallCount", statistics.stallCount},
+                  {"stallDuration", statistics.stallDuration},
+                  {"droppedFrames", statistics.droppedFrames},
+                  {"decodedFrames", statistics.decodedFrames},
+                  {"averageBitrate", statistics.averageBitrate},
+                  {"currentBitrate", optional(statistics.currentBitrate)},
+                  {"bytesDownloaded", statistics.bytesDownloaded},
+                  {"timeByBitrate", byBitrate}},
+             "stats: startup " +
+                 (statistics.startupTime ? seconds(*statistics.startupTime) + " s" : "-") + ", " +
+                 std::to_string(statistics.stallCount) + " stalls (" +
+                 seconds(statistics.stallDuration) + " s), " +
+                 std::to_string(statistics.droppedFrames) + " of " +
+                 std::to_string(statistics.decodedFrames) + " frames dropped, average " +
+                 std::to_string(std::lround(statistics.averageBitrate / 1000)) + " kbit/s, " +
+                 std::to_string(statistics.bytesDownloaded) + " bytes");
+    }
+
     void finish() {
         if (terminal_) {
             std::printf("\n");
@@ -287,6 +377,24 @@ private:
         }
         emit(Json{{"event", "note"}, {"message", "no option for " + *language}},
              "no option for " + *language);
+    }
+
+    void chooseQuality(ZMPlayer& player) {
+        if (!options_.quality) {
+            return;
+        }
+        const auto levels = player.qualityLevels();
+        for (const auto& level : levels) {
+            if (level.width == options_.quality->first &&
+                level.height == options_.quality->second) {
+                player.selectQualityLevel(level);
+                return;
+            }
+        }
+        const std::string size = std::to_string(options_.quality->first) + "x" +
+                                 std::to_string(options_.quality->second);
+        emit(Json{{"event", "note"}, {"message", "no quality of " + size}},
+             "no quality of " + size);
     }
 
     static std::string seconds(double value) {
@@ -388,6 +496,16 @@ int play(const std::vector<std::string>& arguments) {
         windowObservations.push_back(view->observeCloseRequests([&ended] { ended = true; }));
     }
     player->setDelegate(printer);
+    player->setStatisticsDelegate(printer);
+    if (options.maxBitrate) {
+        player->setMaximumBitrate(*options.maxBitrate);
+    }
+    if (options.maxResolution) {
+        player->setMaximumResolution(options.maxResolution->first, options.maxResolution->second);
+    }
+    if (options.speed) {
+        player->setPlaybackSpeed(*options.speed);
+    }
     player->open(source, true);
 
     Observation end;
@@ -407,6 +525,7 @@ int play(const std::vector<std::string>& arguments) {
                            ? std::chrono::milliseconds(std::llround(*options.forSeconds * 1000))
                            : std::chrono::milliseconds(std::chrono::hours(24 * 365));
     RunLoop::main().runUntil([&] { return ended || printer->failure.has_value(); }, limit);
+    printer->statistics(player->playbackStatistics());
     printer->finish();
     if (printer->failure) {
         std::cerr << "zmplay play: " << *printer->failure << "\n";

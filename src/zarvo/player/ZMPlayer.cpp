@@ -1,5 +1,7 @@
 #include "zarvo/player/ZMPlayer.h"
 
+#include <algorithm>
+#include <any>
 #include <cmath>
 
 #include "zarvo/media/model/PlayerItemAccessLog.h"
@@ -71,6 +73,10 @@ void ZMPlayer::setUpPlayerObservers() {
                 self->timeControlChanged(status);
             }
         });
+    registerFor(PlayerItem::playbackStalledNotification, nullptr,
+                [](ZMPlayer& self, const Notification& n) { self.stallChanged(n, true); });
+    registerFor(PlayerItem::playbackStallEndedNotification, nullptr,
+                [](ZMPlayer& self, const Notification& n) { self.stallChanged(n, false); });
     playerTimeObserver_ = systemPlayer_->addPeriodicTimeObserver(
         MediaTime::make(0.5, 1000000000), DispatchQueue::main(), [weakSelf](MediaTime time) {
             if (auto self = weakSelf.lock()) {
@@ -204,7 +210,7 @@ std::vector<ZMMediaOption> ZMPlayer::subtitleOptions() {
 }
 
 void ZMPlayer::play() {
-    systemPlayer_->play();
+    systemPlayer_->setRate(playbackSpeed_);
 }
 
 void ZMPlayer::pause() {
@@ -243,7 +249,7 @@ void ZMPlayer::reloadPlayerItem(const std::function<void()>& completion) {
             selectOptionGroup(audio, MediaCharacteristic::audible());
         }
     }
-    systemPlayer_->play();
+    systemPlayer_->setRate(playbackSpeed_);
     completion();
 }
 
@@ -263,6 +269,7 @@ std::shared_ptr<PlayerItem> ZMPlayer::createAVPlayerItem() {
         item = source_->createPlayerItem();
         if (item) {
             item->add(collector);
+            applyQualityPreferences(*item);
         }
     }
     if (auto delegate = delegate_.lock()) {
@@ -300,8 +307,87 @@ void ZMPlayer::open(std::shared_ptr<ZMPlaybackSource> source, bool autoPlay) {
                     });
     }
     if (autoPlay) {
-        systemPlayer_->play();
+        systemPlayer_->setRate(playbackSpeed_);
     }
+}
+
+std::vector<ZMPlayerQualityLevel> ZMPlayer::qualityLevels() const {
+    auto item = systemPlayer_->currentItem();
+    if (!item || item->status() != PlayerItem::Status::readyToPlay) {
+        return {};
+    }
+    std::vector<ZMPlayerQualityLevel> levels;
+    for (const auto& variant : item->variants()) {
+        levels.push_back({variant.uri, variant.bandwidth, variant.averageBandwidth, variant.width,
+                          variant.height, variant.codecs, variant.frameRate});
+    }
+    std::stable_sort(levels.begin(), levels.end(),
+                     [](const auto& a, const auto& b) { return a.bandwidth < b.bandwidth; });
+    return levels;
+}
+
+void ZMPlayer::setMaximumBitrate(double bitsPerSecond) {
+    maximumBitrate_ = std::isfinite(bitsPerSecond) && bitsPerSecond > 0 ? bitsPerSecond : 0;
+    if (auto item = systemPlayer_->currentItem()) {
+        item->setPreferredPeakBitRate(maximumBitrate_);
+    }
+}
+
+void ZMPlayer::setMaximumResolution(int width, int height) {
+    maximumResolution_ = width > 0 && height > 0 ? std::pair{width, height} : std::pair{0, 0};
+    if (auto item = systemPlayer_->currentItem()) {
+        item->setPreferredMaximumResolution(maximumResolution_.first, maximumResolution_.second);
+    }
+}
+
+void ZMPlayer::selectQualityLevel(const std::optional<ZMPlayerQualityLevel>& level) {
+    selectedQualityLevel_ = level;
+    if (auto item = systemPlayer_->currentItem()) {
+        item->setPreferredVariantUri(level ? std::optional(level->uri) : std::nullopt);
+    }
+}
+
+void ZMPlayer::applyQualityPreferences(PlayerItem& item) const {
+    item.setPreferredPeakBitRate(maximumBitrate_);
+    item.setPreferredMaximumResolution(maximumResolution_.first, maximumResolution_.second);
+    item.setPreferredVariantUri(selectedQualityLevel_ ? std::optional(selectedQualityLevel_->uri)
+                                                      : std::nullopt);
+}
+
+void ZMPlayer::setPlaybackSpeed(float speed) {
+    constexpr float fastest = 4;
+    if (!std::isfinite(speed) || speed <= 0 || speed > fastest) {
+        return;
+    }
+    playbackSpeed_ = speed;
+    if (systemPlayer_->rate() != 0) {
+        systemPlayer_->setRate(speed);
+    }
+}
+
+ZMPlaybackStatistics ZMPlayer::playbackStatistics() const {
+    auto item = systemPlayer_->currentItem();
+    return item ? ZMPlaybackStatistics::of(*item) : ZMPlaybackStatistics{};
+}
+
+void ZMPlayer::stallChanged(const Notification& notification, bool started) {
+    auto item = notification.objectAs<PlayerItem>();
+    auto delegate = statisticsDelegate_.lock();
+    if (!delegate || !item || item != systemPlayer_->currentItem()) {
+        return;
+    }
+    if (started) {
+        delegate->playerDidStartStall(*this);
+        return;
+    }
+    double duration = 0;
+    if (auto found = notification.userInfo.find(PlayerItem::stallDurationKey);
+        found != notification.userInfo.end()) {
+        if (const auto* seconds = std::any_cast<double>(&found->second)) {
+            duration = *seconds;
+        }
+    }
+    delegate->playerDidEndStall(*this, duration);
 }
 
 void ZMPlayer::removeCurrentSource() {

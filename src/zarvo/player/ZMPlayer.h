@@ -20,8 +20,11 @@
 #include "zarvo/platform/Observation.h"
 #include "zarvo/player/ZMMediaOption.h"
 #include "zarvo/player/ZMMetadataHolder.h"
+#include "zarvo/player/ZMPlaybackStatistics.h"
+#include "zarvo/player/ZMPlaybackStatisticsDelegate.h"
 #include "zarvo/player/ZMPlaybackStatus.h"
 #include "zarvo/player/ZMPlayerDelegate.h"
+#include "zarvo/player/ZMPlayerQualityLevel.h"
 #include "zarvo/player/ZMPlayerStatus.h"
 #include "zarvo/source/ZMPlaybackSource.h"
 #include "zarvo/source/ZMStreamType.h"
@@ -151,6 +154,46 @@ public:
     /// Forgets the source and leaves the player without a current item.
     virtual void removeCurrentSource();
 
+    /// The video qualities of the current item, lowest bandwidth first: known once the item is
+    /// ready; empty before, and for a stream that has no master playlist.
+    virtual std::vector<ZMPlayerQualityLevel> qualityLevels() const;
+    /// Keeps adaptive switching to qualities of at most `bitsPerSecond` (0, a negative or a
+    /// non-finite value: no cap), for the current item and the next ones; while playing, the
+    /// segments fetched from then on follow it. Below the lowest quality, the lowest plays.
+    virtual void setMaximumBitrate(double bitsPerSecond);
+    /// The bitrate cap, bits per second; 0 for none.
+    virtual double maximumBitrate() const { return maximumBitrate_; }
+    /// Keeps adaptive switching to qualities whose picture fits within `width` by `height`
+    /// pixels (either 0 or less: no cap), like setMaximumBitrate(); both caps hold together.
+    /// When no quality fits, the lowest plays.
+    virtual void setMaximumResolution(int width, int height);
+    /// The resolution cap as width and height; 0 by 0 for none.
+    virtual std::pair<int, int> maximumResolution() const { return maximumResolution_; }
+    /// Plays `level` (one of qualityLevels()) whatever the network does, over the caps; none
+    /// returns to adaptive switching within the caps. A level the item does not offer leaves
+    /// switching adaptive.
+    virtual void selectQualityLevel(const std::optional<ZMPlayerQualityLevel>& level);
+    /// The quality pinned with selectQualityLevel(), if any.
+    virtual std::optional<ZMPlayerQualityLevel> selectedQualityLevel() const {
+        return selectedQualityLevel_;
+    }
+    /// The speed that play() plays at, the sound kept at its pitch: one of the source's
+    /// speedOptions or any value up to 4; 0, a negative, a non-finite value or one above 4 is
+    /// ignored. While playing it takes effect at once; pause, seek and audio switching keep it.
+    virtual void setPlaybackSpeed(float speed);
+    /// The speed that play() plays at; 1 until set.
+    virtual float playbackSpeed() const { return playbackSpeed_; }
+    /// The delegate told of stalls.
+    std::shared_ptr<ZMPlaybackStatisticsDelegate> statisticsDelegate() const {
+        return statisticsDelegate_.lock();
+    }
+    /// Sets the delegate told of stalls; the player holds it weakly.
+    virtual void setStatisticsDelegate(std::weak_ptr<ZMPlaybackStatisticsDelegate> delegate) {
+        statisticsDelegate_ = std::move(delegate);
+    }
+    /// How the current item has played so far; all zero without one.
+    virtual ZMPlaybackStatistics playbackStatistics() const;
+
     /// The platform player underneath (the views draw its video).
     const std::shared_ptr<Player>& systemPlayer() const { return systemPlayer_; }
     /// Selects `option` (none clears the selection) in the current item's group for
@@ -197,6 +240,8 @@ private:
     void timeControlChanged(Player::TimeControlStatus status);
     void timeTick(MediaTime time);
     void reportAccessLogEvents(const std::shared_ptr<PlayerItem>& item);
+    void applyQualityPreferences(PlayerItem& item) const;
+    void stallChanged(const Notification& notification, bool started);
     std::vector<ZMMediaOption> options(const MediaCharacteristic& characteristic);
     std::optional<MediaSelectionOption> selectedOption(
         const MediaCharacteristic& characteristic) const;
@@ -213,6 +258,11 @@ private:
     std::optional<Player::TimeObserverToken> playerTimeObserver_;
     ZMMetadataHolder metadataHolder_;
     std::map<std::pair<std::string, const PlayerItem*>, Observation> registrations_;
+    std::weak_ptr<ZMPlaybackStatisticsDelegate> statisticsDelegate_;
+    double maximumBitrate_ = 0;
+    std::pair<int, int> maximumResolution_{0, 0};
+    std::optional<ZMPlayerQualityLevel> selectedQualityLevel_;
+    float playbackSpeed_ = 1;
 };
 
 }  // namespace zarvo

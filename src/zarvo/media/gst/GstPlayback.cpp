@@ -74,6 +74,7 @@ void GstPlayback::setItem(const std::shared_ptr<PlayerItem>& item) {
         loader = AssetLoader::start(asset, key_);
         asset->setEngineState(key_, loader);
     }
+    limiter_.reset(VariantLimits::of(*item_));
     itemObserver_ = std::make_shared<ItemObserver>(weak_from_this());
     resources_ = ResourceSession::open(asset, loader, itemObserver_, DispatchQueue::main());
     seeks_->reset(resources_->transferGate());
@@ -180,6 +181,7 @@ void GstPlayback::mediaSelectionChanged() {
     if (streams_.select(wanted)) {
         // A text stream stays selected when subtitles are turned off: the overlay hides them.
         subtitles_.setShown(wanted.text.has_value());
+        seekAtPlayRate(playRate_ != 1.0f);  // a rendition switched in starts at rate 1
     }
 }
 
@@ -211,6 +213,7 @@ void GstPlayback::playlistServed(const ResourceSession::PlaylistServed& served) 
     using Kind = ResourceSession::Kind;
     if (served.kind == Kind::master && served.info.isMasterPlaylist) {
         accessLog_.masterServed(served.info);
+        item_->updateVariants(key_, VariantLimits::variantsOf(served.info));
         return;
     }
     if (served.kind == Kind::renditionPlaylist) {
@@ -310,6 +313,9 @@ void GstPlayback::tearDownItem() {
     resources_.reset();
     itemObserver_.reset();
     accessLog_.setPlaying(false);
+    if (auto last = counters_.reset(); item_) {  // startup is timed from here
+        item_->updateStatistics(key_, last);
+    }
     // The collection and its demuxer go with the item that they played.
     streams_.reset();
     item_.reset();
@@ -461,8 +467,12 @@ void GstPlayback::bufferingChanged(bool buffering) {
     // A stall: playback that was playing has to wait for data.
     if (buffering && prerolled_ && reported_.status == Player::TimeControlStatus::playing) {
         accessLog_.stalled();
+        counters_.stallStarted();
         item_->updateAccessLog(key_, accessLog_.events(), false);
         item_->post(key_, PlayerItem::playbackStalledNotification);
+    } else if (auto stall = buffering ? std::nullopt : counters_.stallEnded()) {
+        item_->post(key_, PlayerItem::playbackStallEndedNotification,
+                    {{PlayerItem::stallDurationKey, *stall}});
     }
     applyTargetState();
     reportTimeControl();
@@ -524,6 +534,7 @@ void GstPlayback::busMessage(GstMessage* message) {
             gst_bin_recalculate_latency(GST_BIN(pipeline_->element()));
             return;
         default:
+            counters_.busMessage(message, pipeline_->element());
             return;
     }
 }
@@ -559,6 +570,7 @@ void GstPlayback::syncMessage(GstMessage* message) {
 }
 
 void GstPlayback::videoBuffer() {
+    counters_.videoFrame();
     std::uint64_t generation = 0;
     {
         std::lock_guard lock(mutex_);

@@ -12,6 +12,8 @@
 
 #include "zarvo/media/gst/AccessLogRecorder.h"
 #include "zarvo/media/gst/BusStatusMapper.h"
+#include "zarvo/media/gst/DemuxerVariantLimiter.h"
+#include "zarvo/media/gst/PlaybackCounters.h"
 #include "zarvo/media/gst/PlaybinPipeline.h"
 #include "zarvo/media/gst/ProgramDateTimeline.h"
 #include "zarvo/media/gst/SeekController.h"
@@ -20,6 +22,7 @@
 #include "zarvo/media/loopback/ResourceSession.h"
 #include "zarvo/media/model/MediaEngineKey.h"
 #include "zarvo/media/model/MediaTime.h"
+#include "zarvo/media/model/PlayerItemStatistics.h"
 #include "zarvo/media/model/VideoOutput.h"
 #include "zarvo/platform/Date.h"
 #include "zarvo/platform/Error.h"
@@ -55,6 +58,14 @@ public:
     std::optional<Date> currentDate() const;
     void mediaSelectionChanged();
     void textStyleRulesChanged();
+    void variantPreferencesChanged() {
+        if (item_) {
+            limiter_.set(VariantLimits::of(*item_));
+        }
+    }
+    std::optional<PlayerItemStatistics> statistics() const {
+        return item_ ? std::optional(counters_.now()) : std::nullopt;
+    }
     void setVideoOutput(std::uint64_t id, const std::optional<VideoOutput>& output);
     void redrawVideoOutput(std::uint64_t id);
 
@@ -71,12 +82,21 @@ private:
     void busMessage(GstMessage* message) override;
     void syncMessage(GstMessage* message) override;
     void videoBuffer() override;
-    void elementSetUp(GstElement* element) override { subtitles_.adopt(element); }
+    void elementSetUp(GstElement* element) override {
+        subtitles_.adopt(element);
+        limiter_.adopt(element);
+    }
 
     // What the current item's resource session learns.
     void playlistServed(const ResourceSession::PlaylistServed& served);
     void transferred(const ResourceSession::Transfer& transfer);
 
+    // When `needed`, seeks to where playback stands, so that every stream plays at playRate_.
+    void seekAtPlayRate(bool needed) {
+        if (needed && prerolled_ && pipeline_ && !seeks_->hasPending()) {
+            seeks_->request({std::nullopt, MediaTime::invalid(), true});
+        }
+    }
     bool ensurePipeline();
     void releasePipeline();
     void closeResourcesThenStop();
@@ -129,6 +149,10 @@ private:
     mutable std::mutex mutex_;
     bool firstFrameSeen_ = false;
     std::uint64_t itemGeneration_ = 0;  // counts the items set, for news of streaming threads
+    // These two lock themselves too: the demuxer is set up, and the frames reaching the sink
+    // are counted, on streaming threads.
+    DemuxerVariantLimiter limiter_;
+    PlaybackCounters counters_;
 };
 
 }  // namespace zarvo

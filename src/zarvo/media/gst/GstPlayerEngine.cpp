@@ -44,6 +44,14 @@ void GstPlayerEngine::mediaSelectionChanged() {
     playback_->mediaSelectionChanged();
 }
 
+void GstPlayerEngine::variantPreferencesChanged() {
+    playback_->variantPreferencesChanged();
+}
+
+std::optional<PlayerItemStatistics> GstPlayerEngine::statistics() const {
+    return playback_->statistics();
+}
+
 void GstPlayerEngine::textStyleRulesChanged() {
     playback_->textStyleRulesChanged();
 }

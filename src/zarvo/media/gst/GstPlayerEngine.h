@@ -29,6 +29,8 @@ public:
     std::optional<Date> currentDate() const override;
     void mediaSelectionChanged() override;
     void textStyleRulesChanged() override;
+    void variantPreferencesChanged() override;
+    std::optional<PlayerItemStatistics> statistics() const override;
     void setVideoOutput(std::uint64_t id, const std::optional<VideoOutput>& output) override;
     void redrawVideoOutput(std::uint64_t id) override;
 

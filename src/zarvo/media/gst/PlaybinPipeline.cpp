@@ -74,6 +74,10 @@ std::variant<std::unique_ptr<PlaybinPipeline>, Error> PlaybinPipeline::make(
     g_object_set(playbin, "video-sink", sinks.videoSink.get(), "audio-sink", sinks.audioSink.get(),
                  "volume", static_cast<gdouble>(settings.volume), "mute",
                  settings.muted ? TRUE : FALSE, nullptr);
+    // Speeds other than 1 keep the sound at its pitch (scaletempo passes audio through at 1).
+    if (GstElement* tempo = gst_element_factory_make("scaletempo", "zm-scaletempo")) {
+        g_object_set(playbin, "audio-filter", tempo, nullptr);
+    }
     if (GstRef<GstPad> pad(gst_element_get_static_pad(sinks.videoSink.get(), "sink")); pad) {
         pipeline->videoPad_ = std::move(pad);
         pipeline->probe_ = gst_pad_add_probe(pipeline->videoPad_.get(), GST_PAD_PROBE_TYPE_BUFFER,

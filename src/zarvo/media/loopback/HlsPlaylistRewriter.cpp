@@ -410,7 +410,8 @@ private:
                 .audioGroup = list.text("AUDIO"),
                 .subtitlesGroup = list.text("SUBTITLES"),
                 .closedCaptionsGroup = std::move(closedCaptions),
-                .isIFrameOnly = isIFrameOnly};
+                .isIFrameOnly = isIFrameOnly,
+                .frameRate = list.decimal("FRAME-RATE")};
     }
 
     void dateRange(const AttributeList& list) {

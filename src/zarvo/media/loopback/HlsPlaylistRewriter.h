@@ -82,6 +82,7 @@ public:
         std::optional<std::string> resolution, codecs, audioGroup, subtitlesGroup;
         std::optional<std::string> closedCaptionsGroup;  // nothing for CLOSED-CAPTIONS=NONE
         bool isIFrameOnly = false;
+        std::optional<double> frameRate;
 
         bool operator==(const Variant&) const = default;
     };

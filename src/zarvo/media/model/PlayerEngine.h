@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "zarvo/media/model/MediaTime.h"
+#include "zarvo/media/model/PlayerItemStatistics.h"
 #include "zarvo/media/model/VideoOutput.h"
 #include "zarvo/platform/Date.h"
 #include "zarvo/platform/Export.h"
@@ -36,6 +37,10 @@ public:
     // The current item's media selection or text style rules changed.
     virtual void mediaSelectionChanged() = 0;
     virtual void textStyleRulesChanged() = 0;
+    // The current item's variant limits or chosen variant changed.
+    virtual void variantPreferencesChanged() {}
+    // What the engine counts of the current item's playback; none when it counts nothing.
+    virtual std::optional<PlayerItemStatistics> statistics() const { return std::nullopt; }
     // Draws the video into `output` as well (none: no longer); `id` names the output.
     virtual void setVideoOutput(std::uint64_t id, const std::optional<VideoOutput>& output) = 0;
     // Draws the last picture into output `id` again.

@@ -1,6 +1,7 @@
 #include "zarvo/media/model/PlayerItem.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "zarvo/media/model/Player.h"
@@ -81,6 +82,39 @@ void PlayerItem::setTextStyleRules(std::vector<TextStyleRule> rules) {
     if (player && player->currentItem_.get() == this && player->engine_) {
         player->engine_->textStyleRulesChanged();
     }
+}
+
+void PlayerItem::setPreferredPeakBitRate(double bitsPerSecond) {
+    // A negative or non-finite limit is no limit.
+    peakBitRate_ = std::isfinite(bitsPerSecond) && bitsPerSecond > 0 ? bitsPerSecond : 0;
+    variantPreferencesChanged();
+}
+
+void PlayerItem::setPreferredMaximumResolution(int width, int height) {
+    maximumResolution_ = width > 0 && height > 0 ? std::pair{width, height} : std::pair{0, 0};
+    variantPreferencesChanged();
+}
+
+void PlayerItem::setPreferredVariantUri(std::optional<std::string> uri) {
+    preferredVariant_ = std::move(uri);
+    variantPreferencesChanged();
+}
+
+void PlayerItem::variantPreferencesChanged() {
+    auto player = player_.lock();
+    if (player && player->currentItem_.get() == this && player->engine_) {
+        player->engine_->variantPreferencesChanged();
+    }
+}
+
+PlayerItemStatistics PlayerItem::statistics() const {
+    auto player = player_.lock();
+    if (player && player->currentItem_.get() == this && player->engine_) {
+        if (auto current = player->engine_->statistics()) {
+            return *current;
+        }
+    }
+    return statistics_;
 }
 
 void PlayerItem::add(std::shared_ptr<PlayerItemMetadataCollector> collector) {

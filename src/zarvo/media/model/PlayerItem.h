@@ -16,6 +16,8 @@
 #include "zarvo/media/model/MediaTimeRange.h"
 #include "zarvo/media/model/PlayerItemAccessLog.h"
 #include "zarvo/media/model/PlayerItemMetadataCollector.h"
+#include "zarvo/media/model/PlayerItemStatistics.h"
+#include "zarvo/media/model/PlayerItemVariant.h"
 #include "zarvo/media/model/TextStyleRule.h"
 #include "zarvo/media/model/UrlAsset.h"
 #include "zarvo/platform/Date.h"
@@ -49,6 +51,11 @@ public:
         "PlayerItemFailedToPlayToEndTimeErrorKey";
     static constexpr const char* playbackStalledNotification =
         "PlayerItemPlaybackStalledNotification";
+    // A stall ended: playback has media again. User info: stallDurationKey, the stall's
+    // length (double, seconds).
+    static constexpr const char* playbackStallEndedNotification =
+        "PlayerItemPlaybackStallEndedNotification";
+    static constexpr const char* stallDurationKey = "PlayerItemStallDurationKey";
     // The first video frame reached the video sink. User info: firstVideoFrameUptimeKey, the
     // process uptime (double, seconds) at that moment.
     static constexpr const char* firstVideoFrameNotification =
@@ -88,6 +95,22 @@ public:
     const std::vector<TextStyleRule>& textStyleRules() const { return textStyleRules_; }
     void setTextStyleRules(std::vector<TextStyleRule> rules);
 
+    // The master playlist's variants, known once the engine has read it (before the item is
+    // ready); none for a stream without a master.
+    const std::vector<PlayerItemVariant>& variants() const { return variants_; }
+    // Limits on the variants that adaptive switching picks from, also while playing: a peak
+    // bitrate (bits per second, 0: none) and a largest picture (0 by 0: none). A variant
+    // chosen by its URI wins over both; nothing returns to adaptive switching.
+    double preferredPeakBitRate() const { return peakBitRate_; }
+    void setPreferredPeakBitRate(double bitsPerSecond);
+    std::pair<int, int> preferredMaximumResolution() const { return maximumResolution_; }
+    void setPreferredMaximumResolution(int width, int height);
+    const std::optional<std::string>& preferredVariantUri() const { return preferredVariant_; }
+    void setPreferredVariantUri(std::optional<std::string> uri);
+    // What the engine counts of this playback so far (the last figures once it has left the
+    // player).
+    PlayerItemStatistics statistics() const;
+
     void add(std::shared_ptr<PlayerItemMetadataCollector> collector);
     void remove(const std::shared_ptr<PlayerItemMetadataCollector>& collector);
     const std::vector<std::shared_ptr<PlayerItemMetadataCollector>>& metadataCollectors() const {
@@ -103,6 +126,14 @@ public:
     // Replaces the log; posts newAccessLogEntryNotification when `announce` is set.
     void updateAccessLog(const MediaEngineKey&, std::vector<PlayerItemAccessLogEvent> events,
                          bool announce);
+    // The limits are worked out again from the variants.
+    void updateVariants(const MediaEngineKey&, std::vector<PlayerItemVariant> variants) {
+        variants_ = std::move(variants);
+        variantPreferencesChanged();
+    }
+    void updateStatistics(const MediaEngineKey&, const PlayerItemStatistics& statistics) {
+        statistics_ = statistics;
+    }
     // Where the item stands while no player plays it.
     void updateTime(const MediaEngineKey&, MediaTime time) { time_ = time; }
     // Posts a notification about this item (on the calling thread).
@@ -114,6 +145,7 @@ private:
     // The asset's groups became known: their defaults become the selection where nothing was
     // chosen yet.
     void adoptDefaultSelection();
+    void variantPreferencesChanged();
 
     const std::shared_ptr<UrlAsset> asset_;
     std::weak_ptr<Player> player_;  // the player it is current in
@@ -126,6 +158,11 @@ private:
     MediaSelection selection_;
     std::set<MediaCharacteristic> chosenGroups_;  // groups the application chose in
     std::vector<TextStyleRule> textStyleRules_;
+    std::vector<PlayerItemVariant> variants_;
+    double peakBitRate_ = 0;
+    std::pair<int, int> maximumResolution_{0, 0};
+    std::optional<std::string> preferredVariant_;
+    PlayerItemStatistics statistics_;
     std::vector<std::shared_ptr<PlayerItemMetadataCollector>> collectors_;
     ObserverList<Status> statusObservers_;
 };
