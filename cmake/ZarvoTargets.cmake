@@ -34,6 +34,21 @@ function(zm_test_code target)
   target_compile_options(${target} PRIVATE -O0 -g1)
 endfunction()
 
+# zm_test_precompiled_headers(target): the test executables share one precompiled header of
+# GoogleTest and the standard headers that nearly every test includes; the first one makes it.
+function(zm_test_precompiled_headers target)
+  get_property(first GLOBAL PROPERTY ZM_TEST_PCH_TARGET)
+  if(first)
+    target_precompile_headers(${target} REUSE_FROM ${first})
+  else()
+    set_property(GLOBAL PROPERTY ZM_TEST_PCH_TARGET ${target})
+    target_precompile_headers(${target} PRIVATE
+      <gtest/gtest.h> <gmock/gmock.h> <algorithm> <atomic> <chrono> <condition_variable>
+      <cstdint> <filesystem> <fstream> <functional> <map> <memory> <mutex> <optional> <set>
+      <string> <string_view> <thread> <unordered_map> <variant> <vector>)
+  endif()
+endfunction()
+
 # zm_folder_tests(folder [SERIAL] DEPS ...): one GoogleTest executable of every .cpp in
 # tests/<folder>. SERIAL tests run alone: they play media in real time, and some of them aim at
 # races in the media framework's own start and stop that other load would hide or provoke.
@@ -48,6 +63,7 @@ function(zm_folder_tests folder)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} zm_test_support GTest::gmock)
   zm_test_code(${name})
+  zm_test_precompiled_headers(${name})
   set(serial OFF)
   if(ARG_SERIAL)
     set(serial ON)
