@@ -20,12 +20,11 @@ MediaTime fromClockTime(gint64 nanoseconds) {
     return MediaTime(nanoseconds, nanosecondTimescale);
 }
 
-// Pictures a second up to which a software decoder runs on one thread. Up to about 1080p30
-// one thread keeps up with room to spare, and frame threads would only add the work of
-// handing frames between them (about a tenth of the playback's processor time on our sample
-// streams) and a frame of delay per thread before the first picture; larger pictures get
-// the decoder's own count.
-constexpr std::int64_t singleThreadPixelRate = 1920LL * 1088 * 30;
+// Pictures a second up to which a software decoder runs on one thread. Up to 1080p60 one
+// thread keeps up with room to spare, and frame threads would only add the work of handing
+// frames between them, a frame of delay each before the first picture, and the frames each
+// holds (15 MB at 1080p50); larger pictures get the decoder's own count.
+constexpr std::int64_t singleThreadPixelRate = 1920LL * 1088 * 60;
 
 // On the decoder's streaming thread, before the decoder opens for the caps: its thread count.
 GstPadProbeReturn onDecoderCaps(GstPad* pad, GstPadProbeInfo* info, gpointer) {
