@@ -72,6 +72,12 @@ TEST_F(PlayCommandTest, CapsSpeedAndAForcedStallShowInTheStatistics) {
     }
 }
 
+TEST_F(PlayCommandTest, TheTimeLimitEndsAStreamThatHasNoEnd) {
+    auto played = run({"play", origin_->url("/live/master.m3u8"), "--live", "--for", "5"});
+    EXPECT_EQ(played.status, 0) << played.err;
+    EXPECT_THAT(played.out, HasSubstr("playback playing"));
+}
+
 TEST_F(PlayCommandTest, AWindowShowsThePlaybackWhereThereIsADisplay) {
     unsetenv("DISPLAY");
     auto headless = run({"play", origin_->url("/vod/master.m3u8"), "--window", "--for", "1"});

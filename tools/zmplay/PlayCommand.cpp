@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -17,6 +18,7 @@
 #include "zarvo/platform/Json.h"
 #include "zarvo/platform/NotificationCenter.h"
 #include "zarvo/platform/RunLoop.h"
+#include "zarvo/platform/Timer.h"
 #include "zarvo/platform/Url.h"
 #include "zarvo/player/PlayerMetadataJson.h"
 #include "zarvo/player/ZMPlayer.h"
@@ -230,6 +232,7 @@ public:
         : options_(options), terminal_(!options.json && ::isatty(STDOUT_FILENO) == 1) {}
 
     std::optional<std::string> failure;
+    std::function<void()> onFailure;  // called once, when the failure is set
     bool ready = false;
 
     void playerCurrentTime(ZMPlayer&, double currentTime, double duration) override {
@@ -253,6 +256,9 @@ public:
              std::string("item status ") + text(status));
         if (status == ZMPlayerStatus::failed && !failure) {
             failure = lastError_.value_or("the item failed");
+            if (onFailure) {
+                onFailure();
+            }
         }
         if (status == ZMPlayerStatus::readyToPlay && !std::exchange(ready, true)) {
             choose(player, MediaCharacteristic::audible(), options_.audio);
@@ -481,6 +487,13 @@ int play(const std::vector<std::string>& arguments) {
     auto printer = std::make_shared<Printer>(options);
     auto player = ZMPlayer::make();
     bool ended = false;
+    // The loop sleeps until it has work: the end, a failure or the time limit stops it.
+    auto stopIfDone = [&] {
+        if (ended || printer->failure) {
+            RunLoop::main().stop();
+        }
+    };
+    printer->onFailure = stopIfDone;
     std::shared_ptr<ZMPlayerView> view;
     std::vector<Observation> windowObservations;
     if (options.window) {
@@ -491,9 +504,14 @@ int play(const std::vector<std::string>& arguments) {
         }
         view->setTitle("zmplay " + options.url);
         view->setPlayer(player);
-        windowObservations.push_back(view->observeKeyPresses(
-            [&ended](const std::string& key) { ended = ended || key == "q" || key == "Q"; }));
-        windowObservations.push_back(view->observeCloseRequests([&ended] { ended = true; }));
+        windowObservations.push_back(view->observeKeyPresses([&](const std::string& key) {
+            ended = ended || key == "q" || key == "Q";
+            stopIfDone();
+        }));
+        windowObservations.push_back(view->observeCloseRequests([&] {
+            ended = true;
+            stopIfDone();
+        }));
     }
     player->setDelegate(printer);
     player->setStatisticsDelegate(printer);
@@ -512,7 +530,10 @@ int play(const std::vector<std::string>& arguments) {
     if (const auto& item = player->systemPlayer()->currentItem()) {
         end = NotificationCenter::defaultCenter().addObserver(
             PlayerItem::didPlayToEndTimeNotification, item.get(), nullptr,
-            [&ended](const Notification&) { ended = true; });
+            [&](const Notification&) {
+                ended = true;
+                stopIfDone();
+            });
     }
     if (options.seekTo) {
         RunLoop::main().runUntil([&] { return printer->ready || printer->failure; },
@@ -521,10 +542,17 @@ int play(const std::vector<std::string>& arguments) {
             player->seek(*options.seekTo, 600, MediaTime::zero(), MediaTime::zero());
         }
     }
-    const auto limit = options.forSeconds
-                           ? std::chrono::milliseconds(std::llround(*options.forSeconds * 1000))
-                           : std::chrono::milliseconds(std::chrono::hours(24 * 365));
-    RunLoop::main().runUntil([&] { return ended || printer->failure.has_value(); }, limit);
+    std::shared_ptr<Timer> limit;
+    if (options.forSeconds) {
+        limit = Timer::scheduledTimer(*options.forSeconds, false,
+                                      [](Timer&) { RunLoop::main().stop(); });
+    }
+    if (!ended && !printer->failure) {
+        RunLoop::main().run();
+    }
+    if (limit) {
+        limit->invalidate();
+    }
     printer->statistics(player->playbackStatistics());
     printer->finish();
     if (printer->failure) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <sys/mman.h>
 
 #include "zarvo/platform/UrlError.h"
 
@@ -12,6 +14,31 @@ namespace {
 constexpr long longestStreamWaitMilliseconds = 1000;
 
 }  // namespace
+
+// The block gathered for the consumer, in pages mapped for it alone. They go back to the system
+// when the body has been passed on: from the heap, a block this large would stay behind in the
+// arena of each thread that ever served a segment.
+struct DirectUrlStream::GatherBuffer {
+    explicit GatherBuffer(std::size_t wanted) {
+        void* mapped =
+            ::mmap(nullptr, wanted, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (mapped != MAP_FAILED) {
+            bytes = static_cast<char*>(mapped);
+            capacity = wanted;
+        }
+    }
+    ~GatherBuffer() {
+        if (bytes != nullptr) {
+            ::munmap(bytes, capacity);
+        }
+    }
+    GatherBuffer(const GatherBuffer&) = delete;
+    GatherBuffer& operator=(const GatherBuffer&) = delete;
+
+    char* bytes = nullptr;
+    std::size_t capacity = 0;  // none when the pages could not be had: bytes pass through
+    std::size_t size = 0;
+};
 
 void DirectUrlConnections::close() {
     std::vector<CurlMulti> idle;
@@ -87,13 +114,13 @@ std::variant<HttpUrlResponse, Error> DirectUrlStream::waitForResponse() {
 
 std::optional<Error> DirectUrlStream::receive(const Consume& consume, std::size_t gather) {
     consume_ = &consume;
-    gather_ = gather;
-    gathered_.reserve(gather);
+    gathered_ = std::make_unique<GatherBuffer>(gather);
+    gather_ = gathered_->capacity;
     // Takes the bytes that came with the head, held in curl until now.
     transfer_->resumeReceiving();
     auto failure = stopped_ ? std::nullopt : run(false);
     consume_ = nullptr;
-    gathered_ = Data();
+    gathered_.reset();
     if (stopped_ && !cancelled_) {
         return std::nullopt;
     }
@@ -117,7 +144,7 @@ std::size_t DirectUrlStream::receive(const char* data, std::size_t length) {
         stopped_ = true;
         return 0;
     }
-    if (gathered_.size() + length > gather_ && !handOver()) {
+    if (gathered_->size + length > gather_ && !handOver()) {
         return 0;
     }
     if (length >= gather_) {
@@ -127,16 +154,17 @@ std::size_t DirectUrlStream::receive(const char* data, std::size_t length) {
         }
         return length;
     }
-    gathered_.append(data, length);
+    std::memcpy(gathered_->bytes + gathered_->size, data, length);
+    gathered_->size += length;
     return length;
 }
 
 bool DirectUrlStream::handOver() {
-    if (gathered_.empty() || stopped_) {
+    if (gathered_->size == 0 || stopped_) {
         return !stopped_;
     }
-    const bool goOn = (*consume_)(gathered_.data(), gathered_.size());
-    gathered_.clear();
+    const bool goOn = (*consume_)(gathered_->bytes, gathered_->size);
+    gathered_->size = 0;
     stopped_ = !goOn;
     return goOn;
 }

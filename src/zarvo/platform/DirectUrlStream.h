@@ -94,7 +94,8 @@ private:
     std::atomic<bool> cancelled_{false};
     const Consume* consume_ = nullptr;
     std::size_t gather_ = 0;
-    Data gathered_;
+    struct GatherBuffer;
+    std::unique_ptr<GatherBuffer> gathered_;
     bool stopped_ = false;  // the consumer stopped the transfer
 };
 

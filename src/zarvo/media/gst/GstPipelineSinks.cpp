@@ -55,10 +55,13 @@ GstRef<GstElement> makeElement(const char* factory, const char* name = nullptr) 
     return retainGst(gst_element_factory_make(factory, name));
 }
 
-GstRef<GstElement> syncedFakeSink(const char* name) {
+// A sink that takes buffers at their time. Quality-of-service events from it tell the decoders
+// upstream how late the pictures come, so that they can drop some; audio is never dropped, and
+// an event for each audio buffer would only travel up the whole chain for nothing.
+GstRef<GstElement> syncedFakeSink(const char* name, bool qos) {
     auto sink = makeElement("fakesink", name);
     if (sink) {
-        g_object_set(sink.get(), "sync", TRUE, "qos", TRUE, nullptr);
+        g_object_set(sink.get(), "sync", TRUE, "qos", qos ? TRUE : FALSE, nullptr);
     }
     return sink;
 }
@@ -108,7 +111,7 @@ std::optional<Error> GstPipelineSinks::make(GstPipelineSinks& out) {
     } else if ((out.windows = GstVideoOutputs::make())) {
         out.videoSink = retainGst(out.windows->sink());
     } else {
-        out.videoSink = syncedFakeSink("zm-video-sink");
+        out.videoSink = syncedFakeSink("zm-video-sink", true);
     }
     if (error) {
         return error;
@@ -122,7 +125,7 @@ std::optional<Error> GstPipelineSinks::make(GstPipelineSinks& out) {
         return error;
     }
     if (!out.audioSink) {
-        out.audioSink = syncedFakeSink("zm-audio-sink");
+        out.audioSink = syncedFakeSink("zm-audio-sink", false);
     }
     return std::nullopt;
 }

@@ -21,17 +21,14 @@ namespace {
 
 // The threads that answer requests whose heads have arrived. A segment's answer holds its
 // thread while it streams, and a key request may wait for the application: there is room for
-// several players at once. Requests beyond the queue's bound are refused (503) rather than
-// kept. SIGPIPE is blocked on the threads, for the curl transfers they run; each carries
-// ResourceServer::threadName.
+// several players at once. A thread is started when a request finds none idle, up to the
+// limit, and then stays: a player keeps a handful busy, not the limit. Requests beyond the
+// queue's bound are refused (503) rather than kept. SIGPIPE is blocked on the threads, for the
+// curl transfers they run; each carries ResourceServer::threadName.
 class Workers {
 public:
     using Task = std::function<void()>;
-    Workers(std::size_t count, std::size_t queueBound) : queueBound_(queueBound) {
-        for (std::size_t i = 0; i < count; ++i) {
-            threads_.emplace_back([this] { work(); });
-        }
-    }
+    Workers(std::size_t limit, std::size_t queueBound) : limit_(limit), queueBound_(queueBound) {}
     ~Workers() {
         {
             std::lock_guard lock(mutex_);
@@ -46,14 +43,22 @@ public:
 
     // False when the queue is full.
     bool enqueue(Task task) {
+        bool wake = false;
         {
             std::lock_guard lock(mutex_);
-            if (tasks_.size() >= queueBound_) {
+            if (stopping_ || tasks_.size() >= queueBound_) {
                 return false;
             }
             tasks_.push_back(std::move(task));
+            if (idle_ >= tasks_.size() || threads_.size() >= limit_) {
+                wake = true;
+            } else {
+                threads_.emplace_back([this] { work(); });
+            }
         }
-        ready_.notify_one();
+        if (wake) {
+            ready_.notify_one();
+        }
         return true;
     }
 
@@ -68,7 +73,9 @@ private:
             Task task;
             {
                 std::unique_lock lock(mutex_);
+                ++idle_;
                 ready_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
+                --idle_;
                 if (stopping_) {
                     return;
                 }
@@ -79,11 +86,13 @@ private:
         }
     }
 
+    const std::size_t limit_;
     const std::size_t queueBound_;
     std::mutex mutex_;
     std::condition_variable ready_;
     std::deque<Task> tasks_;
     std::vector<std::thread> threads_;
+    std::size_t idle_ = 0;  // threads waiting for a task
     bool stopping_ = false;
 };
 
