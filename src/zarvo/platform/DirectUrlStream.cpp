@@ -208,7 +208,8 @@ std::optional<Error> DirectUrlStream::run(bool untilHead) {
         }
         long wait = -1;
         curl_multi_timeout(multi, &wait);
-        wait = wait >= 0 ? std::min(wait, longestStreamWaitMilliseconds) : longestStreamWaitMilliseconds;
+        wait = wait >= 0 ? std::min(wait, longestStreamWaitMilliseconds)
+                         : longestStreamWaitMilliseconds;
         const double untilIdle = transfer_->idleDeadline() - transfer_->scheduler()->uptime();
         wait =
             std::min(wait, static_cast<long>(std::ceil(std::clamp(untilIdle, 0.0, 3600.0) * 1000)));
