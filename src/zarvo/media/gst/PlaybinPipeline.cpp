@@ -32,43 +32,6 @@ MediaTime fromClockTime(gint64 nanoseconds) {
     return MediaTime(nanoseconds, nanosecondTimescale);
 }
 
-// Pictures a second up to which a software decoder runs on one thread. Up to 1080p60 one
-// thread keeps up with room to spare, and frame threads would only add the work of handing
-// frames between them, a frame of delay each before the first picture, and the frames each
-// holds (15 MB at 1080p50); larger pictures get the decoder's own count.
-constexpr std::int64_t singleThreadPixelRate = 1920LL * 1088 * 60;
-
-// On the decoder's streaming thread, before the decoder opens for the caps: its thread count.
-GstPadProbeReturn onDecoderCaps(GstPad* pad, GstPadProbeInfo* info, gpointer) {
-    GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
-    if (GST_EVENT_TYPE(event) != GST_EVENT_CAPS) {
-        return GST_PAD_PROBE_OK;
-    }
-    GstCaps* caps = nullptr;
-    gst_event_parse_caps(event, &caps);
-    const GstStructure* structure = caps ? gst_caps_get_structure(caps, 0) : nullptr;
-    gint width = 0;
-    gint height = 0;
-    gint rateN = 0;
-    gint rateD = 1;
-    if (structure == nullptr || !gst_structure_get_int(structure, "width", &width) ||
-        !gst_structure_get_int(structure, "height", &height)) {
-        return GST_PAD_PROBE_OK;
-    }
-    if (!gst_structure_get_fraction(structure, "framerate", &rateN, &rateD) || rateN <= 0 ||
-        rateD <= 0) {
-        rateN = 30;  // unknown (or variable): counted as a common rate
-        rateD = 1;
-    }
-    const std::int64_t pixelRate =
-        static_cast<std::int64_t>(width) * height * rateN / static_cast<std::int64_t>(rateD);
-    GstObject* decoder = GST_OBJECT_PARENT(pad);
-    if (decoder != nullptr) {
-        g_object_set(decoder, "max-threads", pixelRate <= singleThreadPixelRate ? 1 : 0, nullptr);
-    }
-    return GST_PAD_PROBE_OK;
-}
-
 // Pipelines made so far. Each is counted after it is made and before it is hooked up, and each
 // call from a streaming thread reads the count first: that orders the making of a pipeline (and
 // of its listener) before the calls for the race detector, which does not see the locks under
@@ -241,12 +204,6 @@ void PlaybinPipeline::onElementSetup(GstElement*, GstElement* element, gpointer 
         // keeping that close to the playing position lets an audio switch be heard soon.
         g_object_set(element, "high-watermark-time", demuxBufferingTime, nullptr);
         call.pipeline().demuxerSetUpAt_ = steadyNanoseconds();
-    }
-    if (name == "avdec_h264" || name == "avdec_h265") {
-        if (GstRef<GstPad> pad(gst_element_get_static_pad(element, "sink")); pad) {
-            gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, onDecoderCaps,
-                              nullptr, nullptr);
-        }
     }
     call.listener().elementSetUp(element);
 }
