@@ -25,6 +25,21 @@ public:
                                                               const std::string& marker,
                                                               const Generate& generate);
 
+    // The content that `recipe` describes, in a folder named `prefix` and the recipe's hash
+    // under `cacheRoot` (the default root when empty), made by `generate` on first use.
+    template <class Content>
+    static std::variant<Content, Error> prepareContent(const std::filesystem::path& cacheRoot,
+                                                       const std::string& prefix,
+                                                       const std::string& recipe,
+                                                       const Generate& generate) {
+        auto prepared = prepare(cacheRoot.empty() ? defaultRoot() : cacheRoot,
+                                prefix + hash(recipe), "recipe.txt", generate);
+        if (auto* error = std::get_if<Error>(&prepared)) {
+            return *error;
+        }
+        return Content(std::get<std::filesystem::path>(prepared));
+    }
+
     // Hex FNV-1a hash of `text`: stable across runs and builds.
     static std::string hash(const std::string& text);
     // $ZM_ORIGIN_CACHE, else $XDG_CACHE_HOME/zarvo/origin, else ~/.cache/zarvo/origin.

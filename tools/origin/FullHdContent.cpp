@@ -73,13 +73,7 @@ double FullHdContent::duration() {
 }
 
 std::variant<FullHdContent, Error> FullHdContent::prepare(fs::path cacheRoot) {
-    auto prepared =
-        ContentCache::prepare(cacheRoot.empty() ? ContentCache::defaultRoot() : cacheRoot,
-                              "fullhd-" + ContentCache::hash(recipe()), "recipe.txt", generate);
-    if (auto* error = std::get_if<Error>(&prepared)) {
-        return *error;
-    }
-    return FullHdContent(std::get<fs::path>(prepared));
+    return ContentCache::prepareContent<FullHdContent>(cacheRoot, "fullhd-", recipe(), generate);
 }
 
 }  // namespace zarvo::origin

@@ -25,6 +25,7 @@ public:
     const std::filesystem::path& directory() const { return directory_; }
 
 private:
+    friend class ContentCache;
     explicit FullHdContent(std::filesystem::path directory) : directory_(std::move(directory)) {}
 
     std::filesystem::path directory_;

@@ -386,13 +386,7 @@ std::string StreamCorpus::contentKey() {
 }
 
 std::variant<StreamCorpus, Error> StreamCorpus::prepare(fs::path cacheRoot) {
-    auto prepared =
-        ContentCache::prepare(cacheRoot.empty() ? ContentCache::defaultRoot() : cacheRoot,
-                              "corpus-" + ContentCache::hash(recipe()), "recipe.txt", generate);
-    if (auto* error = std::get_if<Error>(&prepared)) {
-        return *error;
-    }
-    return StreamCorpus(std::get<fs::path>(prepared));
+    return ContentCache::prepareContent<StreamCorpus>(cacheRoot, "corpus-", recipe(), generate);
 }
 
 }  // namespace zarvo::origin

@@ -42,6 +42,7 @@ public:
     const std::filesystem::path& directory() const { return directory_; }
 
 private:
+    friend class ContentCache;
     explicit StreamCorpus(std::filesystem::path directory) : directory_(std::move(directory)) {}
 
     std::filesystem::path directory_;
