@@ -21,6 +21,7 @@
 #include "zarvo/platform/UrlError.h"
 
 #include "support/CommandOutput.h"
+#include "support/MainLoopWait.h"
 #include "support/RecordingDownloadDelegate.h"
 #include "support/SampleOriginTest.h"
 #include "support/TempHome.h"
@@ -32,11 +33,9 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using TaskPtr = std::shared_ptr<AggregateAssetDownloadTask>;
 
-bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadline = 30s) {
-    return RunLoop::main().runUntil(done, deadline);
-}
+using test::waitFor;
 
-using Recorder = test::RecordingDownloadDelegate;
+using DownloadRecorder = test::RecordingDownloadDelegate;
 using test::filesUnder;
 
 class AssetDownloadTest : public test::SampleOriginTest {
@@ -67,7 +66,7 @@ protected:
     }
 
     test::TempHome home_;
-    std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
+    std::shared_ptr<DownloadRecorder> recorder_ = std::make_shared<DownloadRecorder>();
 };
 
 TEST_F(AssetDownloadTest, APackageHoldsTheChosenRenditionsAndPlaysWithoutTheNetwork) {
@@ -273,7 +272,7 @@ TEST_F(AssetDownloadTest, AnEndItsDelegateNeverHeardIsToldByTheNextSessionOnce) 
         std::promise<void> release;
         auto held = DispatchQueue::serial("Held");
         held->async([gate = release.get_future().share()] { gate.wait(); });
-        auto deaf = std::make_shared<Recorder>();
+        auto deaf = std::make_shared<DownloadRecorder>();
         std::optional<Error> outcome;
         Url package = Url::fileUrl("/");
         {
@@ -318,7 +317,7 @@ TEST(AssetDownloadKillTest, ChildDownloadsUntilKilled) {
     if (!master) {
         GTEST_SKIP() << "runs as the child of AProcessKilledMidDownloadIsContinuedFromItsPackage";
     }
-    auto recorder = std::make_shared<Recorder>();
+    auto recorder = std::make_shared<DownloadRecorder>();
     auto session = AssetDownloadUrlSession::make(UrlSessionConfiguration::background("Killed"),
                                                  recorder, DispatchQueue::main());
     ASSERT_TRUE(session);
@@ -395,7 +394,7 @@ TEST_F(AssetDownloadTest, AProcessKilledMidDownloadIsContinuedFromItsPackage) {
         AppDirectories::setHome(home);
         const fs::path package = *packageUnder(home);
         const auto before = filesUnder(package);
-        auto next = std::make_shared<Recorder>();
+        auto next = std::make_shared<DownloadRecorder>();
         auto session = AssetDownloadUrlSession::make(UrlSessionConfiguration::background("Killed"),
                                                      next, DispatchQueue::main());
         std::vector<TaskPtr> restored;

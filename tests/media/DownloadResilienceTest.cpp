@@ -18,6 +18,7 @@
 
 #include "origin/SampleOrigin.h"
 #include "origin/StreamCorpus.h"
+#include "support/MainLoopWait.h"
 #include "support/RecordingDownloadDelegate.h"
 #include "support/SmallFilesystem.h"
 #include "support/StaticFileServer.h"
@@ -28,12 +29,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using Recorder = test::RecordingDownloadDelegate;
+using DownloadRecorder = test::RecordingDownloadDelegate;
 using TaskPtr = std::shared_ptr<AggregateAssetDownloadTask>;
 
-bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadline = 30s) {
-    return RunLoop::main().runUntil(done, deadline);
-}
+using test::waitFor;
 
 void writeText(const fs::path& path, const std::string& text) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
@@ -67,7 +66,7 @@ protected:
     fs::path package() const { return recorder_->locations.at(0).decodedPath(); }
 
     test::TempHome home_;
-    std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
+    std::shared_ptr<DownloadRecorder> recorder_ = std::make_shared<DownloadRecorder>();
 };
 
 TEST_F(DownloadResilienceTest, ResumeFollowsTheSavedPlanAndFetchesWhatAPowerCutLeftShort) {

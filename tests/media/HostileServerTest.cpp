@@ -19,6 +19,7 @@
 
 #include "origin/AdCue.h"
 #include "origin/StreamCorpus.h"
+#include "support/MainLoopWait.h"
 #include "support/RecordingPlayerDelegate.h"
 #include "support/StaticFileServer.h"
 #include "support/TempHome.h"
@@ -30,9 +31,7 @@ namespace {
 using namespace std::chrono_literals;
 using Response = test::TestHttpServer::Response;
 
-bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadline = 20s) {
-    return RunLoop::main().runUntil(done, deadline);
-}
+using test::waitFor;
 
 // Whether the memory of the process tells what it holds: AddressSanitizer keeps freed blocks
 // in quarantine, and ThreadSanitizer's shadow grows with every address the process touches.

@@ -12,6 +12,7 @@
 #include "zarvo/platform/NotificationCenter.h"
 #include "zarvo/platform/RunLoop.h"
 
+#include "support/MainLoopWait.h"
 #include "support/SampleOriginTest.h"
 
 namespace zarvo {
@@ -19,9 +20,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadline = 20s) {
-    return RunLoop::main().runUntil(done, deadline);
-}
+using test::waitFor;
 
 class PlaybackLimitsTest : public test::SampleOriginTest {
 protected:

@@ -22,6 +22,7 @@
 #include "zarvo/platform/UrlSession.h"
 
 #include "origin/AdCue.h"
+#include "support/MainLoopWait.h"
 #include "support/SampleOriginTest.h"
 #include "support/TempHome.h"
 
@@ -32,9 +33,7 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using TimeControl = Player::TimeControlStatus;
 
-bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadline = 20s) {
-    return RunLoop::main().runUntil(done, deadline);
-}
+using test::waitFor;
 
 std::size_t entriesIn(const char* folder) {
     std::error_code error;

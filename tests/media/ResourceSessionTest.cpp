@@ -115,7 +115,7 @@ std::string statusLineFor(const std::string& url, const std::string& head) {
     return answer.substr(0, answer.find("\r\n"));
 }
 
-struct Recorder : ResourceSession::Observer {
+struct SessionRecorder : ResourceSession::Observer {
     void playlistServed(const ResourceSession::PlaylistServed&) override {}
     void transferred(const ResourceSession::Transfer& transfer) override {
         std::lock_guard lock(mutex);
@@ -200,7 +200,7 @@ protected:
     std::mutex mutex_;
     std::condition_variable released_;
     bool release_ = false;
-    std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
+    std::shared_ptr<SessionRecorder> recorder_ = std::make_shared<SessionRecorder>();
     std::shared_ptr<ResourceSession> session_;
 };
 

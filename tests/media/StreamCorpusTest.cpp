@@ -24,6 +24,7 @@
 #include "origin/LivePackager.h"
 #include "origin/StreamCorpus.h"
 #include "support/CommandOutput.h"
+#include "support/MainLoopWait.h"
 #include "support/RecordingOfflineDelegate.h"
 #include "support/RecordingPlayerDelegate.h"
 #include "support/StaticFileServer.h"
@@ -45,9 +46,7 @@ using namespace std::chrono_literals;
 using Shape = origin::StreamCorpus::Shape;
 using Recorder = test::RecordingPlayerDelegate;
 
-bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadline = 30s) {
-    return RunLoop::main().runUntil(done, deadline);
-}
+using test::waitFor;
 
 // One player with its delegate, playing one source until its end.
 struct Viewing {

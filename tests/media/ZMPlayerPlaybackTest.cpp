@@ -19,6 +19,7 @@
 #include "zarvo/source/ZMPlaybackSourceOptions.h"
 
 #include "origin/SampleOrigin.h"
+#include "support/MainLoopWait.h"
 #include "support/RecordingPlayerDelegate.h"
 #include "support/TempHome.h"
 
@@ -27,9 +28,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadline = 20s) {
-    return RunLoop::main().runUntil(done, deadline);
-}
+using test::waitFor;
 
 using Recorder = test::RecordingPlayerDelegate;
 

@@ -21,6 +21,7 @@
 #include "zarvo/platform/RunLoop.h"
 #include "zarvo/player/ZMPlayer.h"
 
+#include "support/MainLoopWait.h"
 #include "support/RecordingOfflineDelegate.h"
 #include "support/SampleOriginTest.h"
 #include "support/TempHome.h"
@@ -32,9 +33,7 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using DownloadPtr = std::shared_ptr<ZMOfflineDownload>;
 
-bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds deadline = 30s) {
-    return RunLoop::main().runUntil(done, deadline);
-}
+using test::waitFor;
 
 using Events = test::RecordingOfflineDelegate;
 
