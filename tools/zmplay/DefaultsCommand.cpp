@@ -10,7 +10,7 @@
 
 #include "zmplay/Command.h"
 
-namespace zarvo::zmplay {
+namespace zarvo::zmplay::defaults_command {
 namespace {
 
 constexpr const char* usage = "defaults read [KEY] | write KEY VALUE | delete KEY";
@@ -92,4 +92,4 @@ const Command::Registration registration{
             "read, write or delete a user default of the application home (ZM_HOME)", runDefaults}};
 
 }  // namespace
-}  // namespace zarvo::zmplay
+}  // namespace zarvo::zmplay::defaults_command

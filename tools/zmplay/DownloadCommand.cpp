@@ -21,7 +21,7 @@
 #include "zmplay/Command.h"
 #include "zmplay/DownloadLock.h"
 
-namespace zarvo::zmplay {
+namespace zarvo::zmplay::download_command {
 namespace {
 
 constexpr const char* usage =
@@ -272,4 +272,4 @@ const Command::Registration registration{
      download}};
 
 }  // namespace
-}  // namespace zarvo::zmplay
+}  // namespace zarvo::zmplay::download_command

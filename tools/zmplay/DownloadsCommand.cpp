@@ -14,7 +14,7 @@
 #include "zmplay/Command.h"
 #include "zmplay/DownloadLock.h"
 
-namespace zarvo::zmplay {
+namespace zarvo::zmplay::downloads_command {
 namespace {
 
 constexpr const char* usage =
@@ -189,4 +189,4 @@ const Command::Registration registration{Command{
     runDownloads}};
 
 }  // namespace
-}  // namespace zarvo::zmplay
+}  // namespace zarvo::zmplay::downloads_command

@@ -14,7 +14,7 @@
 
 #include "zmplay/Command.h"
 
-namespace zarvo::zmplay {
+namespace zarvo::zmplay::info_command {
 namespace {
 
 constexpr const char* usage = "info <url> [--json]";
@@ -96,4 +96,4 @@ const Command::Registration registration(Command{
     runInfo});
 
 }  // namespace
-}  // namespace zarvo::zmplay
+}  // namespace zarvo::zmplay::info_command

@@ -30,7 +30,7 @@
 
 #include "zmplay/Command.h"
 
-namespace zarvo::zmplay {
+namespace zarvo::zmplay::play_command {
 namespace {
 
 constexpr const char* usage =
@@ -566,4 +566,4 @@ const Command::Registration registration{
     {"play", usage, "play a stream through ZMPlayer, printing each delegate call", play}};
 
 }  // namespace
-}  // namespace zarvo::zmplay
+}  // namespace zarvo::zmplay::play_command

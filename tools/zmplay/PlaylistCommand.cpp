@@ -16,7 +16,7 @@
 
 #include "zmplay/Command.h"
 
-namespace zarvo::zmplay {
+namespace zarvo::zmplay::playlist_command {
 namespace {
 
 constexpr const char* usage = "playlist <file|url> [--media] [--json] [--summary]";
@@ -213,4 +213,4 @@ const Command::Registration registration(Command{
     "parse a master playlist (or with --media a media playlist) and print its model", runPlaylist});
 
 }  // namespace
-}  // namespace zarvo::zmplay
+}  // namespace zarvo::zmplay::playlist_command

@@ -14,7 +14,7 @@
 
 #include "zmplay/Command.h"
 
-namespace zarvo::zmplay {
+namespace zarvo::zmplay::track_command {
 namespace {
 
 constexpr auto networkTimeout = std::chrono::seconds(90);
@@ -228,4 +228,4 @@ const Command::Registration registration(Command{
 });
 
 }  // namespace
-}  // namespace zarvo::zmplay
+}  // namespace zarvo::zmplay::track_command
