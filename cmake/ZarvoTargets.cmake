@@ -49,11 +49,11 @@ function(zm_test_precompiled_headers target)
   endif()
 endfunction()
 
-# zm_folder_tests(folder [SERIAL] DEPS ...): one GoogleTest executable of every .cpp in
-# tests/<folder>. SERIAL tests run alone: they play media in real time, and some of them aim at
-# races in the media framework's own start and stop that other load would hide or provoke.
+# zm_folder_tests(folder DEPS ...): one GoogleTest executable of every .cpp in tests/<folder>,
+# compiled in batches like the libraries. Each test runs as a process of its own, beside others:
+# those that play media in real time spend most of their time waiting on it.
 function(zm_folder_tests folder)
-  cmake_parse_arguments(ARG "SERIAL" "" "DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/${folder}/*.cpp)
   if(NOT sources)
     return()
@@ -64,10 +64,6 @@ function(zm_folder_tests folder)
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} zm_test_support GTest::gmock)
   zm_test_code(${name})
   zm_test_precompiled_headers(${name})
-  set(serial OFF)
-  if(ARG_SERIAL)
-    set(serial ON)
-  endif()
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
-                       PROPERTIES LABELS ${folder} TIMEOUT 300 RUN_SERIAL ${serial})
+  zm_unity(${name})
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS ${folder} TIMEOUT 300)
 endfunction()
