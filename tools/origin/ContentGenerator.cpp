@@ -5,6 +5,7 @@
 
 #include "zarvo/platform/DataFile.h"
 
+#include "origin/FfmpegArgs.h"
 #include "origin/SampleContent.h"
 #include "origin/SegmentList.h"
 #include "origin/ToolRun.h"
@@ -35,8 +36,7 @@ constexpr int frameRate = 24;
 
 std::vector<std::string> hlsOutput(const fs::path& folder, bool singleFile,
                                    std::vector<std::string> extra = {}) {
-    std::vector<std::string> args = {
-        "-f", "hls", "-hls_time", std::to_string(segmentSeconds), "-hls_playlist_type", "vod"};
+    std::vector<std::string> args = FfmpegArgs::hlsVod(segmentSeconds);
     args.insert(args.end(), extra.begin(), extra.end());
     if (singleFile) {
         args.insert(args.end(), {"-hls_flags", "single_file"});

@@ -36,4 +36,8 @@ FfmpegArgs::List FfmpegArgs::aac() {
     return {"-c:a", "aac", "-b:a", "64k", "-ac", "2"};
 }
 
+FfmpegArgs::List FfmpegArgs::hlsVod(int segmentSeconds) {
+    return {"-f", "hls", "-hls_time", std::to_string(segmentSeconds), "-hls_playlist_type", "vod"};
+}
+
 }  // namespace zarvo::origin

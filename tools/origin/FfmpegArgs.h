@@ -21,6 +21,8 @@ struct FfmpegArgs {
     static List h264(int frameRate = 24, const std::string& bitrate = "200k");
     // AAC stereo at 64 kbit/s.
     static List aac();
+    // The HLS muxer writing a VOD of `segmentSeconds`-long segments.
+    static List hlsVod(int segmentSeconds = 2);
 };
 
 FfmpegArgs::List operator+(FfmpegArgs::List a, const FfmpegArgs::List& b);

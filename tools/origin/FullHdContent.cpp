@@ -34,17 +34,9 @@ std::optional<Error> generate(const fs::path& directory) {
     if (error) {
         return contentError("Cannot create " + directory.string() + ": " + error.message());
     }
-    const Args hls = {"-f",
-                      "hls",
-                      "-hls_time",
-                      "2",
-                      "-hls_playlist_type",
-                      "vod",
-                      "-master_pl_name",
-                      "master.m3u8",
-                      "-hls_segment_filename",
-                      (directory / "seg%d.ts").string(),
-                      (directory / "index.m3u8").string()};
+    const Args hls = FfmpegArgs::hlsVod() +
+                     Args{"-master_pl_name", "master.m3u8", "-hls_segment_filename",
+                          (directory / "seg%d.ts").string(), (directory / "index.m3u8").string()};
     if (auto failed = runTool(FfmpegArgs::command() +
                                   FfmpegArgs::sources(seconds, false, size, fullHdFrameRate) +
                                   video() + Args{"-map", "1:a"} + FfmpegArgs::aac() + hls,

@@ -24,15 +24,7 @@ using Args = FfmpegArgs::List;
 
 // A VOD of 2-second segments with a master named master.m3u8 beside the media playlist.
 Args hls(const Args& extra = {}) {
-    return Args{"-f",
-                "hls",
-                "-hls_time",
-                "2",
-                "-hls_playlist_type",
-                "vod",
-                "-master_pl_name",
-                "master.m3u8"} +
-           extra;
+    return FfmpegArgs::hlsVod() + Args{"-master_pl_name", "master.m3u8"} + extra;
 }
 
 Args segmentsInto(const fs::path& folder, const std::string& pattern) {
@@ -136,9 +128,8 @@ std::optional<Error> makeDiscontinuity(const fs::path& root, const fs::path& log
         return runTool(FfmpegArgs::command() +
                            FfmpegArgs::sources(seconds, false, size, rate, sampleRate) +
                            Args{"-map", "0:v", "-map", "1:a"} + FfmpegArgs::h264(rate, "250k") +
-                           FfmpegArgs::aac() + extra +
-                           Args{"-f", "hls", "-hls_time", "2", "-hls_playlist_type", "vod",
-                                "-hls_segment_filename", (folder / (prefix + "%d.ts")).string(),
+                           FfmpegArgs::aac() + extra + FfmpegArgs::hlsVod() +
+                           Args{"-hls_segment_filename", (folder / (prefix + "%d.ts")).string(),
                                 (folder / (prefix + ".m3u8")).string()},
                        log);
     };
