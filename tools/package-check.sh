@@ -6,9 +6,12 @@
 #  3. the console example plays the sample origin's VOD through the installed library, and the
 #     GTK player shows the picture with a moving seek bar under Xvfb;
 #  4. the Debian packages, unpacked into a temporary root, build and run the console example.
+# Usage: tools/package-check.sh [BUILD [DEBS]]; DEBS is a folder of packages that cpack already
+# made from BUILD (otherwise they are made here).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=$(cd "${1:-build}" && pwd)
+debs=${2:-}
 work=$(mktemp -d)
 origin_pid=
 trap 'kill "$origin_pid" 2>/dev/null || true; rm -rf "$work"' EXIT
@@ -80,8 +83,11 @@ if [ -x "$work/gtk-player/zm-gtk-player" ]; then
 fi
 
 step "the Debian packages"
-(cd "$build" && cpack -G DEB -B "$work/debs" >/dev/null)
-for deb in "$work"/debs/*.deb; do
+if [ -z "$debs" ]; then
+  debs=$work/debs
+  (cd "$build" && cpack -G DEB -B "$debs" >/dev/null)
+fi
+for deb in "$debs"/*.deb; do
   echo "$(basename "$deb"): $(dpkg-deb -f "$deb" Depends)"
   dpkg-deb -x "$deb" "$work/root"
 done
