@@ -1,7 +1,7 @@
 // Segments through the loopback resource server against a scripted origin: byte ranges whether
 // or not the origin honours them, unknown lengths, failures and their errors (an unfollowed
 // redirect among them), the transfers reported, close() ending a transfer that waits on the
-// origin, and the requests the server refuses.
+// origin and awaiting the answers under way, and the requests the server refuses.
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -90,29 +90,46 @@ std::pair<long, std::string> get(const std::string& url,
     return {status, sink.body};
 }
 
-// Sends `head` to the loopback port of `url` on a connection of its own and returns the first
-// line of the answer ("" when none came within the safety time-out).
-std::string statusLineFor(const std::string& url, const std::string& head) {
-    const auto port = Url::parse(url)->port().value_or(80);
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const timeval wait{std::chrono::seconds(safetyTimeout).count(), 0};
-    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
-    std::string answer;
-    if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-        ::send(fd, head.data(), head.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(head.size())) {
-        char buffer[512];
-        ssize_t got = 0;
-        while (answer.find("\r\n") == std::string::npos &&
-               (got = ::recv(fd, buffer, sizeof buffer, 0)) > 0) {
-            answer.append(buffer, static_cast<std::size_t>(got));
-        }
+// A connection of its own to the loopback port of `url`, held open until it goes.
+class RawClient {
+public:
+    explicit RawClient(const std::string& url) : fd_(::socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(Url::parse(url)->port().value_or(80)));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const timeval wait{std::chrono::seconds(safetyTimeout).count(), 0};
+        ::setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+        connected_ =
+            ::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     }
-    ::close(fd);
-    return answer.substr(0, answer.find("\r\n"));
+    ~RawClient() { ::close(fd_); }
+    RawClient(const RawClient&) = delete;
+    RawClient& operator=(const RawClient&) = delete;
+
+    // Sends `head` and returns the first line of the answer ("" when none came within the
+    // safety time-out); the rest of the answer is left unread.
+    std::string ask(const std::string& head) {
+        std::string answer;
+        if (connected_ && ::send(fd_, head.data(), head.size(), MSG_NOSIGNAL) ==
+                              static_cast<ssize_t>(head.size())) {
+            char buffer[512];
+            ssize_t got = 0;
+            while (answer.find("\r\n") == std::string::npos &&
+                   (got = ::recv(fd_, buffer, sizeof buffer, 0)) > 0) {
+                answer.append(buffer, static_cast<std::size_t>(got));
+            }
+        }
+        return answer.substr(0, answer.find("\r\n"));
+    }
+
+private:
+    int fd_;
+    bool connected_ = false;
+};
+
+std::string statusLineFor(const std::string& url, const std::string& head) {
+    return RawClient(url).ask(head);
 }
 
 struct SessionRecorder : ResourceSession::Observer {
@@ -250,6 +267,20 @@ TEST_F(ResourceSessionTest, CloseEndsATransferWaitingOnTheOrigin) {
     ASSERT_TRUE(eventually([&] { return recorder_->count() == 1; }));
     EXPECT_FALSE(recorder_->transfers.at(0).complete);
     EXPECT_EQ(get(served("/whole.ts")).first, 404);
+}
+
+// The demuxer cannot be stopped while it waits for a playlist: one that it asked for just as
+// the session closed is still answered, and its answer counts until the demuxer has read it.
+TEST_F(ResourceSessionTest, APlaylistAskedForAsTheSessionClosesIsAwaitedUntilItsAnswerIsRead) {
+    const std::string playlist = session_->urlFor(Kind::variantPlaylist, url("/index.m3u8"));
+    session_->close();
+    auto client = std::make_unique<RawClient>(playlist);
+    const std::string path = playlist.substr(playlist.find('/', std::string("http://").size()));
+    EXPECT_EQ(client->ask("GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"),
+              "HTTP/1.1 404 Not Found");
+    EXPECT_FALSE(session_->awaitAnswersRead(0ms)) << "the client has not hung up yet";
+    client.reset();
+    EXPECT_TRUE(session_->awaitAnswersRead(safetyTimeout));
 }
 
 // A live stream names new segments for as long as it plays: the session forgets the oldest

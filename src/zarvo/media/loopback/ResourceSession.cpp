@@ -73,6 +73,9 @@ ResourceSession::ResourceSession(Token, std::shared_ptr<UrlAsset> asset,
 
 ResourceSession::~ResourceSession() {
     close();
+    if (!token_.empty()) {
+        ResourceServer::shared().remove(token_);
+    }
 }
 
 std::string ResourceSession::resourceKey(
@@ -133,13 +136,13 @@ void ResourceSession::close() {
             return;
         }
         closed_ = true;
+        lastAnswerEnded_ = std::chrono::steady_clock::now();
         streams.swap(inFlight_);
     }
     changed_.notify_all();
     gate_->close();
-    if (!token_.empty()) {
-        ResourceServer::shared().remove(token_);
-    }
+    // The token stays listed until the session goes: a request that the demuxer sent just
+    // before this still reaches it, gets its 404 and is waited for by awaitAnswersRead().
     connections_->close();
     for (const auto& stream : streams) {
         stream->cancel();
@@ -148,8 +151,23 @@ void ResourceSession::close() {
 }
 
 bool ResourceSession::awaitAnswersRead(std::chrono::milliseconds limit) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + limit;
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, limit, [this] { return answering_ == 0; });
+    for (;;) {
+        if (!changed_.wait_until(lock, deadline, [this] { return answering_ == 0; })) {
+            return false;
+        }
+        const auto quietUntil = lastAnswerEnded_ + answersSettleTime;
+        if (Clock::now() >= quietUntil) {
+            return true;
+        }
+        if (quietUntil >= deadline) {
+            changed_.wait_until(lock, deadline);
+            return answering_ == 0;
+        }
+        changed_.wait_until(lock, quietUntil);
+    }
 }
 
 void ResourceSession::answerBegan() {
@@ -161,6 +179,7 @@ void ResourceSession::answerEnded() {
     {
         std::lock_guard lock(mutex_);
         --answering_;
+        lastAnswerEnded_ = std::chrono::steady_clock::now();
     }
     changed_.notify_all();
 }

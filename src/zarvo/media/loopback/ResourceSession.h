@@ -90,10 +90,13 @@ public:
     // are cancelled (it is told), waiting requests are let go; later requests get 404.
     void close();
     // After close(): waits, up to `limit`, until every answer to a playlist or key request that
-    // was under way has been given and read. The pipeline's demuxer waits for those with a thread
-    // of its own and takes one that it stops mid-way for a complete one, so the pipeline is stopped
-    // only after this. False when the limit passed first.
+    // was under way has been given and read, and no answer has ended for answersSettleTime. The
+    // pipeline's demuxer waits for playlists with a thread of its own, and one stopped while it
+    // waits aborts the process (hlsdemux2 asserts that a download that did not fail has a body),
+    // so the pipeline is stopped only after this. The quiet time lets a request sent just before
+    // close() arrive, and the demuxer take in the last answer. False when the limit passed first.
     bool awaitAnswersRead(std::chrono::milliseconds limit);
+    static constexpr std::chrono::milliseconds answersSettleTime{30};
     // The server's count of requests of this session being answered (on its threads).
     void answerBegan();
     void answerEnded();
@@ -174,6 +177,7 @@ private:
     std::condition_variable changed_;
     bool closed_ = false;
     std::size_t answering_ = 0;
+    std::chrono::steady_clock::time_point lastAnswerEnded_;  // or when the session closed
     std::set<std::shared_ptr<DirectUrlStream>> inFlight_;
     std::optional<Error> lastFailure_;
 
