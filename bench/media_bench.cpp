@@ -43,6 +43,7 @@
 #include "zarvo/platform/NotificationCenter.h"
 #include "zarvo/platform/ProcessInfo.h"
 #include "zarvo/platform/RunLoop.h"
+#include "zarvo/platform/Timer.h"
 #include "zarvo/player/ZMPlayer.h"
 #include "zarvo/source/ZMFairPlayUrls.h"
 #include "zarvo/source/ZMPlaybackSource.h"
@@ -64,6 +65,24 @@ using zarvo::ProcessInfo;
 using zarvo::RunLoop;
 
 constexpr auto playbackDeadline = 120s;
+
+// Runs the main loop until `done()` holds, as a host's loop runs: woken by the players' own work
+// (whatever makes `done()` true also calls RunLoop::main().stop()), and once a second for the
+// deadline and for what nothing posts. runUntil() also wakes the loop every 5 ms to look at its
+// condition, which over a whole VOD cost the main thread more than the players' own work there.
+bool runAsAHost(const std::function<bool()>& done) {
+    const auto deadline = std::chrono::steady_clock::now() + playbackDeadline;
+    auto check = zarvo::Timer::scheduledTimer(1.0, true, [&](zarvo::Timer&) {
+        if (done() || std::chrono::steady_clock::now() >= deadline) {
+            RunLoop::main().stop();
+        }
+    });
+    if (!done()) {
+        RunLoop::main().run();
+    }
+    check->invalidate();
+    return done();
+}
 
 // --- The SDK side -------------------------------------------------------------------------
 
@@ -95,11 +114,14 @@ std::optional<double> sdkPlayToEnd(const std::string& url) {
     bool ended = false;
     auto token = zarvo::NotificationCenter::defaultCenter().addObserver(
         zarvo::PlayerItem::didPlayToEndTimeNotification, item.get(), nullptr,
-        [&](const zarvo::Notification&) { ended = true; });
+        [&](const zarvo::Notification&) {
+            ended = true;
+            RunLoop::main().stop();
+        });
     player->replaceCurrentItem(item);
     player->play();
-    if (!RunLoop::main().runUntil([&] { return ended || item->error(); }, playbackDeadline) ||
-        !ended || !item->duration().isNumeric()) {
+    if (!runAsAHost([&] { return ended || item->error(); }) || !ended ||
+        !item->duration().isNumeric()) {
         return std::nullopt;
     }
     return item->duration().seconds();
@@ -184,9 +206,11 @@ bool facadePlayToEnd(const std::string& url) {
     bool ended = false;
     auto token = zarvo::NotificationCenter::defaultCenter().addObserver(
         zarvo::PlayerItem::didPlayToEndTimeNotification, item.get(), nullptr,
-        [&](const zarvo::Notification&) { ended = true; });
-    return RunLoop::main().runUntil([&] { return ended || item->error(); }, playbackDeadline) &&
-           ended && delegate->calls > 0;
+        [&](const zarvo::Notification&) {
+            ended = true;
+            RunLoop::main().stop();
+        });
+    return runAsAHost([&] { return ended || item->error(); }) && ended && delegate->calls > 0;
 }
 
 // --- The peer: a plain playbin3 with synced fake sinks ------------------------------------
@@ -228,7 +252,7 @@ public:
 
     bool playToEnd(const std::string& url) {
         play(url);
-        RunLoop::main().runUntil([&] { return ended_ || failed_; }, playbackDeadline);
+        runAsAHost([&] { return ended_ || failed_; });
         return ended_;
     }
 
@@ -249,8 +273,10 @@ private:
         auto* self = static_cast<PlainPlaybin*>(data);
         if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
             self->ended_ = true;
+            RunLoop::main().stop();
         } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
             self->failed_ = true;
+            RunLoop::main().stop();
         }
         return G_SOURCE_CONTINUE;
     }
