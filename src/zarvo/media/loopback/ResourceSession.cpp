@@ -1,5 +1,6 @@
 #include "zarvo/media/loopback/ResourceSession.h"
 
+#include <algorithm>
 #include <charconv>
 #include <utility>
 
@@ -159,14 +160,10 @@ bool ResourceSession::awaitAnswersRead(std::chrono::milliseconds limit) {
             return false;
         }
         const auto quietUntil = lastAnswerEnded_ + answersSettleTime;
-        if (Clock::now() >= quietUntil) {
+        if (const auto now = Clock::now(); now >= quietUntil || now >= deadline) {
             return true;
         }
-        if (quietUntil >= deadline) {
-            changed_.wait_until(lock, deadline);
-            return answering_ == 0;
-        }
-        changed_.wait_until(lock, quietUntil);
+        changed_.wait_until(lock, std::min(quietUntil, deadline));
     }
 }
 
