@@ -321,6 +321,12 @@ TEST_F(ZMPlayerTest, StallsOfTheCurrentItemReachTheStatisticsDelegateAndTheLogMa
     EXPECT_EQ(statistics.timeByBitrate,
               (std::map<std::int64_t, double>{{400000, 4.0}, {1000000, 1.0}}));
     EXPECT_EQ(statistics.stallCount, 0) << "the scripted engine counts nothing";
+
+    // One rate watched in uneven pieces averages to exactly that rate.
+    engine->reportAccessLog(*item,
+                            {played(610428, 1.9, 1), played(610428, 0.2, 1), played(610428, 1.1, 1),
+                             played(610428, 0.1, 1), played(610428, 0.3, 1)});
+    EXPECT_EQ(player->playbackStatistics().averageBitrate, 610428.0);
 }
 
 TEST_F(ZMPlayerTest, ViewsShowTheSystemPlayerWithTheirGravityAndRunHeadlessWithoutADisplay) {

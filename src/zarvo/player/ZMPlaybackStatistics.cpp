@@ -1,5 +1,6 @@
 #include "zarvo/player/ZMPlaybackStatistics.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "zarvo/media/model/PlayerItem.h"
@@ -20,6 +21,8 @@ ZMPlaybackStatistics ZMPlaybackStatistics::of(const PlayerItem& item) {
     }
     double watched = 0;
     double weighted = 0;
+    double lowest = INFINITY;
+    double highest = -INFINITY;
     for (const auto& event : log->events()) {
         statistics.bytesDownloaded += event.numberOfBytesTransferred;
         if (event.durationWatched > 0 && std::isfinite(event.durationWatched)) {
@@ -27,13 +30,21 @@ ZMPlaybackStatistics ZMPlaybackStatistics::of(const PlayerItem& item) {
             statistics.timeByBitrate[bitrate] += event.durationWatched;
             watched += event.durationWatched;
             weighted += event.indicatedBitrate * event.durationWatched;
+            lowest = std::min(lowest, event.indicatedBitrate);
+            highest = std::max(highest, event.indicatedBitrate);
         }
     }
     const double current = log->events().back().indicatedBitrate;
     if (current > 0) {
         statistics.currentBitrate = current;
     }
-    statistics.averageBitrate = watched > 0 ? weighted / watched : current;
+    if (watched > 0) {
+        // Rounding in the sums can put the mean an ulp outside the rates
+        // that played; it never lies outside them.
+        statistics.averageBitrate = std::clamp(weighted / watched, lowest, highest);
+    } else {
+        statistics.averageBitrate = current;
+    }
     return statistics;
 }
 
