@@ -2,7 +2,9 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <gio/gio.h>
 #include <mutex>
+#include <thread>
 
 #include "zarvo/media/model/MediaError.h"
 
@@ -66,12 +68,48 @@ GstRef<GstElement> syncedFakeSink(const char* name, bool qos) {
     return sink;
 }
 
+// The plugins that HLS playback meets on its way to the first picture, in that order. Left to
+// the pipeline, its threads load them one after another as they get there, which makes the
+// first item of a process start tens of milliseconds later. A thread of their own loads them
+// while the caller sets the player up and the entry playlist is fetched; plugin loads share one
+// lock, so a pipeline that gets to a plugin first loads it itself, and the order matters.
+constexpr const char* playbackPlugins[] = {
+    "playback",          "coreelements",   "audiofx",     "curl",
+    "typefindfunctions", "adaptivedemux2", "mpegtsdemux", "videoparsersbad",
+    "audioparsers",      "subparse",       "libav",       "videofilter",
+    "videoconvertscale", "audioconvert",   "volume",      "audioresample",
+};
+
+// Loads the plugins above; joined at exit, so that nothing is loading while the process ends.
+class PluginPreloader {
+public:
+    PluginPreloader()
+        : thread_([] {
+              // The demuxer's first download looks up the machine's proxy settings, which loads
+              // GIO's resolver modules and their settings backend. That takes no plugin lock, and
+              // the first plugins are loaded by the caller while it takes place.
+              g_proxy_resolver_get_default();
+              for (const char* name : playbackPlugins) {
+                  if (GstPlugin* plugin = gst_plugin_load_by_name(name)) {
+                      gst_object_unref(plugin);
+                  }
+              }
+          }) {}
+    ~PluginPreloader() { thread_.join(); }
+    PluginPreloader(const PluginPreloader&) = delete;
+    PluginPreloader& operator=(const PluginPreloader&) = delete;
+
+private:
+    std::thread thread_;
+};
+
 }  // namespace
 
 void GstPipelineSinks::initialize() {
     static std::once_flag once;
     std::call_once(once, [] {
         gst_init(nullptr, nullptr);
+        static PluginPreloader preloader;
         // playbin3 reads the entry playlist from our loopback server with the highest-ranked HTTP
         // source. curlhttpsrc goes first: souphttpsrc (libsoup 3) can crash when its session
         // thread closes a stream while the pipeline tears it down.
