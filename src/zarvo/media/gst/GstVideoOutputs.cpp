@@ -58,8 +58,10 @@ std::shared_ptr<GstVideoOutputs> GstVideoOutputs::make() {
     GstElement* queue = element("queue");
     GstElement* fake = element("fakesink");
     g_object_set(tee, "allow-not-linked", TRUE, nullptr);
-    // A short queue: the tee never waits for the paced sink longer than a few frames.
-    g_object_set(queue, "max-size-buffers", 3u, "max-size-bytes", 0u, "max-size-time",
+    // One picture ahead of the paced sink: the windows get each picture a frame before it is
+    // due, time enough to scale it. The pipeline already queues a few pictures before this bin,
+    // and every one more is a whole decoded picture held (3 MB at 1080p).
+    g_object_set(queue, "max-size-buffers", 1u, "max-size-bytes", 0u, "max-size-time",
                  static_cast<guint64>(0), nullptr);
     g_object_set(fake, "sync", TRUE, "qos", TRUE, nullptr);
     gst_bin_add_many(GST_BIN(outputs->bin_.get()), tee, queue, fake, nullptr);
