@@ -38,12 +38,11 @@ ZMPlaybackStatistics ZMPlaybackStatistics::of(const PlayerItem& item) {
     if (current > 0) {
         statistics.currentBitrate = current;
     }
-    if (watched > 0) {
-        // Rounding in the sums can put the mean an ulp outside the rates
-        // that played; it never lies outside them.
-        statistics.averageBitrate = std::clamp(weighted / watched, lowest, highest);
-    } else {
-        statistics.averageBitrate = current;
+    statistics.averageBitrate = watched > 0 ? weighted / watched : current;
+    if (lowest <= highest) {
+        // Rounding in the sums can put the mean an ulp outside the rates that played; it never
+        // lies outside them.
+        statistics.averageBitrate = std::clamp(statistics.averageBitrate, lowest, highest);
     }
     return statistics;
 }
