@@ -311,6 +311,29 @@ TEST_F(AssetDownloadTest, AnEndItsDelegateNeverHeardIsToldByTheNextSessionOnce) 
     }
 }
 
+TEST_F(AssetDownloadTest, ATaskThatGoesOnWithAPackageKeepsItsDescriptionUntilGivenItsOwn) {
+    auto session = makeSession("Described");
+    auto first = session->makeAggregateAssetDownloadTask(
+        UrlAsset::make(*Url::parse(origin_->url("/vod/master.m3u8"))), {}, "Described",
+        std::nullopt, {});
+    ASSERT_TRUE(first);
+    first->setTaskDescription("download-1");
+    // The process ends after the next task is made and before its owner names it.
+    auto next = session->makeAggregateAssetDownloadTask(UrlAsset::make(first->location()), {},
+                                                        "Described", std::nullopt, {});
+    ASSERT_TRUE(next);
+    EXPECT_EQ(next->taskDescription(), "download-1");
+    std::vector<TaskPtr> restored;
+    bool asked = false;
+    makeSession("Described")->getAllTasks([&](auto tasks) {
+        restored = tasks;
+        asked = true;
+    });
+    ASSERT_TRUE(waitFor([&] { return asked; }));
+    ASSERT_EQ(restored.size(), 1u);
+    EXPECT_EQ(restored[0]->taskDescription(), "download-1");
+}
+
 // The child half of the kill test: downloads until the test below kills it.
 TEST(AssetDownloadKillTest, ChildDownloadsUntilKilled) {
     const char* master = std::getenv("ZM_DOWNLOAD_CHILD_MASTER");

@@ -175,6 +175,10 @@ std::shared_ptr<AggregateAssetDownloadTask> AssetDownloadUrlSession::makeAggrega
         }
         record.url = previous->url;
         record.headers = previous->headers;
+        // The new task takes the place of the package's last one, which its insertion completes:
+        // it keeps that task's description until it is given its own, so that a process that
+        // ends in between leaves a task its owner still knows.
+        record.description = previous->description;
         record.renditions = previous->renditions;
         record.minimumBitrate = previous->minimumBitrate;
         record.package = *package;
