@@ -208,6 +208,32 @@ TEST(FPBaseDownloadSessionTest, ProgressIsCappedNeverGoesBackAndIsQuietWhilePaus
     EXPECT_EQ(updates, 2);
 }
 
+// A task restarted from its package may ask for a key as soon as it starts: the package's
+// asset has the download's key loader by the time the task is made.
+TEST(FPBaseDownloadSessionTest, ATaskRestartedFromItsPackageIsMadeWithItsKeyLoaderAttached) {
+    struct Session : FPDownloadSession11 {
+        using FPDownloadSession11::FPDownloadSession11;
+        Task createDownloadTask(const std::shared_ptr<UrlAsset>& asset, const std::string&,
+                                const std::vector<MediaSelection>&,
+                                const AssetDownloadUrlSession::TaskOptions&) override {
+            loaderWhenMade = asset->resourceLoader()->delegate();
+            return nullptr;
+        }
+        std::shared_ptr<AssetResourceLoaderDelegate> loaderWhenMade;
+    };
+    test::TempHome home;
+    auto store = std::make_shared<FPDownloadsStore>();
+    auto download = store->createWaitingDownload(
+        "Restarted", *Url::parse("http://127.0.0.1:9/m.m3u8"), std::nullopt, std::nullopt,
+        std::nullopt, std::nullopt, std::nullopt, {});
+    download->setOfflineUrl("Library/com.zarvo.downloads/Restarted.movpkg");
+    auto session = std::make_shared<Session>(store);
+    session->restartDownloadFromPackage(download);
+    ASSERT_TRUE(download->resourceLoader());
+    EXPECT_EQ(session->loaderWhenMade, download->resourceLoader());
+    EXPECT_EQ(download->urlAsset()->resourceLoader()->delegate(), download->resourceLoader());
+}
+
 // The child half of the kill test below: starts a download and runs until it is killed.
 TEST(ZMOfflineManagerKillTest, ChildDownloadsUntilKilled) {
     const char* master = std::getenv("ZM_OFFLINE_CHILD_MASTER");

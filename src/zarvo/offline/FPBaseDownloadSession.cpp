@@ -104,25 +104,28 @@ FPBaseDownloadSession::Task FPBaseDownloadSession::startDownload(
 FPBaseDownloadSession::Task FPBaseDownloadSession::restartDownloadFromPackage(
     const std::shared_ptr<ZMOfflineDownload>& download) {
     auto asset = download->offlineUrlAsset();
-    auto task = startTask(download, asset, true);
     // The task goes on from the package, with the keys its first asset's loader stored: the
-    // same loader answers the package's asset, from disk where it can.
-    if (asset && download->resourceLoader() && !asset->resourceLoader()->delegate()) {
-        asset->resourceLoader()->setPreloadsEligibleContentKeys(false);
-        asset->resourceLoader()->setDelegate(download->resourceLoader(), loadersQueue);
+    // same loader answers the package's asset, from disk where it can. It is attached before
+    // the task starts, whose first request may be for a key.
+    if (asset) {
+        attachKeyLoader(download);
+        attachKeyLoaderTo(*asset, download);
     }
-    return task;
+    return startTask(download, asset, true);
 }
 
 void FPBaseDownloadSession::attachKeyLoader(const std::shared_ptr<ZMOfflineDownload>& download) {
     if (!download->resourceLoader()) {
         download->setResourceLoader(FPResourceLoaderDelegate::make(download));
     }
-    auto asset = download->urlAsset();
-    if (!asset) {
-        return;
+    if (auto asset = download->urlAsset()) {
+        attachKeyLoaderTo(*asset, download);
     }
-    auto& loader = asset->resourceLoader();
+}
+
+void FPBaseDownloadSession::attachKeyLoaderTo(UrlAsset& asset,
+                                              const std::shared_ptr<ZMOfflineDownload>& download) {
+    auto& loader = asset.resourceLoader();
     if (loader->delegate()) {
         return;
     }

@@ -110,6 +110,9 @@ protected:
     void openSession(AssetDownloadUrlSession::Settings settings = {});
 
 private:
+    // Makes the download's key loader the delegate of `asset`'s resource loader, unless that
+    // loader has one.
+    void attachKeyLoaderTo(UrlAsset& asset, const std::shared_ptr<ZMOfflineDownload>& download);
     Task startTask(const std::shared_ptr<ZMOfflineDownload>& download,
                    const std::shared_ptr<UrlAsset>& asset, bool optionsFirst);
 };
