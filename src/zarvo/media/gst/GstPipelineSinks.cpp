@@ -103,7 +103,23 @@ private:
     std::thread thread_;
 };
 
+// A thread that runs GstPipelineSinks::initialize(); joined at exit.
+class BackgroundStart {
+public:
+    BackgroundStart() : thread_([] { GstPipelineSinks::initialize(); }) {}
+    ~BackgroundStart() { thread_.join(); }
+    BackgroundStart(const BackgroundStart&) = delete;
+    BackgroundStart& operator=(const BackgroundStart&) = delete;
+
+private:
+    std::thread thread_;
+};
+
 }  // namespace
+
+void GstPipelineSinks::prepare() {
+    static BackgroundStart start;
+}
 
 void GstPipelineSinks::initialize() {
     static std::once_flag once;

@@ -27,6 +27,10 @@ struct GstPipelineSinks {
     static std::optional<Error> make(GstPipelineSinks& out);
     // GStreamer started once per process (its registry loaded).
     static void initialize();
+    // Starts initialize() on a thread of its own, once per process: a player made before its
+    // first item finds GStreamer started, and the plugins of HLS playback loading, when the item
+    // comes. Callers of initialize() meanwhile wait for it to end.
+    static void prepare();
 };
 
 }  // namespace zarvo

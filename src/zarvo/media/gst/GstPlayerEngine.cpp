@@ -1,11 +1,14 @@
 #include "zarvo/media/gst/GstPlayerEngine.h"
 
+#include "zarvo/media/gst/GstPipelineSinks.h"
 #include "zarvo/media/gst/GstPlayback.h"
 
 namespace zarvo {
 
 GstPlayerEngine::GstPlayerEngine(const std::shared_ptr<Player>& player, const MediaEngineKey& key)
-    : playback_(GstPlayback::make(player, key)) {}
+    : playback_(GstPlayback::make(player, key)) {
+    GstPipelineSinks::prepare();
+}
 
 GstPlayerEngine::~GstPlayerEngine() {
     playback_->shutdown();
