@@ -2,6 +2,7 @@
 // or not the origin honours them, unknown lengths, failures and their errors (an unfollowed
 // redirect among them), the transfers reported, close() ending a transfer that waits on the
 // origin and awaiting the answers under way, and the requests the server refuses.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -27,7 +28,9 @@
 #include "zarvo/platform/CurlHandles.h"
 #include "zarvo/platform/UrlError.h"
 
+#include "support/MainLoopWait.h"
 #include "support/TempHome.h"
+#include "support/TestHttpServer.h"
 
 namespace zarvo {
 namespace {
@@ -220,6 +223,39 @@ protected:
     std::shared_ptr<SessionRecorder> recorder_ = std::make_shared<SessionRecorder>();
     std::shared_ptr<ResourceSession> session_;
 };
+
+// What the pipeline asks for first is read ahead: every variant, every audio rendition, the
+// default renditions, and the first subtitles, which the player plays even when none is shown.
+TEST(AssetLoaderTest, ReadsAheadTheVariantsTheAudioAndTheSubtitlesAnItemStartsWith) {
+    using Response = test::TestHttpServer::Response;
+    test::TestHttpServer origin;
+    origin.on("/master.m3u8",
+              Response::text("#EXTM3U\n"
+                             "#EXT-X-MEDIA:TYPE=AUDIO,GROUP-ID=\"a\",NAME=\"One\",DEFAULT=YES,"
+                             "URI=\"a1.m3u8\"\n"
+                             "#EXT-X-MEDIA:TYPE=AUDIO,GROUP-ID=\"a\",NAME=\"Two\",URI=\"a2.m3u8\"\n"
+                             "#EXT-X-MEDIA:TYPE=SUBTITLES,GROUP-ID=\"s\",NAME=\"First\","
+                             "URI=\"s1.m3u8\"\n"
+                             "#EXT-X-MEDIA:TYPE=SUBTITLES,GROUP-ID=\"s\",NAME=\"Second\","
+                             "URI=\"s2.m3u8\"\n"
+                             "#EXT-X-STREAM-INF:BANDWIDTH=100000,AUDIO=\"a\",SUBTITLES=\"s\"\n"
+                             "v0.m3u8\n"
+                             "#EXT-X-STREAM-INF:BANDWIDTH=200000,AUDIO=\"a\",SUBTITLES=\"s\"\n"
+                             "v1.m3u8\n"));
+    const std::vector<std::string> readAhead = {"/v0.m3u8", "/v1.m3u8", "/a1.m3u8", "/a2.m3u8",
+                                                "/s1.m3u8"};
+    for (const std::string& path : readAhead) {
+        origin.on(path, Response::text("#EXTM3U\n#EXT-X-TARGETDURATION:2\n#EXTINF:2,\nseg.ts\n"
+                                       "#EXT-X-ENDLIST\n"));
+    }
+    auto asset = UrlAsset::make(*Url::parse(origin.url("/master.m3u8")));
+    auto loader = AssetLoader::start(asset, TestEngineKey::get());
+    ASSERT_TRUE(test::waitFor([&] {
+        return std::all_of(readAhead.begin(), readAhead.end(),
+                           [&](const std::string& path) { return origin.requestCount(path) == 1; });
+    }));
+    EXPECT_EQ(origin.requestCount("/s2.m3u8"), 0u);
+}
 
 TEST_F(ResourceSessionTest, RangesAndUnknownLengthsPassThroughAndFailuresKeepTheirCause) {
     const HlsPlaylistRewriter::ByteRange range{3000, 1500};

@@ -192,10 +192,16 @@ void AssetLoader::settle(const Url& url, Fetched fetched, bool isMaster) {
             readAhead(variant.url, false);
         }
     }
+    // The player plays one subtitle rendition even while none is shown: the first, unless one
+    // is chosen. It is the last of an item's streams to get going, so its playlist waits ready.
+    bool firstSubtitles = true;
     for (const auto& rendition : info.renditions) {
-        if (rendition.url && (rendition.isDefault || rendition.type == "AUDIO")) {
+        const bool subtitles = rendition.type == "SUBTITLES";
+        if (rendition.url &&
+            (rendition.isDefault || rendition.type == "AUDIO" || (subtitles && firstSubtitles))) {
             readAhead(*rendition.url, false);
         }
+        firstSubtitles = firstSubtitles && !(subtitles && rendition.url);
     }
 }
 
