@@ -7,6 +7,7 @@
 #include "zarvo/offline/OfflineDownloadJson.h"
 #include "zarvo/platform/Json.h"
 
+#include "support/TestHttpServer.h"
 #include "zmplay/ZmplayRun.h"
 
 namespace zarvo {
@@ -74,6 +75,21 @@ TEST_F(DownloadsCommandTest, ListsAndDeletesDownloads) {
     EXPECT_EQ(unknown.status, 1);
     EXPECT_THAT(unknown.err, HasSubstr("no download with id NOPE"));
     EXPECT_EQ(FPDownloadsStore().getAllDownloads().size(), 1u);
+}
+
+TEST_F(DownloadsCommandTest, WaitingFailsWhenADownloadItRanFailed) {
+    test::TestHttpServer origin;  // every address answers 404
+    FPDownloadsStore store;
+    store.getAllDownloads();
+    auto gone = store.createWaitingDownload("gone", *Url::parse(origin.url("/gone/master.m3u8")),
+                                            std::nullopt, std::nullopt, std::nullopt, std::nullopt,
+                                            std::nullopt, {});
+    auto waited = run({"downloads", "--wait"});
+    EXPECT_EQ(waited.status, 1);
+    EXPECT_THAT(waited.out, HasSubstr("Failed " + gone->id()));
+    EXPECT_EQ(FPDownloadsStore().findFirstWithId(gone->id())->state(),
+              ZMOfflineDownloadState::failed);
+    EXPECT_EQ(run({"downloads", "--wait"}).status, 0) << "nothing left to run";
 }
 
 TEST_F(DownloadsCommandTest, MalformedCommandsPrintTheUsage) {

@@ -90,6 +90,7 @@ public:
                                      const std::shared_ptr<ZMOfflineDownload>& download,
                                      const Error& error) override {
         std::cout << "Failed " << download->id() << ": " << error.localizedDescription() << "\n";
+        failed = true;
     }
     void offlineManagerDidFind(ZMOfflineManagerProtocol&, const ZMOfflineDownload::List&) override {
     }
@@ -113,6 +114,7 @@ public:
         std::cout << "Finished " << download->id() << "\n";
     }
     bool done = false;
+    bool failed = false;  // a download that this process ran ended in failure
 };
 
 bool busy(FPDownloadsStoreProtocol& store) {
@@ -133,7 +135,7 @@ int act(const std::string& action, const std::string& id) {
         RunLoop::main().runUntilIdle();
         manager->downloader()->startNextDownload();
         RunLoop::main().runUntil([&] { return !busy(*store); }, std::chrono::hours(24));
-        return 0;
+        return reporter->failed ? 1 : 0;
     }
     if (!store->findFirstWithId(id)) {
         std::cerr << "zmplay downloads: no download with id " << id << "\n";
