@@ -60,7 +60,7 @@ public:
     void textStyleRulesChanged();
     void variantPreferencesChanged() {
         if (item_) {
-            limiter_.set(VariantLimits::of(*item_));
+            limiter_->set(DemuxerVariantLimiter::Preferences::of(*item_));
         }
     }
     std::optional<PlayerItemStatistics> statistics() const {
@@ -84,7 +84,7 @@ private:
     void videoBuffer() override;
     void elementSetUp(GstElement* element) override {
         subtitles_.adopt(element);
-        limiter_.adopt(element);
+        limiter_->adopt(element);
     }
 
     // What the current item's resource session learns.
@@ -151,7 +151,8 @@ private:
     std::uint64_t itemGeneration_ = 0;  // counts the items set, for news of streaming threads
     // These two lock themselves too: the demuxer is set up, and the frames reaching the sink
     // are counted, on streaming threads.
-    DemuxerVariantLimiter limiter_;
+    const std::shared_ptr<DemuxerVariantLimiter> limiter_ =
+        std::make_shared<DemuxerVariantLimiter>();
     PlaybackCounters counters_;
 };
 

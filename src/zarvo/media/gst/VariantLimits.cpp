@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <limits>
 
-#include "zarvo/media/model/PlayerItem.h"
-
 namespace zarvo {
 
 namespace {
@@ -66,11 +64,6 @@ VariantLimits VariantLimits::of(const std::vector<PlayerItemVariant>& variants, 
         highest > 0 ? clampedRate(static_cast<double>(highest)) : clampedRate(peakBitRate);
     limits.startBitrate = limits.maxBitrate;
     return limits;
-}
-
-VariantLimits VariantLimits::of(const PlayerItem& item) {
-    return of(item.variants(), item.preferredPeakBitRate(), item.preferredMaximumResolution(),
-              item.preferredVariantUri());
 }
 
 std::vector<PlayerItemVariant> VariantLimits::variantsOf(

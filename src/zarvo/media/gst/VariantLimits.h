@@ -13,8 +13,6 @@
 
 namespace zarvo {
 
-class PlayerItem;
-
 // The bitrate bounds that keep hlsdemux2's adaptive switching within an item's limits (a peak
 // bitrate, a largest picture) or on the one variant chosen. The demuxer picks the highest
 // variant whose BANDWIDTH lies within [min, max] of the rate it measures, capped at max. A
@@ -29,7 +27,6 @@ struct VariantLimits {
     static VariantLimits of(const std::vector<PlayerItemVariant>& variants, double peakBitRate,
                             std::pair<int, int> maximumResolution,
                             const std::optional<std::string>& chosenUri);
-    static VariantLimits of(const PlayerItem& item);
     // The variants a master offers, as an item lists them (I-frame-only ones left out).
     static std::vector<PlayerItemVariant> variantsOf(const HlsPlaylistRewriter::Result& master);
 

@@ -86,6 +86,8 @@ void PlaylistHandler::serve(LoopbackResponse& response, ResourceSession::Kind ki
     info.text.clear();
     if (kind == Kind::master && info.isMasterPlaylist) {
         loader->masterRead(info);
+        session_.notifyNow(
+            [&](ResourceSession::Observer& observer) { observer.masterServing(info); });
     }
     ResourceSession::PlaylistServed served{kind, url, std::move(info)};
     remember(served);

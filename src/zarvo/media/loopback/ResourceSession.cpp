@@ -194,6 +194,12 @@ void ResourceSession::notify(std::function<void(Observer&)> call) {
     });
 }
 
+void ResourceSession::notifyNow(const std::function<void(Observer&)>& call) {
+    if (auto strong = observer_.lock()) {
+        call(*strong);
+    }
+}
+
 void ResourceSession::recordFailure(const Error& error) {
     std::lock_guard lock(mutex_);
     lastFailure_ = error;

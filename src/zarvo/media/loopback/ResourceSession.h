@@ -74,6 +74,10 @@ public:
         virtual void transferred(const Transfer& transfer) = 0;
         // A failure that ends the playback (a content key that could not be had).
         virtual void failed(const Error& error) = 0;
+        // On the server's thread, before the master goes out to the pipeline: what it offers,
+        // for what must be in place before the pipeline reads it. Quick; it calls nothing of
+        // the session.
+        virtual void masterServing(const HlsPlaylistRewriter::Result& master) { (void)master; }
     };
 
     static std::shared_ptr<ResourceSession> open(std::shared_ptr<UrlAsset> asset,
@@ -151,6 +155,8 @@ private:
     bool waitUntil(const std::function<bool()>& done);
     void wake() { changed_.notify_all(); }
     void notify(std::function<void(Observer&)> call);
+    // Calls the observer on this thread, now.
+    void notifyNow(const std::function<void(Observer&)>& call);
     void recordFailure(const Error& error);
     // A failure that asking again cannot mend: it ends the playback.
     void failPlayback(const Error& error);
