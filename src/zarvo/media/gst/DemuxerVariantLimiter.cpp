@@ -21,19 +21,21 @@ void DemuxerVariantLimiter::adopt(GstElement* element) {
     applyLocked();
 }
 
-void DemuxerVariantLimiter::set(const Preferences& preferences) {
+void DemuxerVariantLimiter::set(const PlayerItem& item) {
     std::lock_guard lock(mutex_);
-    preferences_ = preferences;
+    preferences_ = Preferences::of(item);
     applyLocked();
 }
 
-std::uint64_t DemuxerVariantLimiter::reset(const Preferences& preferences) {
+ResourceSession::MasterServing DemuxerVariantLimiter::reset(const PlayerItem& item) {
     GstRef<GstElement> demuxer;  // unreferenced once the lock is released
     std::lock_guard lock(mutex_);
     demuxer = std::move(demuxer_);
-    preferences_ = preferences;
+    preferences_ = Preferences::of(item);
     variants_.clear();
-    return ++item_;
+    return [self = shared_from_this(), item = ++item_](const HlsPlaylistRewriter::Result& master) {
+        self->setVariants(item, VariantLimits::variantsOf(master));
+    };
 }
 
 void DemuxerVariantLimiter::setVariants(std::uint64_t item,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -11,6 +12,7 @@
 
 #include "zarvo/media/gst/GstHandle.h"
 #include "zarvo/media/gst/VariantLimits.h"
+#include "zarvo/media/loopback/ResourceSession.h"
 
 namespace zarvo {
 
@@ -20,8 +22,18 @@ class PlayerItem;
 // preferences (set on the main thread) and the variants of its master, which the resource
 // session hands over on its own thread before the master goes out: the demuxer, made once it
 // has read the master, picks its first variant within them.
-class DemuxerVariantLimiter {
+class DemuxerVariantLimiter : public std::enable_shared_from_this<DemuxerVariantLimiter> {
 public:
+    // Any thread: `element` was set up in the pipeline.
+    void adopt(GstElement* element);
+    // The current item's preferences (peak bitrate, largest picture, chosen variant) changed.
+    void set(const PlayerItem& item);
+    // A new item: the last one's demuxer and variants go, and `item` is held to its
+    // preferences. Returns what the item's resource session calls with its master; a master of
+    // an item that has since been replaced changes nothing.
+    ResourceSession::MasterServing reset(const PlayerItem& item);
+
+private:
     struct Preferences {
         double peakBitRate = 0;
         std::pair<int, int> maximumResolution{0, 0};
@@ -30,18 +42,7 @@ public:
         static Preferences of(const PlayerItem& item);
     };
 
-    // Any thread: `element` was set up in the pipeline.
-    void adopt(GstElement* element);
-    // The current item's preferences changed.
-    void set(const Preferences& preferences);
-    // A new item: the last one's demuxer and variants go, and the next one is held to
-    // `preferences`. Returns the number that the new item's variants come with.
-    std::uint64_t reset(const Preferences& preferences);
-    // Any thread: the variants of item `item`'s master, which is about to be served; those of
-    // an item that has since been replaced are ignored.
     void setVariants(std::uint64_t item, std::vector<PlayerItemVariant> variants);
-
-private:
     void applyLocked();
 
     std::mutex mutex_;

@@ -18,9 +18,7 @@ namespace zarvo {
 // still on its way when the next item comes is dropped with the observer.
 class GstPlayback::ItemObserver final : public ResourceSession::Observer {
 public:
-    ItemObserver(std::weak_ptr<GstPlayback> playback,
-                 std::shared_ptr<DemuxerVariantLimiter> limiter, std::uint64_t item)
-        : playback_(std::move(playback)), limiter_(std::move(limiter)), item_(item) {}
+    explicit ItemObserver(std::weak_ptr<GstPlayback> playback) : playback_(std::move(playback)) {}
     void playlistServed(const ResourceSession::PlaylistServed& served) override {
         if (auto playback = playback_.lock()) {
             playback->playlistServed(served);
@@ -36,16 +34,9 @@ public:
             playback->failItem(error);
         }
     }
-    // The demuxer, made once it has read the master, picks its first variant within the
-    // limits: they must know the variants by then.
-    void masterServing(const HlsPlaylistRewriter::Result& master) override {
-        limiter_->setVariants(item_, VariantLimits::variantsOf(master));
-    }
 
 private:
     const std::weak_ptr<GstPlayback> playback_;
-    const std::shared_ptr<DemuxerVariantLimiter> limiter_;
-    const std::uint64_t item_;
 };
 
 std::shared_ptr<GstPlayback> GstPlayback::make(std::weak_ptr<Player> player, MediaEngineKey key) {
@@ -83,9 +74,9 @@ void GstPlayback::setItem(const std::shared_ptr<PlayerItem>& item) {
         loader = AssetLoader::start(asset, key_);
         asset->setEngineState(key_, loader);
     }
-    const std::uint64_t limited = limiter_->reset(DemuxerVariantLimiter::Preferences::of(*item_));
-    itemObserver_ = std::make_shared<ItemObserver>(weak_from_this(), limiter_, limited);
-    resources_ = ResourceSession::open(asset, loader, itemObserver_, DispatchQueue::main());
+    itemObserver_ = std::make_shared<ItemObserver>(weak_from_this());
+    resources_ = ResourceSession::open(asset, loader, itemObserver_, DispatchQueue::main(),
+                                       limiter_->reset(*item_));
     seeks_->reset(resources_->transferGate());
     {
         std::lock_guard lock(mutex_);

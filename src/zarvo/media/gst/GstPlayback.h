@@ -60,7 +60,7 @@ public:
     void textStyleRulesChanged();
     void variantPreferencesChanged() {
         if (item_) {
-            limiter_->set(DemuxerVariantLimiter::Preferences::of(*item_));
+            limiter_->set(*item_);
         }
     }
     std::optional<PlayerItemStatistics> statistics() const {

@@ -86,8 +86,9 @@ void PlaylistHandler::serve(LoopbackResponse& response, ResourceSession::Kind ki
     info.text.clear();
     if (kind == Kind::master && info.isMasterPlaylist) {
         loader->masterRead(info);
-        session_.notifyNow(
-            [&](ResourceSession::Observer& observer) { observer.masterServing(info); });
+        if (session_.masterServing_) {
+            session_.masterServing_(info);
+        }
     }
     ResourceSession::PlaylistServed served{kind, url, std::move(info)};
     remember(served);

@@ -45,9 +45,11 @@ std::string safeName(const Url& url, ResourceSession::Kind kind) {
 std::shared_ptr<ResourceSession> ResourceSession::open(std::shared_ptr<UrlAsset> asset,
                                                        std::shared_ptr<AssetLoader> loader,
                                                        std::weak_ptr<Observer> observer,
-                                                       std::shared_ptr<DispatchQueue> queue) {
+                                                       std::shared_ptr<DispatchQueue> queue,
+                                                       MasterServing masterServing) {
     auto session = std::make_shared<ResourceSession>(Token{}, std::move(asset), std::move(loader),
                                                      std::move(observer), std::move(queue));
+    session->masterServing_ = std::move(masterServing);
     auto& server = ResourceServer::shared();
     session->token_ = ResourceServer::newToken();
     session->base_ = server.baseUrl() + "/" + session->token_;
@@ -192,12 +194,6 @@ void ResourceSession::notify(std::function<void(Observer&)> call) {
             call(*strong);
         }
     });
-}
-
-void ResourceSession::notifyNow(const std::function<void(Observer&)>& call) {
-    if (auto strong = observer_.lock()) {
-        call(*strong);
-    }
 }
 
 void ResourceSession::recordFailure(const Error& error) {

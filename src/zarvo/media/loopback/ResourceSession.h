@@ -74,16 +74,17 @@ public:
         virtual void transferred(const Transfer& transfer) = 0;
         // A failure that ends the playback (a content key that could not be had).
         virtual void failed(const Error& error) = 0;
-        // On the server's thread, before the master goes out to the pipeline: what it offers,
-        // for what must be in place before the pipeline reads it. Quick; it calls nothing of
-        // the session.
-        virtual void masterServing(const HlsPlaylistRewriter::Result& master) { (void)master; }
     };
+    // Called on the server's thread with what the master offers, before it goes out to the
+    // pipeline: for what must be in place before the pipeline reads it. Quick; it calls nothing
+    // of the session.
+    using MasterServing = std::function<void(const HlsPlaylistRewriter::Result& master)>;
 
     static std::shared_ptr<ResourceSession> open(std::shared_ptr<UrlAsset> asset,
                                                  std::shared_ptr<AssetLoader> loader,
                                                  std::weak_ptr<Observer> observer,
-                                                 std::shared_ptr<DispatchQueue> observerQueue);
+                                                 std::shared_ptr<DispatchQueue> observerQueue,
+                                                 MasterServing masterServing = {});
     ~ResourceSession();
     ResourceSession(const ResourceSession&) = delete;
     ResourceSession& operator=(const ResourceSession&) = delete;
@@ -155,8 +156,6 @@ private:
     bool waitUntil(const std::function<bool()>& done);
     void wake() { changed_.notify_all(); }
     void notify(std::function<void(Observer&)> call);
-    // Calls the observer on this thread, now.
-    void notifyNow(const std::function<void(Observer&)>& call);
     void recordFailure(const Error& error);
     // A failure that asking again cannot mend: it ends the playback.
     void failPlayback(const Error& error);
@@ -169,6 +168,7 @@ private:
     const std::shared_ptr<AssetLoader> loader_;
     const std::weak_ptr<Observer> observer_;
     const std::shared_ptr<DispatchQueue> observerQueue_;
+    MasterServing masterServing_;  // set before the session is reachable
     const std::shared_ptr<DirectUrlConnections> connections_;  // to origins, for segments
     const std::shared_ptr<TransferGate> gate_;
     const std::unique_ptr<PlaylistHandler> playlists_;
