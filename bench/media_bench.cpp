@@ -724,6 +724,25 @@ std::optional<double> third(const std::vector<std::vector<ChildRun>>& runs,
     return runs.size() > 2 ? std::optional(figure(runs[2])) : std::nullopt;
 }
 
+// A contender and the name its figures go under.
+struct Named {
+    Contender contender;
+    std::string name;
+};
+
+// Two contenders in fresh processes, in `mode`: the median of the seconds each printed, in
+// milliseconds as ms_<name>, and the first's over the second's as `ratio`.
+void reportPair(benchmark::State& state, const std::string& mode, const Named& first,
+                const Named& second, const std::string& ratio = "ratio") {
+    if (auto runs = rotateChildren(state, mode, {first.contender, second.contender})) {
+        const double one = median((*runs)[0], &ChildRun::value) * 1000;
+        const double other = median((*runs)[1], &ChildRun::value) * 1000;
+        state.counters["ms_" + first.name] = one;
+        state.counters["ms_" + second.name] = other;
+        state.counters[ratio] = other > 0 ? one / other : 0;
+    }
+}
+
 void BM_FirstFrameFreshProcess(benchmark::State& state) {
     if (auto runs = rotateChildren(state, "first-frame", peers("libmpv"))) {
         auto ms = [](const std::vector<ChildRun>& each) {
@@ -740,13 +759,8 @@ void BM_FirstFrameFreshProcessPlayerMadeFirst(benchmark::State& state) {
         state.SkipWithError("libmpv is not built in");
         return;
     }
-    if (auto runs = rotateChildren(state, "first-frame-player-made-first", {{"sdk"}, {"libmpv"}})) {
-        const double sdk = median((*runs)[0], &ChildRun::value) * 1000;
-        const double mpv = median((*runs)[1], &ChildRun::value) * 1000;
-        state.counters["ms_sdk"] = sdk;
-        state.counters["ms_mpv"] = mpv;
-        state.counters["ratio_mpv"] = mpv > 0 ? sdk / mpv : 0;
-    }
+    reportPair(state, "first-frame-player-made-first", {{"sdk"}, "sdk"}, {{"libmpv"}, "mpv"},
+               "ratio_mpv");
 }
 BENCHMARK(BM_FirstFrameFreshProcessPlayerMadeFirst)->Iterations(6)->Unit(benchmark::kMillisecond);
 
@@ -777,28 +791,16 @@ BENCHMARK_CAPTURE(BM_WholeVodCpuAndPeakRss, fullhd_1080p50, fullHdVod)
 
 // ZMPlayer (with a delegate) against the engine's Player, both in fresh processes.
 void BM_FacadeFirstFrameFreshProcess(benchmark::State& state) {
-    if (auto runs = rotateChildren(state, "first-frame", {{"zmplayer"}, {"sdk"}})) {
-        const double facade = median((*runs)[0], &ChildRun::value) * 1000;
-        const double engine = median((*runs)[1], &ChildRun::value) * 1000;
-        state.counters["ms_zmplayer"] = facade;
-        state.counters["ms_player"] = engine;
-        state.counters["ratio"] = engine > 0 ? facade / engine : 0;
-    }
+    reportPair(state, "first-frame", {{"zmplayer"}, "zmplayer"}, {{"sdk"}, "player"});
 }
 BENCHMARK(BM_FacadeFirstFrameFreshProcess)->Iterations(10)->Unit(benchmark::kMillisecond);
 
 // The protected VOD (keys from the origin's certificate and licence endpoints) against the same
 // VOD in the clear, both through ZMPlayer in fresh processes.
 void BM_ProtectedFirstFrameFreshProcess(benchmark::State& state) {
-    if (auto runs =
-            rotateChildren(state, "first-frame",
-                           {{"zmplayer-protected", "/protected/master.m3u8"}, {"zmplayer"}})) {
-        const double keyed = median((*runs)[0], &ChildRun::value) * 1000;
-        const double clear = median((*runs)[1], &ChildRun::value) * 1000;
-        state.counters["ms_protected"] = keyed;
-        state.counters["ms_clear"] = clear;
-        state.counters["ratio"] = clear > 0 ? keyed / clear : 0;
-    }
+    reportPair(state, "first-frame",
+               {{"zmplayer-protected", "/protected/master.m3u8"}, "protected"},
+               {{"zmplayer"}, "clear"});
 }
 BENCHMARK(BM_ProtectedFirstFrameFreshProcess)->Iterations(10)->Unit(benchmark::kMillisecond);
 
