@@ -33,9 +33,14 @@ ResourceSession::MasterServing DemuxerVariantLimiter::reset(const PlayerItem& it
     demuxer = std::move(demuxer_);
     preferences_ = Preferences::of(item);
     variants_.clear();
-    return [self = shared_from_this(), item = ++item_](const HlsPlaylistRewriter::Result& master) {
-        self->setVariants(item, VariantLimits::variantsOf(master));
-    };
+    // Held weakly: a session that outlives its playback keeps neither the limiter nor the
+    // demuxer it holds.
+    return
+        [weakSelf = weak_from_this(), item = ++item_](const HlsPlaylistRewriter::Result& master) {
+            if (auto self = weakSelf.lock()) {
+                self->setVariants(item, VariantLimits::variantsOf(master));
+            }
+        };
 }
 
 void DemuxerVariantLimiter::setVariants(std::uint64_t item,
