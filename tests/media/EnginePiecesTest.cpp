@@ -184,6 +184,22 @@ TEST_F(SeekControllerTest, OneSeekInFlightAndTheLatestWaitingReplacesTheOthers) 
     EXPECT_EQ(pipeline->finished, (std::vector<std::uint64_t>{1, 3}));
 }
 
+// An item's start point is sought unless playback stands there or a host's seek waits.
+TEST_F(SeekControllerTest, TheStartPointIsSoughtUnlessPlaybackIsThereOrTheHostSeeks) {
+    seeks->reset();
+    EXPECT_FALSE(seeks->startAt(std::nullopt));
+    EXPECT_FALSE(seeks->startAt(SeekController::Seek{std::nullopt, MediaTime::make(7, 1), true}));
+    EXPECT_TRUE(pipeline->sent.empty()) << "playback stands at 7 s already";
+    seeks->defer({1, MediaTime::make(2, 1), false});
+    EXPECT_FALSE(seeks->startAt(SeekController::Seek{std::nullopt, MediaTime::make(30, 1), true}));
+    EXPECT_TRUE(pipeline->sent.empty()) << "the host's seek goes first";
+    seeks->reset();
+    EXPECT_TRUE(seeks->startAt(SeekController::Seek{std::nullopt, MediaTime::make(30, 1), true}));
+    EXPECT_EQ(pipeline->sent, std::vector<double>{30});
+    EXPECT_EQ(seeks->target().seconds(), 30);
+    EXPECT_TRUE(pipeline->finished.empty()) << "no host's seek to finish";
+}
+
 TEST_F(SeekControllerTest, ARefusedSeekEndsAtOnceAndAFailedItemDropsTheWaitingOne) {
     pipeline->refuse = true;
     seeks->request({5, MediaTime::make(3, 1), true});

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 
 #include "zarvo/media/loopback/AssetLoader.h"
 #include "zarvo/media/model/MediaError.h"
@@ -222,6 +221,9 @@ void GstPlayback::playlistServed(const ResourceSession::PlaylistServed& served) 
     // The main media playlist: the asset's own URL when it has no master.
     if (!std::exchange(startRead_, true)) {
         startSeek_ = SeekController::toStartOf(served.info);
+        if (prerolled_) {  // the pipeline prerolled before this news came: it goes there now
+            seeks_->startAt(std::exchange(startSeek_, std::nullopt));
+        }
         applyTargetState();
     }
     timeline_.add(served.info.segments);
@@ -423,14 +425,8 @@ void GstPlayback::failItem(const Error& error) {
 void GstPlayback::prerolled() {
     // The playlist's start point first (unless the host has asked for a seek): the item is ready
     // once that seek has prerolled, and this runs again then.
-    if (auto start = std::exchange(startSeek_, std::nullopt);
-        start && !seeks_->hasPending() &&
-        std::fabs(start->time.seconds() - currentPosition().seconds()) > 0.001) {
-        seeks_->setTarget(start->time);
-        seeks_->send(start->time, start->exact, std::nullopt);
-        if (seeks_->inFlight()) {
-            return;
-        }
+    if (seeks_->startAt(std::exchange(startSeek_, std::nullopt))) {
+        return;
     }
     prerolled_ = true;
     updateDuration();

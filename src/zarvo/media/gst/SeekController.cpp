@@ -1,6 +1,7 @@
 #include "zarvo/media/gst/SeekController.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "zarvo/media/loopback/TransferGate.h"
@@ -36,6 +37,17 @@ std::optional<SeekController::Seek> SeekController::toStartOf(
     constexpr std::int32_t nanosecondTimescale = 1000000000;
     return Seek{std::nullopt, MediaTime::make(position, nanosecondTimescale),
                 playlist.start->precise};
+}
+
+bool SeekController::startAt(const std::optional<Seek>& start) {
+    auto pipeline = pipeline_.lock();
+    if (!start || !pipeline || hasPending() ||
+        std::fabs(start->time.seconds() - pipeline->position().seconds()) <= 0.001) {
+        return false;
+    }
+    setTarget(start->time);
+    send(start->time, start->exact, std::nullopt);
+    return inFlight();
 }
 
 void SeekController::reset(std::shared_ptr<TransferGate> gate) {

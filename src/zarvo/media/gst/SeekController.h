@@ -53,6 +53,9 @@ public:
     void request(Seek seek);
     // Sends now, or holds while segment bodies move; `id` is the host's seek, if any.
     void send(MediaTime time, bool exact, std::optional<std::uint64_t> id);
+    // Sends `start`, an item's start point, unless a host's seek waits or playback stands there
+    // already; whether a seek is in flight.
+    bool startAt(const std::optional<Seek>& start);
     void sendPending();
     // Whether an ASYNC_DONE numbered `seqnum` is the preroll of the seek in flight (with
     // `orNone`, also when none is): if so, that seek is no longer in flight.
