@@ -65,6 +65,14 @@ void SubtitleStyling::adopt(GstElement* element) {
     if (name != "subtitleoverlay" && name != "textoverlay") {
         return;
     }
+    if (name == "subtitleoverlay") {
+        if (GstRef<GstPad> input(gst_element_get_static_pad(element, "subtitle_sink")); input) {
+            gst_pad_add_probe(input.get(),
+                              static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER |
+                                                           GST_PAD_PROBE_TYPE_BUFFER_LIST),
+                              dropUnrenderedText, nullptr, nullptr);
+        }
+    }
     {
         std::lock_guard lock(mutex_);
         overlays_.push_back(retainGst(element));
@@ -86,6 +94,20 @@ void SubtitleStyling::forgetOverlays() {
         std::lock_guard lock(mutex_);
         overlays.swap(overlays_);
     }
+}
+
+// A silent subtitle overlay that has no renderer yet passes the video through and leaves its
+// subtitle input connected to nothing. The first cue pushed there would come back "not linked",
+// which stops the queue in front of it for good; when the text stream's end then reaches that
+// queue, it posts a stream error, which can beat the end of playback to the bus and fail an
+// item that played to its end. Cues with nowhere to go are dropped here instead. Once the
+// subtitles are shown, the overlay makes its renderer and the cues go through again.
+GstPadProbeReturn SubtitleStyling::dropUnrenderedText(GstPad* pad, GstPadProbeInfo*, gpointer) {
+    if (!GST_IS_GHOST_PAD(pad)) {
+        return GST_PAD_PROBE_OK;
+    }
+    GstRef<GstPad> target(gst_ghost_pad_get_target(GST_GHOST_PAD(pad)));
+    return target ? GST_PAD_PROBE_OK : GST_PAD_PROBE_DROP;
 }
 
 SubtitleStyling::Style SubtitleStyling::style() const {

@@ -42,6 +42,7 @@ private:
     Style style() const;
     void restyle();
     static void apply(GstElement* element, const Style& style);
+    static GstPadProbeReturn dropUnrenderedText(GstPad* pad, GstPadProbeInfo*, gpointer);
 
     mutable std::mutex mutex_;
     bool shown_ = false;
