@@ -1,10 +1,10 @@
-// The pieces of the GStreamer engine, most of which decide without a pipeline:
-// which streams to select, what status a playback reports, how subtitles are
-// styled, how seeks are paced and what bounds keep adaptive switching within an
-// item's limits.
+// The pieces of the GStreamer engine, most of which decide without a pipeline: which streams to
+// select, what status a playback reports, how subtitles are styled, how seeks are paced, what
+// bounds keep adaptive switching within an item's limits, and how many threads a decoder gets.
 #include <gtest/gtest.h>
 
 #include "zarvo/media/gst/BusStatusMapper.h"
+#include "zarvo/media/gst/DecoderThreads.h"
 #include "zarvo/media/gst/GstHandle.h"
 #include "zarvo/media/gst/GstPipelineSinks.h"
 #include "zarvo/media/gst/SeekController.h"
@@ -22,9 +22,9 @@ using Type = StreamSelection::Type;
 using Rendition = MediaSelectionOption::Rendition;
 
 Rendition rendition(std::string name) {
-  Rendition r;
-  r.name = std::move(name);
-  return r;
+    Rendition r;
+    r.name = std::move(name);
+    return r;
 }
 
 const std::vector<StreamSelection::Stream> collection = {
@@ -34,277 +34,275 @@ const std::vector<StreamSelection::Stream> collection = {
     {"hls/audio-French-AD", Type::audio}};
 
 TEST(StreamSelectionTest, PicksVideoTheWantedRenditionsAndFallsBackToTheFirst) {
-  using V = std::vector<std::string>;
-  EXPECT_EQ(StreamSelection::choose(collection, {}, {}),
-            (V{"hls/video-0", "hls/audio-English", "hls/text-English"}));
-  EXPECT_EQ(StreamSelection::choose(
-                collection, {rendition("French"), rendition("Deutsch")}, {}),
-            (V{"hls/video-0", "hls/audio-French", "hls/text-Deutsch"}));
-  // A name that is only the end of another id does not match it.
-  EXPECT_EQ(
-      StreamSelection::choose(collection, {rendition("AD"), std::nullopt}, {}),
-      (V{"hls/video-0", "hls/audio-English", "hls/text-English"}));
-  EXPECT_EQ(StreamSelection::choose(collection,
-                                    {rendition("Klingon"), std::nullopt}, {}),
-            (V{"hls/video-0", "hls/audio-English", "hls/text-English"}));
-  EXPECT_TRUE(
-      StreamSelection::matches("audio-French", "audio-", rendition("French")));
-  EXPECT_FALSE(
-      StreamSelection::matches("xaudio-French", "audio-", rendition("French")));
+    using V = std::vector<std::string>;
+    EXPECT_EQ(StreamSelection::choose(collection, {}, {}),
+              (V{"hls/video-0", "hls/audio-English", "hls/text-English"}));
+    EXPECT_EQ(StreamSelection::choose(collection, {rendition("French"), rendition("Deutsch")}, {}),
+              (V{"hls/video-0", "hls/audio-French", "hls/text-Deutsch"}));
+    // A name that is only the end of another id does not match it.
+    EXPECT_EQ(StreamSelection::choose(collection, {rendition("AD"), std::nullopt}, {}),
+              (V{"hls/video-0", "hls/audio-English", "hls/text-English"}));
+    EXPECT_EQ(StreamSelection::choose(collection, {rendition("Klingon"), std::nullopt}, {}),
+              (V{"hls/video-0", "hls/audio-English", "hls/text-English"}));
+    EXPECT_TRUE(StreamSelection::matches("audio-French", "audio-", rendition("French")));
+    EXPECT_FALSE(StreamSelection::matches("xaudio-French", "audio-", rendition("French")));
 }
 
 TEST(StreamSelectionTest, SubtitlesTurnedOffKeepTheTextStreamThatWasPlaying) {
-  const std::vector<std::string> before = {"hls/audio-English",
-                                           "hls/text-Deutsch", "hls/video-0"};
-  const auto chosen = StreamSelection::choose(collection, {}, before);
-  EXPECT_EQ(chosen.back(), "hls/text-Deutsch");
-  EXPECT_EQ(StreamSelection::choose({{"v", Type::video}},
-                                    {rendition("x"), rendition("y")}, {}),
-            std::vector<std::string>{"v"});
+    const std::vector<std::string> before = {"hls/audio-English", "hls/text-Deutsch",
+                                             "hls/video-0"};
+    const auto chosen = StreamSelection::choose(collection, {}, before);
+    EXPECT_EQ(chosen.back(), "hls/text-Deutsch");
+    EXPECT_EQ(StreamSelection::choose({{"v", Type::video}}, {rendition("x"), rendition("y")}, {}),
+              std::vector<std::string>{"v"});
 }
 
 TEST(BusStatusMapperTest, ReportsTheFirstReasonThatHoldsPlaybackBack) {
-  using Status = Player::TimeControlStatus;
-  using Reason = Player::WaitingReason;
-  BusStatusMapper::Facts facts;
-  facts.rate = 1;
-  facts.hasItem = true;
-  facts.prerolled = true;
-  facts.state = GST_STATE_PLAYING;
-  const auto playing =
-      BusStatusMapper::TimeControl{Status::playing, std::nullopt};
-  EXPECT_EQ(BusStatusMapper::timeControl(facts), playing);
+    using Status = Player::TimeControlStatus;
+    using Reason = Player::WaitingReason;
+    BusStatusMapper::Facts facts;
+    facts.rate = 1;
+    facts.hasItem = true;
+    facts.prerolled = true;
+    facts.state = GST_STATE_PLAYING;
+    const auto playing = BusStatusMapper::TimeControl{Status::playing, std::nullopt};
+    EXPECT_EQ(BusStatusMapper::timeControl(facts), playing);
 
-  auto with = [&](auto change) {
-    auto changed = facts;
-    change(changed);
-    return BusStatusMapper::timeControl(changed);
-  };
-  const auto waiting = [](Reason reason) {
-    return BusStatusMapper::TimeControl{Status::waitingToPlayAtSpecifiedRate,
-                                        reason};
-  };
-  EXPECT_EQ(with([](auto &f) { f.rate = 0; }).status, Status::paused);
-  EXPECT_EQ(with([](auto &f) { f.stopped = true; }).status, Status::paused);
-  EXPECT_EQ(with([](auto &f) { f.hasItem = false; }),
-            waiting(Reason::noItemToPlay));
-  EXPECT_EQ(with([](auto &f) { f.prerolled = false; }),
-            waiting(Reason::evaluatingBufferingRate));
-  EXPECT_EQ(with([](auto &f) { f.seeking = f.buffering = true; }),
-            waiting(Reason::seeking));
-  EXPECT_EQ(with([](auto &f) { f.buffering = true; }),
-            waiting(Reason::toMinimizeStalls));
-  // On the way back to playing after a pause that never took effect: still
-  // playing.
-  auto resuming = [&](Status reported) {
-    return with([&](auto &f) {
-      f.state = GST_STATE_PAUSED;
-      f.pending = GST_STATE_PLAYING;
-      f.reported.status = reported;
-    });
-  };
-  EXPECT_EQ(resuming(Status::playing), playing);
-  EXPECT_EQ(resuming(Status::paused), waiting(Reason::evaluatingBufferingRate));
+    auto with = [&](auto change) {
+        auto changed = facts;
+        change(changed);
+        return BusStatusMapper::timeControl(changed);
+    };
+    const auto waiting = [](Reason reason) {
+        return BusStatusMapper::TimeControl{Status::waitingToPlayAtSpecifiedRate, reason};
+    };
+    EXPECT_EQ(with([](auto& f) { f.rate = 0; }).status, Status::paused);
+    EXPECT_EQ(with([](auto& f) { f.stopped = true; }).status, Status::paused);
+    EXPECT_EQ(with([](auto& f) { f.hasItem = false; }), waiting(Reason::noItemToPlay));
+    EXPECT_EQ(with([](auto& f) { f.prerolled = false; }), waiting(Reason::evaluatingBufferingRate));
+    EXPECT_EQ(with([](auto& f) { f.seeking = f.buffering = true; }), waiting(Reason::seeking));
+    EXPECT_EQ(with([](auto& f) { f.buffering = true; }), waiting(Reason::toMinimizeStalls));
+    // On the way back to playing after a pause that never took effect: still playing.
+    auto resuming = [&](Status reported) {
+        return with([&](auto& f) {
+            f.state = GST_STATE_PAUSED;
+            f.pending = GST_STATE_PLAYING;
+            f.reported.status = reported;
+        });
+    };
+    EXPECT_EQ(resuming(Status::playing), playing);
+    EXPECT_EQ(resuming(Status::paused), waiting(Reason::evaluatingBufferingRate));
 }
 
-TEST(VariantLimitsTest,
-     CapsPickTheHighestVariantWithinThemAndAChosenOneIsFixed) {
-  const std::vector<PlayerItemVariant> variants = {
-      {.uri = "v0", .bandwidth = 400000, .width = 320, .height = 180},
-      {.uri = "v1", .bandwidth = 600000, .width = 480, .height = 270},
-      {.uri = "v2", .bandwidth = 1000000, .width = 640, .height = 360},
-  };
-  const auto none = std::pair{0, 0};
-  EXPECT_EQ(VariantLimits::of(variants, 0, none, std::nullopt),
-            VariantLimits{});
-  // A bitrate cap alone is handed on as it is; a size cap becomes the bitrate
-  // of the highest variant that fits both.
-  EXPECT_EQ(VariantLimits::of(variants, 700000, none, std::nullopt),
-            (VariantLimits{.maxBitrate = 700000, .startBitrate = 700000}));
-  EXPECT_EQ(VariantLimits::of(variants, 0, {500, 300}, std::nullopt),
-            (VariantLimits{.maxBitrate = 600000, .startBitrate = 600000}));
-  EXPECT_EQ(VariantLimits::of(variants, 500000, {1920, 1080}, std::nullopt),
-            (VariantLimits{.maxBitrate = 400000, .startBitrate = 400000}));
-  // Nothing fits: the lowest variant plays.
-  EXPECT_EQ(VariantLimits::of(variants, 0, {100, 100}, std::nullopt),
-            (VariantLimits{.maxBitrate = 400000, .startBitrate = 400000}));
-  // A chosen variant wins over the caps and does not follow the measured rate.
-  EXPECT_EQ(VariantLimits::of(variants, 500000, {320, 180}, "v2"),
-            (VariantLimits{.minBitrate = 1000000,
-                           .maxBitrate = 1000000,
-                           .connectionBitrate = 1000000,
-                           .startBitrate = 1000000}));
-  // One the item does not offer leaves switching to the caps.
-  EXPECT_EQ(VariantLimits::of(variants, 500000, none, "v9"),
-            (VariantLimits{.maxBitrate = 500000, .startBitrate = 500000}));
+TEST(VariantLimitsTest, CapsPickTheHighestVariantWithinThemAndAChosenOneIsFixed) {
+    const std::vector<PlayerItemVariant> variants = {
+        {.uri = "v0", .bandwidth = 400000, .width = 320, .height = 180},
+        {.uri = "v1", .bandwidth = 600000, .width = 480, .height = 270},
+        {.uri = "v2", .bandwidth = 1000000, .width = 640, .height = 360},
+    };
+    const auto none = std::pair{0, 0};
+    EXPECT_EQ(VariantLimits::of(variants, 0, none, std::nullopt), VariantLimits{});
+    // A bitrate cap alone is handed on as it is; a size cap becomes the bitrate of the highest
+    // variant that fits both.
+    EXPECT_EQ(VariantLimits::of(variants, 700000, none, std::nullopt),
+              (VariantLimits{.maxBitrate = 700000, .startBitrate = 700000}));
+    EXPECT_EQ(VariantLimits::of(variants, 0, {500, 300}, std::nullopt),
+              (VariantLimits{.maxBitrate = 600000, .startBitrate = 600000}));
+    EXPECT_EQ(VariantLimits::of(variants, 500000, {1920, 1080}, std::nullopt),
+              (VariantLimits{.maxBitrate = 400000, .startBitrate = 400000}));
+    // Nothing fits: the lowest variant plays.
+    EXPECT_EQ(VariantLimits::of(variants, 0, {100, 100}, std::nullopt),
+              (VariantLimits{.maxBitrate = 400000, .startBitrate = 400000}));
+    // A chosen variant wins over the caps and does not follow the measured rate.
+    EXPECT_EQ(VariantLimits::of(variants, 500000, {320, 180}, "v2"),
+              (VariantLimits{.minBitrate = 1000000,
+                             .maxBitrate = 1000000,
+                             .connectionBitrate = 1000000,
+                             .startBitrate = 1000000}));
+    // One the item does not offer leaves switching to the caps.
+    EXPECT_EQ(VariantLimits::of(variants, 500000, none, "v9"),
+              (VariantLimits{.maxBitrate = 500000, .startBitrate = 500000}));
 }
 
 TEST(SubtitleStylingTest, LaterRulesWinAndColoursScaleToBytes) {
-  EXPECT_EQ(SubtitleStyling::fontDescription({}), "Sans 18");
-  TextStyleRule big;
-  big.relativeFontSize = 150;
-  big.bold = true;
-  TextStyleRule serif;
-  serif.fontFamilyName = "Serif";
-  serif.italic = true;
-  EXPECT_EQ(SubtitleStyling::fontDescription({big, serif}),
-            "Serif Bold Italic 27");
-  TextStyleRule tiny;
-  tiny.relativeFontSize = 0;
-  EXPECT_EQ(SubtitleStyling::fontDescription({tiny}), "Sans 1");
-  EXPECT_EQ(SubtitleStyling::argb({1, 0, 0.5, 1}), 0xffff0080u);
-  EXPECT_EQ(SubtitleStyling::argb({2, -1, 0, 0.5}), 0x80ff0000u);
+    EXPECT_EQ(SubtitleStyling::fontDescription({}), "Sans 18");
+    TextStyleRule big;
+    big.relativeFontSize = 150;
+    big.bold = true;
+    TextStyleRule serif;
+    serif.fontFamilyName = "Serif";
+    serif.italic = true;
+    EXPECT_EQ(SubtitleStyling::fontDescription({big, serif}), "Serif Bold Italic 27");
+    TextStyleRule tiny;
+    tiny.relativeFontSize = 0;
+    EXPECT_EQ(SubtitleStyling::fontDescription({tiny}), "Sans 1");
+    EXPECT_EQ(SubtitleStyling::argb({1, 0, 0.5, 1}), 0xffff0080u);
+    EXPECT_EQ(SubtitleStyling::argb({2, -1, 0, 0.5}), 0x80ff0000u);
 }
 
-// Hidden subtitles leave a subtitle overlay without a renderer, passing the
-// video through. The cues that still reach it must not stop the queue in front
-// of it: that queue's end of stream would then fail a pipeline that played to
-// its end.
-TEST(SubtitleStylingTest,
-     CuesOfHiddenSubtitlesEndWithTheirStreamAndNotWithAnError) {
-  GstPipelineSinks::initialize();
-  GError *error = nullptr;
-  auto pipeline = retainGst(gst_parse_launch(
-      "subtitleoverlay name=overlay ! fakesink sync=true "
-      "videotestsrc num-buffers=10 ! "
-      "video/x-raw,width=64,height=48,framerate=30/1 ! "
-      "overlay.video_sink "
-      "appsrc name=cues format=time caps=text/x-raw,format=utf8 ! queue ! "
-      "overlay.subtitle_sink",
-      &error));
-  ASSERT_TRUE(pipeline) << (error ? error->message : "");
-  SubtitleStyling styling;
-  GstRef<GstElement> overlay(
-      gst_bin_get_by_name(GST_BIN(pipeline.get()), "overlay"));
-  styling.adopt(overlay.get());
-  GstRef<GstElement> cues(gst_bin_get_by_name(GST_BIN(pipeline.get()), "cues"));
-  GstBuffer *cue = gst_buffer_new_memdup("Hello", 5);
-  GST_BUFFER_PTS(cue) = 0;
-  GST_BUFFER_DURATION(cue) = GST_SECOND;
-  GstFlowReturn pushed = GST_FLOW_ERROR;
-  g_signal_emit_by_name(cues.get(), "push-buffer", cue, &pushed);
-  gst_buffer_unref(cue);
-  g_signal_emit_by_name(cues.get(), "end-of-stream", &pushed);
+// Hidden subtitles leave a subtitle overlay without a renderer, passing the video through. The
+// cues that still reach it must not stop the queue in front of it: that queue's end of stream
+// would then fail a pipeline that played to its end.
+TEST(SubtitleStylingTest, CuesOfHiddenSubtitlesEndWithTheirStreamAndNotWithAnError) {
+    GstPipelineSinks::initialize();
+    GError* error = nullptr;
+    auto pipeline = retainGst(gst_parse_launch(
+        "subtitleoverlay name=overlay ! fakesink sync=true "
+        "videotestsrc num-buffers=10 ! video/x-raw,width=64,height=48,framerate=30/1 ! "
+        "overlay.video_sink "
+        "appsrc name=cues format=time caps=text/x-raw,format=utf8 ! queue ! overlay.subtitle_sink",
+        &error));
+    ASSERT_TRUE(pipeline) << (error ? error->message : "");
+    SubtitleStyling styling;
+    GstRef<GstElement> overlay(gst_bin_get_by_name(GST_BIN(pipeline.get()), "overlay"));
+    styling.adopt(overlay.get());
+    GstRef<GstElement> cues(gst_bin_get_by_name(GST_BIN(pipeline.get()), "cues"));
+    GstBuffer* cue = gst_buffer_new_memdup("Hello", 5);
+    GST_BUFFER_PTS(cue) = 0;
+    GST_BUFFER_DURATION(cue) = GST_SECOND;
+    GstFlowReturn pushed = GST_FLOW_ERROR;
+    g_signal_emit_by_name(cues.get(), "push-buffer", cue, &pushed);
+    gst_buffer_unref(cue);
+    g_signal_emit_by_name(cues.get(), "end-of-stream", &pushed);
 
-  gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
-  GstRef<GstBus> bus(gst_element_get_bus(pipeline.get()));
-  GstMessage *message = gst_bus_timed_pop_filtered(
-      bus.get(), 20 * GST_SECOND,
-      static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
-  ASSERT_NE(message, nullptr);
-  EXPECT_EQ(GST_MESSAGE_TYPE(message), GST_MESSAGE_EOS)
-      << "from " << GST_OBJECT_NAME(GST_MESSAGE_SRC(message));
-  gst_message_unref(message);
-  gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+    gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
+    GstRef<GstBus> bus(gst_element_get_bus(pipeline.get()));
+    GstMessage* message = gst_bus_timed_pop_filtered(
+        bus.get(), 20 * GST_SECOND,
+        static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+    ASSERT_NE(message, nullptr);
+    EXPECT_EQ(GST_MESSAGE_TYPE(message), GST_MESSAGE_EOS)
+        << "from " << GST_OBJECT_NAME(GST_MESSAGE_SRC(message));
+    gst_message_unref(message);
+    gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+}
+
+TEST(DecoderThreadsTest, PicturesUpToAQuarterOf1080pDecodeOnOneThread) {
+    EXPECT_EQ(DecoderThreads::forPicture(640, 360), 1);
+    EXPECT_EQ(DecoderThreads::forPicture(960, 540), 1);
+    EXPECT_EQ(DecoderThreads::forPicture(1280, 720), DecoderThreads::automatic);
+    EXPECT_EQ(DecoderThreads::forPicture(0, 0), DecoderThreads::automatic);
+
+    // A real decoder takes the setting for each size its caps announce, both ways.
+    GstPipelineSinks::initialize();
+    auto decoder = retainGst(gst_element_factory_make("avdec_h264", nullptr));
+    ASSERT_TRUE(decoder);
+    DecoderThreads::adopt(decoder.get());
+    ASSERT_NE(gst_element_set_state(decoder.get(), GST_STATE_PAUSED), GST_STATE_CHANGE_FAILURE);
+    GstRef<GstPad> sink(gst_element_get_static_pad(decoder.get(), "sink"));
+    gst_pad_send_event(sink.get(), gst_event_new_stream_start("video"));
+    auto threadsFor = [&](int width, int height) {
+        GstCaps* caps = gst_caps_new_simple(
+            "video/x-h264", "stream-format", G_TYPE_STRING, "byte-stream", "alignment",
+            G_TYPE_STRING, "au", "width", G_TYPE_INT, width, "height", G_TYPE_INT, height, nullptr);
+        gst_pad_send_event(sink.get(), gst_event_new_caps(caps));
+        gst_caps_unref(caps);
+        gint threads = -1;
+        g_object_get(decoder.get(), "max-threads", &threads, nullptr);
+        return threads;
+    };
+    EXPECT_EQ(threadsFor(320, 180), 1);
+    EXPECT_EQ(threadsFor(1920, 1080), DecoderThreads::automatic);
+    EXPECT_EQ(threadsFor(480, 270), 1);
+    gst_element_set_state(decoder.get(), GST_STATE_NULL);
 }
 
 // A pipeline that records the seeks sent and numbers them like GStreamer does.
 class RecordingPipeline : public SeekController::Pipeline {
 public:
-  guint32 sendFlushingSeek(MediaTime time, bool) override {
-    sent.push_back(time.seconds());
-    return refuse ? GST_SEQNUM_INVALID : ++seqnum;
-  }
-  MediaTime position() override { return MediaTime::make(7, 1); }
-  void seekFinished(std::uint64_t id) override { finished.push_back(id); }
-  void heldSeekSent() override { ++heldSent; }
+    guint32 sendFlushingSeek(MediaTime time, bool) override {
+        sent.push_back(time.seconds());
+        return refuse ? GST_SEQNUM_INVALID : ++seqnum;
+    }
+    MediaTime position() override { return MediaTime::make(7, 1); }
+    void seekFinished(std::uint64_t id) override { finished.push_back(id); }
+    void heldSeekSent() override { ++heldSent; }
 
-  std::vector<double> sent;
-  std::vector<std::uint64_t> finished;
-  guint32 seqnum = 100;
-  bool refuse = false;
-  int heldSent = 0;
+    std::vector<double> sent;
+    std::vector<std::uint64_t> finished;
+    guint32 seqnum = 100;
+    bool refuse = false;
+    int heldSent = 0;
 };
 
 class SeekControllerTest : public ::testing::Test {
 protected:
-  std::shared_ptr<ManualScheduler> scheduler = ManualScheduler::create();
-  ScopedStandardScheduler scopedScheduler{scheduler};
-  std::shared_ptr<RecordingPipeline> pipeline =
-      std::make_shared<RecordingPipeline>();
-  std::shared_ptr<SeekController> seeks =
-      std::make_shared<SeekController>(pipeline);
+    std::shared_ptr<ManualScheduler> scheduler = ManualScheduler::create();
+    ScopedStandardScheduler scopedScheduler{scheduler};
+    std::shared_ptr<RecordingPipeline> pipeline = std::make_shared<RecordingPipeline>();
+    std::shared_ptr<SeekController> seeks = std::make_shared<SeekController>(pipeline);
 };
 
-TEST_F(SeekControllerTest,
-       OneSeekInFlightAndTheLatestWaitingReplacesTheOthers) {
-  seeks->reset();
-  seeks->request({1, MediaTime::make(10, 1), false});
-  seeks->request({2, MediaTime::make(20, 1), false});
-  seeks->request({3, MediaTime::make(30, 1), false});
-  EXPECT_EQ(pipeline->sent, std::vector<double>{10});
-  // An earlier message is not the seek's preroll; a later one is.
-  EXPECT_FALSE(seeks->takePreroll(100, false));
-  ASSERT_TRUE(seeks->takePreroll(102, false));
-  seeks->finish();
-  seeks->sendPending();
-  EXPECT_EQ(pipeline->finished, std::vector<std::uint64_t>{1});
-  EXPECT_EQ(pipeline->sent, (std::vector<double>{10, 30}));
-  // A rate change seeks where playback is.
-  ASSERT_TRUE(seeks->takePreroll(103, false));
-  seeks->finish();
-  seeks->request({std::nullopt, MediaTime::invalid(), true});
-  EXPECT_EQ(pipeline->sent.back(), 7);
-  EXPECT_EQ(pipeline->finished, (std::vector<std::uint64_t>{1, 3}));
+TEST_F(SeekControllerTest, OneSeekInFlightAndTheLatestWaitingReplacesTheOthers) {
+    seeks->reset();
+    seeks->request({1, MediaTime::make(10, 1), false});
+    seeks->request({2, MediaTime::make(20, 1), false});
+    seeks->request({3, MediaTime::make(30, 1), false});
+    EXPECT_EQ(pipeline->sent, std::vector<double>{10});
+    // An earlier message is not the seek's preroll; a later one is.
+    EXPECT_FALSE(seeks->takePreroll(100, false));
+    ASSERT_TRUE(seeks->takePreroll(102, false));
+    seeks->finish();
+    seeks->sendPending();
+    EXPECT_EQ(pipeline->finished, std::vector<std::uint64_t>{1});
+    EXPECT_EQ(pipeline->sent, (std::vector<double>{10, 30}));
+    // A rate change seeks where playback is.
+    ASSERT_TRUE(seeks->takePreroll(103, false));
+    seeks->finish();
+    seeks->request({std::nullopt, MediaTime::invalid(), true});
+    EXPECT_EQ(pipeline->sent.back(), 7);
+    EXPECT_EQ(pipeline->finished, (std::vector<std::uint64_t>{1, 3}));
 }
 
-// An item's start point is sought unless playback stands there or a host's seek
-// waits.
-TEST_F(SeekControllerTest,
-       TheStartPointIsSoughtUnlessPlaybackIsThereOrTheHostSeeks) {
-  seeks->reset();
-  EXPECT_FALSE(seeks->startAt(std::nullopt));
-  EXPECT_FALSE(seeks->startAt(
-      SeekController::Seek{std::nullopt, MediaTime::make(7, 1), true}));
-  EXPECT_TRUE(pipeline->sent.empty()) << "playback stands at 7 s already";
-  seeks->defer({1, MediaTime::make(2, 1), false});
-  EXPECT_FALSE(seeks->startAt(
-      SeekController::Seek{std::nullopt, MediaTime::make(30, 1), true}));
-  EXPECT_TRUE(pipeline->sent.empty()) << "the host's seek goes first";
-  seeks->reset();
-  EXPECT_TRUE(seeks->startAt(
-      SeekController::Seek{std::nullopt, MediaTime::make(30, 1), true}));
-  EXPECT_EQ(pipeline->sent, std::vector<double>{30});
-  EXPECT_EQ(seeks->target().seconds(), 30);
-  EXPECT_TRUE(pipeline->finished.empty()) << "no host's seek to finish";
+// An item's start point is sought unless playback stands there or a host's seek waits.
+TEST_F(SeekControllerTest, TheStartPointIsSoughtUnlessPlaybackIsThereOrTheHostSeeks) {
+    seeks->reset();
+    EXPECT_FALSE(seeks->startAt(std::nullopt));
+    EXPECT_FALSE(seeks->startAt(SeekController::Seek{std::nullopt, MediaTime::make(7, 1), true}));
+    EXPECT_TRUE(pipeline->sent.empty()) << "playback stands at 7 s already";
+    seeks->defer({1, MediaTime::make(2, 1), false});
+    EXPECT_FALSE(seeks->startAt(SeekController::Seek{std::nullopt, MediaTime::make(30, 1), true}));
+    EXPECT_TRUE(pipeline->sent.empty()) << "the host's seek goes first";
+    seeks->reset();
+    EXPECT_TRUE(seeks->startAt(SeekController::Seek{std::nullopt, MediaTime::make(30, 1), true}));
+    EXPECT_EQ(pipeline->sent, std::vector<double>{30});
+    EXPECT_EQ(seeks->target().seconds(), 30);
+    EXPECT_TRUE(pipeline->finished.empty()) << "no host's seek to finish";
 }
 
-TEST_F(SeekControllerTest,
-       ARefusedSeekEndsAtOnceAndAFailedItemDropsTheWaitingOne) {
-  pipeline->refuse = true;
-  seeks->request({5, MediaTime::make(3, 1), true});
-  EXPECT_EQ(pipeline->finished, std::vector<std::uint64_t>{5});
-  EXPECT_FALSE(seeks->inFlight());
-  pipeline->refuse = false;
-  seeks->request({6, MediaTime::make(4, 1), true});
-  seeks->request({7, MediaTime::make(5, 1), true});
-  seeks->abandon();
-  EXPECT_EQ(pipeline->finished, (std::vector<std::uint64_t>{5, 6}));
-  EXPECT_FALSE(seeks->seeking());
-  EXPECT_TRUE(seeks->takePreroll(200, true));
+TEST_F(SeekControllerTest, ARefusedSeekEndsAtOnceAndAFailedItemDropsTheWaitingOne) {
+    pipeline->refuse = true;
+    seeks->request({5, MediaTime::make(3, 1), true});
+    EXPECT_EQ(pipeline->finished, std::vector<std::uint64_t>{5});
+    EXPECT_FALSE(seeks->inFlight());
+    pipeline->refuse = false;
+    seeks->request({6, MediaTime::make(4, 1), true});
+    seeks->request({7, MediaTime::make(5, 1), true});
+    seeks->abandon();
+    EXPECT_EQ(pipeline->finished, (std::vector<std::uint64_t>{5, 6}));
+    EXPECT_FALSE(seeks->seeking());
+    EXPECT_TRUE(seeks->takePreroll(200, true));
 }
 
-TEST_F(SeekControllerTest,
-       ASeekWaitsForSegmentBodiesToBeStillThenHoldsTheCancelledOnes) {
-  auto gate = std::make_shared<TransferGate>(scheduler);
-  seeks->reset(gate);
-  const auto ticket = gate->enter();
-  ASSERT_TRUE(gate->write(ticket, [] { return true; }));
-  seeks->request({1, MediaTime::make(10, 1), false});
-  EXPECT_TRUE(pipeline->sent.empty());
-  EXPECT_TRUE(seeks->held());
-  scheduler->advance(std::chrono::milliseconds(200));
-  RunLoop::main().runUntilIdle();
-  EXPECT_EQ(pipeline->sent, std::vector<double>{10});
-  EXPECT_EQ(pipeline->heldSent, 1);
-  // The transfer from before the seek stays held until its connection has had
-  // time to go.
-  const auto later = gate->enter();
-  EXPECT_TRUE(gate->write(later, [] { return true; }));
-  scheduler->advance(std::chrono::milliseconds(400));
-  RunLoop::main().runUntilIdle();
-  EXPECT_TRUE(gate->write(ticket, [] { return true; }));
+TEST_F(SeekControllerTest, ASeekWaitsForSegmentBodiesToBeStillThenHoldsTheCancelledOnes) {
+    auto gate = std::make_shared<TransferGate>(scheduler);
+    seeks->reset(gate);
+    const auto ticket = gate->enter();
+    ASSERT_TRUE(gate->write(ticket, [] { return true; }));
+    seeks->request({1, MediaTime::make(10, 1), false});
+    EXPECT_TRUE(pipeline->sent.empty());
+    EXPECT_TRUE(seeks->held());
+    scheduler->advance(std::chrono::milliseconds(200));
+    RunLoop::main().runUntilIdle();
+    EXPECT_EQ(pipeline->sent, std::vector<double>{10});
+    EXPECT_EQ(pipeline->heldSent, 1);
+    // The transfer from before the seek stays held until its connection has had time to go.
+    const auto later = gate->enter();
+    EXPECT_TRUE(gate->write(later, [] { return true; }));
+    scheduler->advance(std::chrono::milliseconds(400));
+    RunLoop::main().runUntilIdle();
+    EXPECT_TRUE(gate->write(ticket, [] { return true; }));
 }
 
-} // namespace
-} // namespace zarvo
+}  // namespace
+}  // namespace zarvo

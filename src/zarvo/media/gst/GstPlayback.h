@@ -12,6 +12,7 @@
 
 #include "zarvo/media/gst/AccessLogRecorder.h"
 #include "zarvo/media/gst/BusStatusMapper.h"
+#include "zarvo/media/gst/DecoderThreads.h"
 #include "zarvo/media/gst/DemuxerVariantLimiter.h"
 #include "zarvo/media/gst/PlaybackCounters.h"
 #include "zarvo/media/gst/PlaybinPipeline.h"
@@ -85,6 +86,7 @@ private:
     void elementSetUp(GstElement* element) override {
         subtitles_.adopt(element);
         limiter_->adopt(element);
+        DecoderThreads::adopt(element);
     }
 
     // What the current item's resource session learns.
