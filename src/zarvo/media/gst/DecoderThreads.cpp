@@ -32,8 +32,10 @@ void DecoderThreads::adopt(GstElement* element) {
     if (!isVideoDecoder(element)) {
         return;
     }
-    GParamSpec* spec = g_object_class_find_property(G_OBJECT_GET_CLASS(element), threadsProperty);
-    if (spec == nullptr || spec->value_type != G_TYPE_INT || !(spec->flags & G_PARAM_WRITABLE)) {
+    GParamSpec* setting =
+        g_object_class_find_property(G_OBJECT_GET_CLASS(element), threadsProperty);
+    if (setting == nullptr || setting->value_type != G_TYPE_INT ||
+        !(setting->flags & G_PARAM_WRITABLE)) {
         return;
     }
     // The probe holds nothing: it goes with the pad, and finds the decoder through it.

@@ -9,7 +9,7 @@ namespace zarvo {
 // its own reference pictures, and the first picture comes out only once every thread has had
 // one to decode. Pictures of up to a quarter of 1080p decode many times faster than real time on
 // one thread, so they get one: less memory, an earlier first picture and no hand-offs between
-// threads. Larger ones keep the decoder's own choice, a thread for each processor.
+// threads. Larger ones keep the decoder's own choice, which follows the number of processors.
 class DecoderThreads {
 public:
     static constexpr int automatic = 0;  // the decoder's own choice
