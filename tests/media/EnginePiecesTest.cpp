@@ -12,6 +12,7 @@
 #include "zarvo/media/gst/SubtitleStyling.h"
 #include "zarvo/media/gst/VariantLimits.h"
 #include "zarvo/media/loopback/TransferGate.h"
+#include "zarvo/platform/GlibMemory.h"
 #include "zarvo/platform/ManualScheduler.h"
 #include "zarvo/platform/RunLoop.h"
 
@@ -145,13 +146,14 @@ TEST(SubtitleStylingTest, LaterRulesWinAndColoursScaleToBytes) {
 // would then fail a pipeline that played to its end.
 TEST(SubtitleStylingTest, CuesOfHiddenSubtitlesEndWithTheirStreamAndNotWithAnError) {
     GstPipelineSinks::initialize();
-    GError* error = nullptr;
+    GError* raw = nullptr;
     auto pipeline = retainGst(gst_parse_launch(
         "subtitleoverlay name=overlay ! fakesink sync=true "
         "videotestsrc num-buffers=10 ! video/x-raw,width=64,height=48,framerate=30/1 ! "
         "overlay.video_sink "
         "appsrc name=cues format=time caps=text/x-raw,format=utf8 ! queue ! overlay.subtitle_sink",
-        &error));
+        &raw));
+    GErrorPtr error(raw);
     ASSERT_TRUE(pipeline) << (error ? error->message : "");
     SubtitleStyling styling;
     GstRef<GstElement> overlay(gst_bin_get_by_name(GST_BIN(pipeline.get()), "overlay"));
