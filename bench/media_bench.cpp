@@ -36,6 +36,7 @@
 #include <benchmark/benchmark.h>
 #include <gst/gst.h>
 
+#include "zarvo/media/gst/GstPipelineSinks.h"
 #include "zarvo/media/loopback/ResourceServer.h"
 #include "zarvo/media/model/Player.h"
 #include "zarvo/media/model/PlayerItem.h"
@@ -500,10 +501,12 @@ std::optional<ChildRun> runChild(const std::string& mode, const std::string& eng
         argv.push_back(arg.data());
     }
     argv.push_back(nullptr);
-    // Every engine sends audio to a synced fake sink; ZMPlayer restores tracking sessions from
-    // an empty application home.
-    std::vector<std::string> environment{"ZM_AUDIO_SINK=fakesink sync=true",
-                                         "ZM_HOME=" + childHome()};
+    // The SDK's audio goes where it goes on a machine without a sound output, whether or not
+    // this one has one, as the peers' audio goes nowhere; ZMPlayer restores tracking sessions
+    // from an empty application home.
+    std::vector<std::string> environment{
+        std::string("ZM_AUDIO_SINK=") + zarvo::GstPipelineSinks::silentAudioSink,
+        "ZM_HOME=" + childHome()};
     for (char** entry = environ; *entry != nullptr; ++entry) {
         if (std::strncmp(*entry, "ZM_AUDIO_SINK=", 14) != 0 &&
             std::strncmp(*entry, "ZM_HOME=", 8) != 0) {
@@ -598,7 +601,7 @@ void reportPeers(benchmark::State& state, const std::string& name, const std::st
 
 void BM_FirstFrameLaterItem(benchmark::State& state) {
     const std::string url = sampleOrigin().url(sampleVod);
-    setenv("ZM_AUDIO_SINK", "fakesink sync=true", 1);
+    setenv("ZM_AUDIO_SINK", zarvo::GstPipelineSinks::silentAudioSink, 1);
     auto player = zarvo::Player::make();
     PlainPlaybin plain;
 #if ZM_BENCH_MPV
@@ -829,7 +832,7 @@ BENCHMARK(BM_FacadeWholeVodCpu)->Iterations(4)->Unit(benchmark::kSecond);
 // In this process, where the server's threads live as long as the process does.
 void BM_ResourceServerCpuPerSecondOf1080p50(benchmark::State& state) {
     const std::string url = sampleOrigin().url(fullHdVod);
-    setenv("ZM_AUDIO_SINK", "fakesink sync=true", 1);
+    setenv("ZM_AUDIO_SINK", zarvo::GstPipelineSinks::silentAudioSink, 1);
     const std::string name = zarvo::ResourceServer::threadName;
     sdkPlayToEnd(url);  // a warm cache, and the server started
     std::vector<double> shares;

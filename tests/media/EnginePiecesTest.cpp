@@ -1,6 +1,7 @@
 // The pieces of the GStreamer engine, most of which decide without a pipeline: which streams to
 // select, what status a playback reports, how subtitles are styled, how seeks are paced, what
-// bounds keep adaptive switching within an item's limits, and how many threads a decoder gets.
+// bounds keep adaptive switching within an item's limits, how many threads a decoder gets, and
+// how audio is taken where there is no sound output.
 #include <gtest/gtest.h>
 
 #include "zarvo/media/gst/BusStatusMapper.h"
@@ -177,6 +178,53 @@ TEST(SubtitleStylingTest, CuesOfHiddenSubtitlesEndWithTheirStreamAndNotWithAnErr
         << "from " << GST_OBJECT_NAME(GST_MESSAGE_SRC(message));
     gst_message_unref(message);
     gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+}
+
+// Without a sound output, audio is taken at its pace in blocks of a tenth of a second, and the
+// samples short of a block at the end are taken too.
+TEST(SilentAudioSinkTest, TakesEverySampleInBlocksOfATenthOfASecond) {
+    GstPipelineSinks::initialize();
+    GError* raw = nullptr;
+    auto pipeline = retainGst(gst_parse_launch(
+        (std::string("audiotestsrc num-buffers=15 samplesperbuffer=1024 ! "
+                     "audio/x-raw,format=F32LE,rate=48000,channels=2,layout=interleaved ! ") +
+         GstPipelineSinks::silentAudioSink)
+            .c_str(),
+        &raw));
+    GErrorPtr error(raw);
+    ASSERT_TRUE(pipeline) << (error ? error->message : "");
+    struct Taken {
+        std::vector<guint64> samples;
+        GstClockTime end = GST_CLOCK_TIME_NONE;
+    } taken;
+    GstIterator* sinks = gst_bin_iterate_sinks(GST_BIN(pipeline.get()));
+    GValue item = G_VALUE_INIT;
+    ASSERT_EQ(gst_iterator_next(sinks, &item), GST_ITERATOR_OK);
+    GstRef<GstPad> pad(gst_element_get_static_pad(GST_ELEMENT(g_value_get_object(&item)), "sink"));
+    g_value_unset(&item);
+    gst_iterator_free(sinks);
+    gst_pad_add_probe(
+        pad.get(), GST_PAD_PROBE_TYPE_BUFFER,
+        [](GstPad*, GstPadProbeInfo* info, gpointer data) {
+            auto* taken = static_cast<Taken*>(data);
+            GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+            taken->samples.push_back(gst_buffer_get_size(buffer) / (2 * sizeof(float)));
+            taken->end = GST_BUFFER_PTS(buffer) + GST_BUFFER_DURATION(buffer);
+            return GST_PAD_PROBE_OK;
+        },
+        &taken, nullptr);
+
+    gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
+    GstRef<GstBus> bus(gst_element_get_bus(pipeline.get()));
+    GstMessage* message = gst_bus_timed_pop_filtered(
+        bus.get(), 20 * GST_SECOND,
+        static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+    ASSERT_NE(message, nullptr);
+    EXPECT_EQ(GST_MESSAGE_TYPE(message), GST_MESSAGE_EOS);
+    gst_message_unref(message);
+    gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+    EXPECT_EQ(taken.samples, (std::vector<guint64>{4800, 4800, 4800, 960}));
+    EXPECT_EQ(taken.end, gst_util_uint64_scale(15 * 1024, GST_SECOND, 48000));
 }
 
 TEST(DecoderThreadsTest, PicturesUpToAQuarterOf1080pDecodeOnOneThread) {

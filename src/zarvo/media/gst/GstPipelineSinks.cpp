@@ -33,6 +33,21 @@ bool hasAudioOutput() {
            fs::exists(fs::path(runtime) / "pipewire-0", error);
 }
 
+// A sink made from a pipeline description, or an error that names `origin`.
+GstRef<GstElement> sinkFromDescription(const char* description, const std::string& origin,
+                                       std::optional<Error>& error) {
+    GError* raw = nullptr;
+    GstElement* bin = gst_parse_bin_from_description(description, TRUE, &raw);
+    GErrorPtr parseError(raw);
+    if (bin == nullptr) {
+        error = makeMediaError(MediaError::missingElement,
+                               origin + " (\"" + description + "\") does not make a sink: " +
+                                   (parseError ? parseError->message : "unknown element") + ".");
+        return GstRef<GstElement>();
+    }
+    return retainGst(bin);
+}
+
 // A sink from a pipeline description in the environment, or nothing.
 std::optional<GstRef<GstElement>> sinkFromEnvironment(const char* variable,
                                                       std::optional<Error>& error) {
@@ -40,30 +55,19 @@ std::optional<GstRef<GstElement>> sinkFromEnvironment(const char* variable,
     if (description == nullptr || *description == '\0') {
         return std::nullopt;
     }
-    GError* raw = nullptr;
-    GstElement* bin = gst_parse_bin_from_description(description, TRUE, &raw);
-    GErrorPtr parseError(raw);
-    if (bin == nullptr) {
-        error = makeMediaError(MediaError::missingElement,
-                               std::string(variable) + " (\"" + description +
-                                   "\") does not make a sink: " +
-                                   (parseError ? parseError->message : "unknown element") + ".");
-        return GstRef<GstElement>();
-    }
-    return retainGst(bin);
+    return sinkFromDescription(description, variable, error);
 }
 
 GstRef<GstElement> makeElement(const char* factory, const char* name = nullptr) {
     return retainGst(gst_element_factory_make(factory, name));
 }
 
-// A sink that takes buffers at their time. Quality-of-service events from it tell the decoders
-// upstream how late the pictures come, so that they can drop some; audio is never dropped, and
-// an event for each audio buffer would only travel up the whole chain for nothing.
-GstRef<GstElement> syncedFakeSink(const char* name, bool qos) {
-    auto sink = makeElement("fakesink", name);
+// A video sink that takes pictures at their time. Quality-of-service events from it tell the
+// decoders upstream how late the pictures come, so that they can drop some.
+GstRef<GstElement> syncedFakeVideoSink() {
+    auto sink = makeElement("fakesink", "zm-video-sink");
     if (sink) {
-        g_object_set(sink.get(), "sync", TRUE, "qos", qos ? TRUE : FALSE, nullptr);
+        g_object_set(sink.get(), "sync", TRUE, "qos", TRUE, nullptr);
     }
     return sink;
 }
@@ -144,10 +148,14 @@ std::optional<Error> GstPipelineSinks::make(GstPipelineSinks& out) {
     };
     // What HLS playback of the streams we serve needs beyond playbin3 itself.
     static constexpr Needed needed[] = {
-        {"playbin3", "gstreamer1.0-plugins-base"},   {"hlsdemux2", "gstreamer1.0-plugins-good"},
-        {"curlhttpsrc", "gstreamer1.0-plugins-bad"}, {"tsdemux", "gstreamer1.0-plugins-bad"},
-        {"h264parse", "gstreamer1.0-plugins-bad"},   {"avdec_h264", "gstreamer1.0-libav"},
+        {"playbin3", "gstreamer1.0-plugins-base"},
+        {"hlsdemux2", "gstreamer1.0-plugins-good"},
+        {"curlhttpsrc", "gstreamer1.0-plugins-bad"},
+        {"tsdemux", "gstreamer1.0-plugins-bad"},
+        {"h264parse", "gstreamer1.0-plugins-bad"},
+        {"avdec_h264", "gstreamer1.0-libav"},
         {"fakesink", "libgstreamer1.0-0"},
+        {"audiobuffersplit", "gstreamer1.0-plugins-bad"},
     };
     for (const auto& [element, package] : needed) {
         GstRef<GstElementFactory> factory(gst_element_factory_find(element));
@@ -165,7 +173,7 @@ std::optional<Error> GstPipelineSinks::make(GstPipelineSinks& out) {
     } else if ((out.windows = GstVideoOutputs::make())) {
         out.videoSink = retainGst(out.windows->sink());
     } else {
-        out.videoSink = syncedFakeSink("zm-video-sink", true);
+        out.videoSink = syncedFakeVideoSink();
     }
     if (error) {
         return error;
@@ -179,7 +187,10 @@ std::optional<Error> GstPipelineSinks::make(GstPipelineSinks& out) {
         return error;
     }
     if (!out.audioSink) {
-        out.audioSink = syncedFakeSink("zm-audio-sink", false);
+        out.audioSink = sinkFromDescription(silentAudioSink, "The silent audio sink", error);
+        if (out.audioSink) {
+            gst_object_set_name(GST_OBJECT(out.audioSink.get()), "zm-audio-sink");
+        }
     }
     return std::nullopt;
 }

@@ -14,10 +14,17 @@ namespace zarvo {
 
 // The elements a player's pipeline needs, made once per player: playbin3, a video sink (the
 // windows of the views that show the player, over a synchronised fake sink) and an audio sink
-// (the machine's default output when it has one, else a synchronised fake sink).
+// (the machine's default output when it has one, else silentAudioSink).
 // ZM_VIDEO_SINK and ZM_AUDIO_SINK replace the sinks with pipeline descriptions
 // ("fakesink sync=true"); views then show nothing.
 struct GstPipelineSinks {
+    // Where audio goes on a machine without a sound output: nowhere, at the pace it would be
+    // heard. Gathered into blocks of a tenth of a second, it waits for the clock ten times a
+    // second instead of once for each decoded frame (47 times at 48 kHz), and each of those
+    // waits woke a thread. Quality-of-service events are left out: audio is never dropped.
+    static constexpr const char* silentAudioSink =
+        "audiobuffersplit output-buffer-duration=1/10 ! fakesink sync=true qos=false";
+
     GstRef<GstElement> playbin;
     GstRef<GstElement> videoSink;
     GstRef<GstElement> audioSink;
