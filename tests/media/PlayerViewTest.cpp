@@ -142,5 +142,30 @@ TEST_F(PlayerViewTest, WindowsOfOnePlayerShowItsPictureWithTheirGravityAndBlackW
     }));
 }
 
+// The first window reaches a player that has been playing without one: it shows the picture
+// from then on, and playback goes on at its pace.
+TEST_F(PlayerViewTest, AViewGivenToAPlayingPlayerShowsItsPictureFromThenOn) {
+    if (!display_.name()) {
+        GTEST_SKIP() << "Xvfb is not installed";
+    }
+    auto host = View::make(Rect{0, 0, 400, 300});
+    ASSERT_TRUE(host->nativeWindow());
+    auto view = View::make<VideoView>(Rect{0, 0, 320, 180}, host->nativeWindow());
+    view->setBackgroundColor(Color::black());
+    auto player = Player::make();
+    player->replaceCurrentItem(
+        PlayerItem::make(UrlAsset::make(*Url::parse(origin_->url("/vod/master.m3u8")))));
+    player->play();
+    ASSERT_TRUE(RunLoop::main().runUntil([&] { return player->currentTime().seconds() > 1; }, 20s));
+
+    view->playerLayer()->setPlayer(player);
+    EXPECT_TRUE(shows(*view, "the picture", [](const WindowGrab& grab) {
+        return pictureInCentre(grab) && !grab.columnIsBlack(1);
+    }));
+    const double before = player->currentTime().seconds();
+    EXPECT_TRUE(RunLoop::main().runUntil(
+        [&] { return player->currentTime().seconds() > before + 1; }, 10s));
+}
+
 }  // namespace
 }  // namespace zarvo

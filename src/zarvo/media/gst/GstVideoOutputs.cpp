@@ -55,19 +55,16 @@ std::shared_ptr<GstVideoOutputs> GstVideoOutputs::make() {
     auto outputs = std::make_shared<GstVideoOutputs>(Token{});
     outputs->bin_ = retainGst(gst_bin_new("zm-video-sink"));
     GstElement* tee = element("tee");
-    GstElement* queue = element("queue");
     GstElement* fake = element("fakesink");
     g_object_set(tee, "allow-not-linked", TRUE, nullptr);
-    // One picture ahead of the paced sink: the windows get each picture a frame before it is
-    // due, time enough to scale it. The pipeline already queues a few pictures before this bin,
-    // and every one more is a whole decoded picture held (3 MB at 1080p).
-    g_object_set(queue, "max-size-buffers", 1u, "max-size-bytes", 0u, "max-size-time",
-                 static_cast<guint64>(0), nullptr);
     g_object_set(fake, "sync", TRUE, "qos", TRUE, nullptr);
-    gst_bin_add_many(GST_BIN(outputs->bin_.get()), tee, queue, fake, nullptr);
-    gst_element_link_many(tee, queue, fake, nullptr);
+    gst_bin_add_many(GST_BIN(outputs->bin_.get()), tee, fake, nullptr);
+    gst_element_link(tee, fake);
+    outputs->pacedSink_ = fake;
     outputs->tee_ = tee;
     outputs->teeSink_ = adoptGst(gst_element_get_static_pad(tee, "sink"));
+    GstRef<GstPad> fakeSink(gst_element_get_static_pad(fake, "sink"));
+    outputs->pacedTeePad_ = adoptGst(gst_pad_get_peer(fakeSink.get()));
     gst_element_add_pad(outputs->bin_.get(), gst_ghost_pad_new("sink", outputs->teeSink_.get()));
     // Removed by the destructor, which runs once the pipeline has stopped.
     outputs->capsProbe_ =
@@ -79,6 +76,9 @@ std::shared_ptr<GstVideoOutputs> GstVideoOutputs::make() {
 GstVideoOutputs::~GstVideoOutputs() {
     if (teeSink_ && capsProbe_ != 0) {
         gst_pad_remove_probe(teeSink_.get(), capsProbe_);
+    }
+    if (pacedQueueProbe_ != 0 && !pacedQueueLinked_) {
+        gst_pad_remove_probe(pacedTeePad_.get(), pacedQueueProbe_);
     }
     while (!branches_.empty()) {
         auto branch = std::move(branches_.begin()->second);
@@ -167,6 +167,38 @@ bool GstVideoOutputs::isWindowElement(GstObject* object) const {
     return false;
 }
 
+void GstVideoOutputs::queueAheadOfPacedSink() {
+    if (pacedQueue_ != nullptr) {
+        return;
+    }
+    GstElement* queue = element("queue");
+    // One picture ahead of the paced sink: the windows get each picture a frame before it is
+    // due, time enough to scale it. The pipeline already queues a few pictures before this bin,
+    // and every one more is a whole decoded picture held (3 MB at 1080p).
+    g_object_set(queue, "max-size-buffers", 1u, "max-size-bytes", 0u, "max-size-time",
+                 static_cast<guint64>(0), nullptr);
+    gst_bin_add(GST_BIN(bin_.get()), queue);
+    gst_element_sync_state_with_parent(queue);
+    pacedQueue_ = queue;
+    // Linked in between the tee and the sink once no picture passes: at once before the
+    // pipeline runs (the probe is then gone when the call returns: no id), else as soon as the
+    // sink has taken the picture it is waiting with.
+    pacedQueueProbe_ = gst_pad_add_probe(
+        pacedTeePad_.get(), GST_PAD_PROBE_TYPE_IDLE,
+        [](GstPad* teePad, GstPadProbeInfo*, gpointer data) {
+            auto* self = static_cast<GstVideoOutputs*>(data);
+            GstRef<GstPad> sinkPad(gst_element_get_static_pad(self->pacedSink_, "sink"));
+            GstRef<GstPad> queueSink(gst_element_get_static_pad(self->pacedQueue_, "sink"));
+            GstRef<GstPad> queueSource(gst_element_get_static_pad(self->pacedQueue_, "src"));
+            gst_pad_unlink(teePad, sinkPad.get());
+            gst_pad_link(queueSource.get(), sinkPad.get());
+            gst_pad_link(teePad, queueSink.get());
+            self->pacedQueueLinked_ = true;
+            return GST_PAD_PROBE_REMOVE;
+        },
+        this, nullptr);
+}
+
 std::unique_ptr<GstVideoOutputs::Branch> GstVideoOutputs::addBranch(const VideoOutput& output) {
     GstElement* sink = element("ximagesink");
     if (sink == nullptr) {
@@ -178,6 +210,7 @@ std::unique_ptr<GstVideoOutputs::Branch> GstVideoOutputs::addBranch(const VideoO
         });
         return nullptr;
     }
+    queueAheadOfPacedSink();
     auto branch = std::make_unique<Branch>();
     branch->output = output;
     branch->queue = element("queue");

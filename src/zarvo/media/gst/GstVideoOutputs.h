@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -17,7 +18,10 @@ namespace zarvo {
 // paces and prerolls the pipeline whether or not a window shows the video, and one branch per
 // window (queue ! videocrop ! videoscale ! videoconvert ! capsfilter ! ximagesink, drawing
 // into the window through the video overlay). The crop and the scaled size carry the gravity;
-// ximagesink centres a smaller picture on black. Main thread only.
+// ximagesink centres a smaller picture on black. From the first window on, a queue of one
+// picture stands between the tee and the fake sink, so that the windows get each picture
+// before the fake sink waits for its time; until then, the fake sink waits on the thread that
+// brings the pictures, one thread hand-over less for each of them. Main thread only.
 class GstVideoOutputs : public std::enable_shared_from_this<GstVideoOutputs> {
 public:
     // The bin, or nothing when one of its elements is missing.
@@ -56,11 +60,17 @@ private:
     std::unique_ptr<Branch> addBranch(const VideoOutput& output);
     void removeBranch(std::unique_ptr<Branch> branch);
     void layout(Branch& branch);
+    void queueAheadOfPacedSink();
     void layoutAll();
 
     GstRef<GstElement> bin_;
     GstElement* tee_ = nullptr;  // owned by the bin
     GstRef<GstPad> teeSink_;
+    GstRef<GstPad> pacedTeePad_;        // the tee's pad that feeds the fake sink
+    GstElement* pacedSink_ = nullptr;   // owned by the bin
+    GstElement* pacedQueue_ = nullptr;  // owned by the bin, from the first window on
+    gulong pacedQueueProbe_ = 0;
+    std::atomic<bool> pacedQueueLinked_ = false;  // set by the streaming thread
     gulong capsProbe_ = 0;
     std::map<std::uint64_t, std::unique_ptr<Branch>> branches_;
 
