@@ -484,6 +484,26 @@ const std::string& childHome() {
     return home;
 }
 
+// The program a child runs: this one, or for the engines that do without libmpv the same
+// benchmark built without it (media_bench_child beside this program), so that loading libmpv and
+// the two hundred libraries it brings does not count against them.
+std::string childProgram(const std::string& engine) {
+    std::string self = "/proc/self/exe";
+#if ZM_BENCH_MPV
+    if (engine != "libmpv") {
+        std::error_code error;
+        auto sibling =
+            std::filesystem::read_symlink(self, error).parent_path() / "media_bench_child";
+        if (!error && std::filesystem::exists(sibling, error)) {
+            return sibling.string();
+        }
+    }
+#else
+    (void)engine;
+#endif
+    return self;
+}
+
 std::optional<ChildRun> runChild(const std::string& mode, const std::string& engine,
                                  const std::string& url) {
     int fds[2];
@@ -494,7 +514,7 @@ std::optional<ChildRun> runChild(const std::string& mode, const std::string& eng
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
     posix_spawn_file_actions_addclose(&actions, fds[0]);
-    std::string self = "/proc/self/exe";
+    const std::string program = childProgram(engine);
     std::vector<std::string> args{"media_bench", "--child", mode, engine, url};
     std::vector<char*> argv;
     for (auto& arg : args) {
@@ -520,7 +540,7 @@ std::optional<ChildRun> runChild(const std::string& mode, const std::string& eng
     envp.push_back(nullptr);
     pid_t pid = -1;
     const int spawned =
-        posix_spawn(&pid, self.c_str(), &actions, nullptr, argv.data(), envp.data());
+        posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
     ::close(fds[1]);
     if (spawned != 0) {
