@@ -192,7 +192,7 @@ std::optional<Error> GstPipelineSinks::make(GstPipelineSinks& out) {
             gst_object_set_name(GST_OBJECT(out.audioSink.get()), "zm-audio-sink");
         }
     }
-    return std::nullopt;
+    return error;
 }
 
 }  // namespace zarvo
