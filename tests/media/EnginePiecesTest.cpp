@@ -35,6 +35,26 @@ const std::vector<StreamSelection::Stream> collection = {
     {"hls/text-Deutsch", Type::text},    {"hls/other", Type::other},
     {"hls/audio-French-AD", Type::audio}};
 
+// Plays `pipeline` until it ends or fails, then stops it: "the end of the stream", or what
+// happened instead.
+std::string playUntilItEnds(GstElement* pipeline) {
+    gst_element_set_state(pipeline, GST_STATE_PLAYING);
+    GstRef<GstBus> bus(gst_element_get_bus(pipeline));
+    GstMessage* message = gst_bus_timed_pop_filtered(
+        bus.get(), 20 * GST_SECOND,
+        static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+    std::string outcome =
+        message == nullptr ? "no end within 20 s"
+        : GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS
+            ? "the end of the stream"
+            : std::string("an error from ") + GST_OBJECT_NAME(GST_MESSAGE_SRC(message));
+    if (message != nullptr) {
+        gst_message_unref(message);
+    }
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    return outcome;
+}
+
 TEST(StreamSelectionTest, PicksVideoTheWantedRenditionsAndFallsBackToTheFirst) {
     using V = std::vector<std::string>;
     EXPECT_EQ(StreamSelection::choose(collection, {}, {}),
@@ -168,16 +188,7 @@ TEST(SubtitleStylingTest, CuesOfHiddenSubtitlesEndWithTheirStreamAndNotWithAnErr
     gst_buffer_unref(cue);
     g_signal_emit_by_name(cues.get(), "end-of-stream", &pushed);
 
-    gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
-    GstRef<GstBus> bus(gst_element_get_bus(pipeline.get()));
-    GstMessage* message = gst_bus_timed_pop_filtered(
-        bus.get(), 20 * GST_SECOND,
-        static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
-    ASSERT_NE(message, nullptr);
-    EXPECT_EQ(GST_MESSAGE_TYPE(message), GST_MESSAGE_EOS)
-        << "from " << GST_OBJECT_NAME(GST_MESSAGE_SRC(message));
-    gst_message_unref(message);
-    gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+    EXPECT_EQ(playUntilItEnds(pipeline.get()), "the end of the stream");
 }
 
 // Without a sound output, audio is taken at its pace in blocks of a tenth of a second, and the
@@ -214,15 +225,7 @@ TEST(SilentAudioSinkTest, TakesEverySampleInBlocksOfATenthOfASecond) {
         },
         &taken, nullptr);
 
-    gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
-    GstRef<GstBus> bus(gst_element_get_bus(pipeline.get()));
-    GstMessage* message = gst_bus_timed_pop_filtered(
-        bus.get(), 20 * GST_SECOND,
-        static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
-    ASSERT_NE(message, nullptr);
-    EXPECT_EQ(GST_MESSAGE_TYPE(message), GST_MESSAGE_EOS);
-    gst_message_unref(message);
-    gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+    EXPECT_EQ(playUntilItEnds(pipeline.get()), "the end of the stream");
     EXPECT_EQ(taken.samples, (std::vector<guint64>{4800, 4800, 4800, 960}));
     EXPECT_EQ(taken.end, gst_util_uint64_scale(15 * 1024, GST_SECOND, 48000));
 }
