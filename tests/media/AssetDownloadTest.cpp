@@ -275,9 +275,11 @@ TEST_F(AssetDownloadTest, AnEndItsDelegateNeverHeardIsToldByTheNextSessionOnce) 
         auto deaf = std::make_shared<DownloadRecorder>();
         std::optional<Error> outcome;
         Url package = Url::fileUrl("/");
+        std::weak_ptr<AssetDownloadUrlSession> gone;
         {
             auto session = AssetDownloadUrlSession::make(
                 UrlSessionConfiguration::background(identifier), deaf, held);
+            gone = session;
             auto task =
                 session->makeAggregateAssetDownloadTask(asset, {}, identifier, std::nullopt, {});
             task->resume();
@@ -286,6 +288,9 @@ TEST_F(AssetDownloadTest, AnEndItsDelegateNeverHeardIsToldByTheNextSessionOnce) 
             outcome = task->error();
             package = task->location();
         }
+        // The process is gone once its session is: the thread that ended the task holds the
+        // session while it hands the end to the delegate queue.
+        ASSERT_TRUE(waitFor([&] { return gone.expired(); }));
         release.set_value();
         std::atomic<bool> drained{false};
         held->async([&] { drained = true; });
