@@ -1,7 +1,6 @@
 #include "zarvo/media/gst/PlaybinPipeline.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <string>
 #include <thread>
@@ -15,23 +14,12 @@ namespace {
 
 // How far ahead of playback the demuxer downloads.
 constexpr guint64 demuxBufferingTime = 10 * GST_SECOND;
-// hlsdemux2 starts its download thread as it is set up and stops it by quitting the thread's
-// main loop. A quit that comes before the new thread has entered its loop is lost, and the
-// stop then waits on the thread for five minutes. Stopping a demuxer set up this recently
-// waits out the rest of this time first; a thread has long entered its loop by then.
-constexpr std::chrono::milliseconds demuxerStartTime{100};
 // playbin3's GstPlayFlags that put a deinterlacer and a colour balance in the video chain. HLS
 // renditions are progressive and nothing here adjusts colours: without them each item's video
 // chain is set up sooner (its first picture comes about a fifth sooner on the sample VOD) and
 // each picture passes two elements fewer.
 constexpr guint deinterlaceFlag = 1u << 9;
 constexpr guint softColorBalanceFlag = 1u << 10;
-
-std::int64_t steadyNanoseconds() {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
 
 MediaTime fromClockTime(gint64 nanoseconds) {
     constexpr std::int32_t nanosecondTimescale = 1000000000;
@@ -173,13 +161,9 @@ void PlaybinPipeline::redrawOutput(std::uint64_t id) {
 }
 
 void PlaybinPipeline::stop() {
-    if (const std::int64_t setUpAt = demuxerSetUpAt_.exchange(0)) {
-        const auto since = std::chrono::nanoseconds(steadyNanoseconds() - setUpAt);
-        if (since < demuxerStartTime) {
-            std::this_thread::sleep_for(demuxerStartTime - since);
-        }
-    }
+    demuxerGuard_.beforeStop();
     gst_element_set_state(playbin_.get(), GST_STATE_NULL);
+    demuxerGuard_.afterStop();
     if (windows_) {
         windows_->reattach();
     }
@@ -197,7 +181,9 @@ gboolean PlaybinPipeline::onBusMessage(GstBus*, GstMessage* message, gpointer da
 }
 
 GstBusSyncReply PlaybinPipeline::onSyncMessage(GstBus*, GstMessage* message, gpointer data) {
-    StreamingCall(data).listener().syncMessage(message);
+    const StreamingCall call(data);
+    call.pipeline().demuxerGuard_.messagePosted(message);
+    call.listener().syncMessage(message);
     return GST_BUS_PASS;
 }
 
@@ -212,7 +198,7 @@ void PlaybinPipeline::onElementSetup(GstElement*, GstElement* element, gpointer 
         // hlsdemux2 starts a newly selected rendition where the others have downloaded to:
         // keeping that close to the playing position lets an audio switch be heard soon.
         g_object_set(element, "high-watermark-time", demuxBufferingTime, nullptr);
-        call.pipeline().demuxerSetUpAt_ = steadyNanoseconds();
+        call.pipeline().demuxerGuard_.demuxerSetUp(element);
     }
     call.listener().elementSetUp(element);
 }

@@ -9,6 +9,7 @@
 
 #include <gst/gst.h>
 
+#include "zarvo/media/gst/DemuxerStopGuard.h"
 #include "zarvo/media/gst/GstHandle.h"
 #include "zarvo/media/model/MediaTime.h"
 #include "zarvo/media/model/MediaTimeRange.h"
@@ -82,8 +83,7 @@ private:
     class StreamingCall;
     Listener* const streamingListener_;
     std::atomic<int> streamingCalls_{0};
-    // When the adaptive demuxer was last set up (steady clock, nanoseconds; 0 for never).
-    std::atomic<std::int64_t> demuxerSetUpAt_{0};
+    DemuxerStopGuard demuxerGuard_;
     GstRef<GstElement> playbin_;
     std::shared_ptr<GstVideoOutputs> windows_;  // none with a sink from the environment
     GstRef<GstPad> videoPad_;

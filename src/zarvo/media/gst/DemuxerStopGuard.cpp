@@ -1,0 +1,126 @@
+#include "zarvo/media/gst/DemuxerStopGuard.h"
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+namespace zarvo {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Long enough for a new download thread to have entered its loop.
+constexpr std::chrono::milliseconds startTime{100};
+// The longest a stop waits.
+constexpr std::chrono::milliseconds longestWait{1000};
+constexpr std::chrono::milliseconds pollInterval{1};
+
+std::int64_t nanosecondsNow() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch())
+        .count();
+}
+
+// Whether `element` is at or on its way to PAUSED or beyond.
+bool startingOrRunning(GstElement* element) {
+    GST_OBJECT_LOCK(element);
+    const GstState next = GST_STATE_NEXT(element);
+    const bool result = GST_STATE(element) >= GST_STATE_PAUSED || next >= GST_STATE_PAUSED;
+    GST_OBJECT_UNLOCK(element);
+    return result;
+}
+
+}  // namespace
+
+DemuxerStopGuard::~DemuxerStopGuard() {
+    release();
+}
+
+void DemuxerStopGuard::demuxerSetUp(GstElement* demuxer) {
+    GstRef<GstPad> input(gst_element_get_static_pad(demuxer, "sink"));
+    const gulong probe = input ? gst_pad_add_probe(input.get(), GST_PAD_PROBE_TYPE_DATA_DOWNSTREAM,
+                                                   onInput, this, nullptr)
+                               : 0;
+    release();
+    std::lock_guard lock(mutex_);
+    held_ = retainGst(demuxer);
+    input_ = std::move(input);
+    probe_ = probe;
+    runningSince_ = 0;
+    demuxer_ = demuxer;
+}
+
+void DemuxerStopGuard::messagePosted(GstMessage* message) {
+    if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_STATE_CHANGED ||
+        GST_MESSAGE_SRC(message) != GST_OBJECT_CAST(demuxer_.load())) {
+        return;
+    }
+    GstState old = GST_STATE_VOID_PENDING;
+    GstState now = GST_STATE_VOID_PENDING;
+    gst_message_parse_state_changed(message, &old, &now, nullptr);
+    if (old == GST_STATE_READY && now == GST_STATE_PAUSED) {
+        runningSince_ = nanosecondsNow();
+    }
+}
+
+void DemuxerStopGuard::beforeStop() {
+    stopping_ = true;
+    GstRef<GstElement> demuxer;
+    GstRef<GstPad> input;
+    {
+        std::lock_guard lock(mutex_);
+        demuxer = retainGst(held_.get());
+        input = retainGst(input_.get());
+    }
+    if (!demuxer) {
+        return;
+    }
+    const auto deadline = Clock::now() + longestWait;
+    // A demuxer that has not begun to start has no download thread yet.
+    while (startingOrRunning(demuxer.get()) && Clock::now() < deadline) {
+        if (const std::int64_t since = runningSince_) {
+            const auto ran = std::chrono::nanoseconds(nanosecondsNow() - since);
+            if (ran < startTime) {
+                std::this_thread::sleep_for(
+                    std::min<Clock::duration>(startTime - ran, deadline - Clock::now()));
+            }
+            break;
+        }
+        std::this_thread::sleep_for(pollInterval);
+    }
+    if (!input) {
+        return;
+    }
+    // Input is handled with the pad's stream lock held, after the probe has let it through.
+    // The lock cannot be kept through the stop: that would deadlock with the stop, which waits
+    // for the thread that brings the input.
+    while (!GST_PAD_STREAM_TRYLOCK(input.get())) {
+        if (Clock::now() >= deadline) {
+            return;
+        }
+        std::this_thread::sleep_for(pollInterval);
+    }
+    GST_PAD_STREAM_UNLOCK(input.get());
+}
+
+void DemuxerStopGuard::afterStop() {
+    release();
+    stopping_ = false;
+}
+
+void DemuxerStopGuard::release() {
+    std::lock_guard lock(mutex_);
+    demuxer_ = nullptr;
+    if (input_ && probe_ != 0) {
+        gst_pad_remove_probe(input_.get(), probe_);
+    }
+    input_.reset();
+    held_.reset();
+    probe_ = 0;
+}
+
+GstPadProbeReturn DemuxerStopGuard::onInput(GstPad*, GstPadProbeInfo*, gpointer data) {
+    return static_cast<DemuxerStopGuard*>(data)->stopping_ ? GST_PAD_PROBE_DROP : GST_PAD_PROBE_OK;
+}
+
+}  // namespace zarvo
