@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <optional>
 #include <thread>
 
 namespace zarvo {
@@ -21,11 +22,10 @@ std::int64_t nanosecondsNow() {
         .count();
 }
 
-// Whether `element` is at or on its way to PAUSED or beyond.
-bool startingOrRunning(GstElement* element) {
+// Whether `element` has reached PAUSED or beyond.
+bool running(GstElement* element) {
     GST_OBJECT_LOCK(element);
-    const GstState next = GST_STATE_NEXT(element);
-    const bool result = GST_STATE(element) >= GST_STATE_PAUSED || next >= GST_STATE_PAUSED;
+    const bool result = GST_STATE(element) >= GST_STATE_PAUSED;
     GST_OBJECT_UNLOCK(element);
     return result;
 }
@@ -76,14 +76,23 @@ void DemuxerStopGuard::beforeStop() {
         return;
     }
     const auto deadline = Clock::now() + longestWait;
-    // A demuxer that has not begun to start has no download thread yet.
-    while (startingOrRunning(demuxer.get()) && Clock::now() < deadline) {
+    // A demuxer is set to run as soon as it is set up (by a streaming thread, which a stop does
+    // not wait for): one not running yet is about to start. Its state is set just before the
+    // news of it is posted; one seen running without that news has started about now.
+    std::optional<Clock::time_point> seenRunning;
+    while (Clock::now() < deadline) {
         if (const std::int64_t since = runningSince_) {
             const auto ran = std::chrono::nanoseconds(nanosecondsNow() - since);
             if (ran < startTime) {
                 std::this_thread::sleep_for(
                     std::min<Clock::duration>(startTime - ran, deadline - Clock::now()));
             }
+            break;
+        }
+        if (!seenRunning && running(demuxer.get())) {
+            seenRunning = Clock::now();
+        }
+        if (seenRunning && Clock::now() - *seenRunning >= startTime) {
             break;
         }
         std::this_thread::sleep_for(pollInterval);
