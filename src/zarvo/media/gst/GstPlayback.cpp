@@ -369,8 +369,10 @@ void GstPlayback::applyTargetState() {
     if (!pipeline_ || !item_ || itemFailed_) {
         return;
     }
-    // Nothing plays before the item stands at its start point.
-    const bool starting = startSeek_ || (!prerolled_ && seeks_->inFlight());
+    // Nothing plays before the item has prerolled and stands at its start point. A pipeline
+    // asked for PLAYING while it prerolls, then for PAUSED (buffering) and PLAYING again, can
+    // commit PAUSED in between and then never reach PLAYING.
+    const bool starting = startSeek_ || !prerolled_;
     const GstState target =
         rate_ > 0 && !buffering_ && !ended_ && !starting ? GST_STATE_PLAYING : GST_STATE_PAUSED;
     if (target != requestedState_) {
