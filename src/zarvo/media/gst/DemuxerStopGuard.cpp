@@ -22,6 +22,18 @@ std::int64_t nanosecondsNow() {
         .count();
 }
 
+// Polls `done` until it holds or `deadline` passes; whether it held.
+template <typename Done>
+bool pollUntil(Clock::time_point deadline, Done done) {
+    while (!done()) {
+        if (Clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(pollInterval);
+    }
+    return true;
+}
+
 // Whether `element` has reached PAUSED or beyond.
 bool running(GstElement* element) {
     GST_OBJECT_LOCK(element);
@@ -43,17 +55,21 @@ void DemuxerStopGuard::demuxerSetUp(GstElement* demuxer) {
                                : 0;
     release();
     std::lock_guard lock(mutex_);
-    held_ = retainGst(demuxer);
+    demuxer_ = retainGst(demuxer);
     input_ = std::move(input);
     probe_ = probe;
     runningSince_ = 0;
-    demuxer_ = demuxer;
 }
 
 void DemuxerStopGuard::messagePosted(GstMessage* message) {
-    if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_STATE_CHANGED ||
-        GST_MESSAGE_SRC(message) != GST_OBJECT_CAST(demuxer_.load())) {
+    if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_STATE_CHANGED) {
         return;
+    }
+    {
+        std::lock_guard lock(mutex_);
+        if (!demuxer_ || GST_MESSAGE_SRC(message) != GST_OBJECT_CAST(demuxer_.get())) {
+            return;
+        }
     }
     GstState old = GST_STATE_VOID_PENDING;
     GstState now = GST_STATE_VOID_PENDING;
@@ -69,7 +85,7 @@ void DemuxerStopGuard::beforeStop() {
     GstRef<GstPad> input;
     {
         std::lock_guard lock(mutex_);
-        demuxer = retainGst(held_.get());
+        demuxer = retainGst(demuxer_.get());
         input = retainGst(input_.get());
     }
     if (!demuxer) {
@@ -80,22 +96,21 @@ void DemuxerStopGuard::beforeStop() {
     // not wait for): one not running yet is about to start. Its state is set just before the
     // news of it is posted; one seen running without that news has started about now.
     std::optional<Clock::time_point> seenRunning;
-    while (Clock::now() < deadline) {
-        if (const std::int64_t since = runningSince_) {
-            const auto ran = std::chrono::nanoseconds(nanosecondsNow() - since);
-            if (ran < startTime) {
-                std::this_thread::sleep_for(
-                    std::min<Clock::duration>(startTime - ran, deadline - Clock::now()));
-            }
-            break;
+    pollUntil(deadline, [&] {
+        if (runningSince_ != 0) {
+            return true;
         }
         if (!seenRunning && running(demuxer.get())) {
             seenRunning = Clock::now();
         }
-        if (seenRunning && Clock::now() - *seenRunning >= startTime) {
-            break;
+        return seenRunning && Clock::now() - *seenRunning >= startTime;
+    });
+    if (const std::int64_t since = runningSince_) {
+        const auto ran = std::chrono::nanoseconds(nanosecondsNow() - since);
+        if (ran < startTime) {
+            std::this_thread::sleep_for(
+                std::min<Clock::duration>(startTime - ran, deadline - Clock::now()));
         }
-        std::this_thread::sleep_for(pollInterval);
     }
     if (!input) {
         return;
@@ -103,13 +118,9 @@ void DemuxerStopGuard::beforeStop() {
     // Input is handled with the pad's stream lock held, after the probe has let it through.
     // The lock cannot be kept through the stop: that would deadlock with the stop, which waits
     // for the thread that brings the input.
-    while (!GST_PAD_STREAM_TRYLOCK(input.get())) {
-        if (Clock::now() >= deadline) {
-            return;
-        }
-        std::this_thread::sleep_for(pollInterval);
+    if (pollUntil(deadline, [&] { return GST_PAD_STREAM_TRYLOCK(input.get()); })) {
+        GST_PAD_STREAM_UNLOCK(input.get());
     }
-    GST_PAD_STREAM_UNLOCK(input.get());
 }
 
 void DemuxerStopGuard::afterStop() {
@@ -119,12 +130,11 @@ void DemuxerStopGuard::afterStop() {
 
 void DemuxerStopGuard::release() {
     std::lock_guard lock(mutex_);
-    demuxer_ = nullptr;
     if (input_ && probe_ != 0) {
         gst_pad_remove_probe(input_.get(), probe_);
     }
     input_.reset();
-    held_.reset();
+    demuxer_.reset();
     probe_ = 0;
 }
 

@@ -47,11 +47,10 @@ private:
     void release();
 
     std::atomic<bool> stopping_{false};
-    std::atomic<GstElement*> demuxer_{nullptr};  // compared with, never read through
     std::atomic<std::int64_t> runningSince_{0};  // steady clock, nanoseconds; 0 for not yet
     std::mutex mutex_;
-    GstRef<GstElement> held_;  // the demuxer, while it may be stopped
-    GstRef<GstPad> input_;     // its sink pad
+    GstRef<GstElement> demuxer_;  // while it may be stopped
+    GstRef<GstPad> input_;        // its sink pad
     gulong probe_ = 0;
 };
 
