@@ -337,24 +337,60 @@ TEST_F(SeekControllerTest, ARefusedSeekEndsAtOnceAndAFailedItemDropsTheWaitingOn
     EXPECT_TRUE(seeks->takePreroll(200, true));
 }
 
-TEST_F(SeekControllerTest, ASeekWaitsForSegmentBodiesToBeStillThenHoldsTheCancelledOnes) {
+TEST_F(SeekControllerTest, ASeekWaitsForTheTransferUnderWayAndHoldsTheRequestThatFollows) {
     auto gate = std::make_shared<TransferGate>(scheduler);
     seeks->reset(gate);
-    const auto ticket = gate->enter();
-    ASSERT_TRUE(gate->write(ticket, [] { return true; }));
+    auto pass = gate->enter();
+    ASSERT_TRUE(pass->write([] { return true; }));
     seeks->request({1, MediaTime::make(10, 1), false});
+    scheduler->advance(std::chrono::milliseconds(200));
+    RunLoop::main().runUntilIdle();
     EXPECT_TRUE(pipeline->sent.empty());
     EXPECT_TRUE(seeks->held());
-    scheduler->advance(std::chrono::milliseconds(200));
+
+    // The transfer ends and the stream asks for its next segment, which is held unanswered.
+    pass.reset();
+    std::atomic<bool> answered = false;
+    std::shared_ptr<TransferGate::Pass> cancelled;
+    std::thread next([&] {
+        cancelled = gate->enter();
+        answered = true;
+    });
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!gate->settledFor(0, 1000) && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    scheduler->advance(std::chrono::milliseconds(70));
     RunLoop::main().runUntilIdle();
     EXPECT_EQ(pipeline->sent, std::vector<double>{10});
     EXPECT_EQ(pipeline->heldSent, 1);
-    // The transfer from before the seek stays held until its connection has had time to go.
-    const auto later = gate->enter();
-    EXPECT_TRUE(gate->write(later, [] { return true; }));
+    // The request the seek cancelled stays held until its connection has had time to go; one
+    // made after the seek passes.
+    EXPECT_FALSE(answered);
+    EXPECT_TRUE(gate->enter()->write([] { return true; }));
     scheduler->advance(std::chrono::milliseconds(400));
     RunLoop::main().runUntilIdle();
-    EXPECT_TRUE(gate->write(ticket, [] { return true; }));
+    next.join();
+    EXPECT_TRUE(answered);
+    // Whatever becomes of the cancelled request's answer holds up no later seek.
+    ASSERT_TRUE(seeks->takePreroll(1000, false));
+    seeks->finish();
+    seeks->request({2, MediaTime::make(20, 1), false});
+    EXPECT_EQ(pipeline->sent, (std::vector<double>{10, 20}));
+}
+
+TEST_F(SeekControllerTest, ASeekWaitsOnlyAWhileForARequestAfterTheLastTransfer) {
+    auto gate = std::make_shared<TransferGate>(scheduler);
+    seeks->reset(gate);
+    gate->enter()->write([] { return true; });
+    // The stream may have ended: no request follows.
+    seeks->request({1, MediaTime::make(10, 1), false});
+    scheduler->advance(std::chrono::milliseconds(200));
+    RunLoop::main().runUntilIdle();
+    EXPECT_TRUE(pipeline->sent.empty());
+    scheduler->advance(std::chrono::milliseconds(150));
+    RunLoop::main().runUntilIdle();
+    EXPECT_EQ(pipeline->sent, std::vector<double>{10});
 }
 
 }  // namespace

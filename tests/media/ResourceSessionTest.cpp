@@ -22,6 +22,7 @@
 
 #include "zarvo/media/loopback/AssetLoader.h"
 #include "zarvo/media/loopback/ResourceSession.h"
+#include "zarvo/media/loopback/TransferGate.h"
 #include "zarvo/media/model/MediaEngine.h"
 #include "zarvo/media/model/MediaError.h"
 #include "zarvo/media/model/UrlAsset.h"
@@ -317,6 +318,21 @@ TEST_F(ResourceSessionTest, APlaylistAskedForAsTheSessionClosesIsAwaitedUntilIts
     EXPECT_FALSE(session_->awaitAnswersRead(0ms)) << "the client has not hung up yet";
     client.reset();
     EXPECT_TRUE(session_->awaitAnswersRead(safetyTimeout));
+}
+
+// A segment is under way until its client has read it and hung up, not only until it was sent:
+// a seek waits for the demuxer to have taken in every body.
+TEST_F(ResourceSessionTest, ASegmentIsUnderWayUntilItsClientHasHungUp) {
+    const std::string segment = served("/whole.ts");
+    auto client = std::make_unique<RawClient>(segment);
+    const std::string path = segment.substr(segment.find('/', std::string("http://").size()));
+    EXPECT_EQ(client->ask("GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"),
+              "HTTP/1.1 200 OK");
+    ASSERT_TRUE(eventually([&] { return recorder_->count() == 1; })) << "the body went out";
+    const auto gate = session_->transferGate();
+    EXPECT_FALSE(gate->settledFor(0, 0));
+    client.reset();
+    EXPECT_TRUE(eventually([&] { return gate->settledFor(0, 0); }));
 }
 
 // A live stream names new segments for as long as it plays: the session forgets the oldest

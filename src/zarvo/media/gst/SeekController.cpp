@@ -12,10 +12,14 @@ namespace zarvo {
 
 namespace {
 
-// Seconds: how long segment bodies must have been still before a flushing seek goes out, the
-// longest a seek waits for that, and how much longer the transfers it cancelled stay held
-// (long enough for their connections to close).
+// Seconds: how long segment bodies must have been still before a flushing seek goes out, how
+// long it waits for the next request after a transfer has ended (the demuxer asks for it a few
+// milliseconds after reading the last byte, far more under load), the longest a seek waits for
+// all that, and how much longer the requests it cancelled stay held (long enough for their
+// connections to close).
 constexpr double quietBeforeSeek = 0.06;
+constexpr double heldSeekCheck = 0.02;  // how often a held seek looks again
+constexpr double nextRequestWait = 0.25;
 constexpr double longestSeekHold = 1.0;
 constexpr double cancelledTransfersHold = 0.3;
 
@@ -83,7 +87,7 @@ void SeekController::sendPending() {
 }
 
 void SeekController::send(MediaTime time, bool exact, std::optional<std::uint64_t> id) {
-    if (!gate_ || gate_->quietFor(quietBeforeSeek)) {
+    if (!gate_ || gate_->settledFor(quietBeforeSeek, nextRequestWait)) {
         sendNow(time, exact, id);
         return;
     }
@@ -93,7 +97,7 @@ void SeekController::send(MediaTime time, bool exact, std::optional<std::uint64_
 }
 
 void SeekController::checkHeld(std::uint64_t generation) {
-    DispatchQueue::main()->asyncAfter(quietBeforeSeek, [weakSelf = weak_from_this(), generation] {
+    DispatchQueue::main()->asyncAfter(heldSeekCheck, [weakSelf = weak_from_this(), generation] {
         auto self = weakSelf.lock();
         if (!self || !self->held_ || generation != self->heldGeneration_ || !self->gate_) {
             return;
@@ -101,7 +105,7 @@ void SeekController::checkHeld(std::uint64_t generation) {
         const auto gate = self->gate_;
         const bool waitedLongEnough =
             Scheduler::standard()->uptime() - self->held_->since >= longestSeekHold;
-        if (!gate->quietFor(quietBeforeSeek) && !waitedLongEnough) {
+        if (!gate->settledFor(quietBeforeSeek, nextRequestWait) && !waitedLongEnough) {
             self->checkHeld(generation);
             return;
         }

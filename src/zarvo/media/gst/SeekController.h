@@ -16,9 +16,10 @@ class TransferGate;
 // The seeks of one playback. One flushing seek is in the pipeline at a time: a seek asked for
 // meanwhile waits for it to preroll and replaces any other one waiting (the adaptive demuxer
 // cannot take a flush while it is still restarting its downloads from the previous one). While
-// segment bodies are moving, a seek waits with them held until they have been still for a
-// moment, so that the demuxer has taken in every byte it read before the seek cancels its
-// downloads (see TransferGate); it goes out anyway after the longest hold. Main thread only.
+// segments download, a seek holds new segment requests unanswered and waits until the downloads
+// under way have ended and each stream has sent its next request, so that the seek cancels
+// only requests that were never answered (see TransferGate); it goes out anyway after the
+// longest hold. Main thread only.
 class SeekController : public std::enable_shared_from_this<SeekController> {
 public:
     struct Seek {

@@ -38,6 +38,9 @@ struct LoopbackResponse {
     // The client waits for this answer with a thread held (a playlist or a key): the server
     // counts it as given only once the client has hung up on it.
     bool readBeforeDone = false;
+    // The producer (and what it holds) is kept after the body until the client has hung up,
+    // that is has read it all, or a limit has passed.
+    bool keptUntilHangUp = false;
 
     void setField(std::string name, std::string value);
     void setContent(std::string body, std::string type);

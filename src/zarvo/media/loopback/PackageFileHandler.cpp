@@ -48,18 +48,18 @@ void PackageFileHandler::serve(LoopbackResponse& response, ResourceSession::Kind
     const auto facts = session_.playlists_->segmentFacts(url, range);
     const std::optional<double> mediaDuration =
         facts ? std::optional(facts->duration) : std::nullopt;
-    const auto gate = session_.gate_;
     response.status = 200;
+    // The gate counts the transfer as under way until the pipeline has read the body.
+    response.keptUntilHangUp = true;
     response.setProducer(
         length, ResourceSession::contentTypeFor(url),
-        [file, gate, ticket = gate->enter(), length](LoopbackBodySink& sink) {
+        [file, pass = session_.gate_->enter(facts && facts->last), length](LoopbackBodySink& sink) {
             Data buffer(static_cast<std::size_t>(std::min<std::int64_t>(length, fileChunk)), '\0');
             for (std::int64_t left = length; left > 0;) {
                 const auto want = static_cast<std::size_t>(
                     std::min<std::int64_t>(left, static_cast<std::int64_t>(buffer.size())));
                 const std::size_t got = std::fread(buffer.data(), 1, want, file->get());
-                if (got == 0 ||
-                    !gate->write(ticket, [&] { return sink.write(buffer.data(), got); })) {
+                if (got == 0 || !pass->write([&] { return sink.write(buffer.data(), got); })) {
                     return false;
                 }
                 left -= static_cast<std::int64_t>(got);

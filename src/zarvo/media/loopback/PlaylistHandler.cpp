@@ -113,10 +113,12 @@ void PlaylistHandler::remember(const ResourceSession::PlaylistServed& served) {
         found != variantBandwidths_.end()) {
         bandwidth = found->second;
     }
-    for (const auto& segment : served.info.segments) {
+    const auto& segments = served.info.segments;
+    for (const auto& segment : segments) {
         if (segment.url) {
+            const bool last = served.info.hasEndList && &segment == &segments.back();
             segments_[ResourceSession::resourceKey(*segment.url, segment.byteRange)] = {
-                segment.duration, bandwidth};
+                segment.duration, bandwidth, last};
         }
     }
 }

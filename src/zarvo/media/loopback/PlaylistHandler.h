@@ -19,6 +19,7 @@ public:
     struct SegmentFacts {
         double duration = 0;                    // its EXTINF
         std::optional<std::int64_t> bandwidth;  // of its variant, when the master names it
+        bool last = false;  // the last of a playlist that has ended: nothing follows it
     };
 
     explicit PlaylistHandler(ResourceSession& session) : session_(session) {}

@@ -97,7 +97,8 @@ private:
 };
 
 constexpr std::size_t workerCount = 32;
-// How long an answer that is read before it counts waits for its client to hang up.
+// How long an answer that is read before it counts, or kept until then, waits for its client
+// to hang up.
 constexpr int hangUpLimitMs = 500;
 constexpr std::size_t queuedRequests = 256;
 
@@ -202,7 +203,9 @@ struct ResourceServer::Impl {
         if (!response.readBeforeDone) {
             // A segment's body may wait for room in a paused pipeline: it is not waited for.
             session->answerEnded();
-            response.send(connection, head.method == "HEAD");
+            if (response.send(connection, head.method == "HEAD") && response.keptUntilHangUp) {
+                connection.awaitHangUp(hangUpLimitMs);
+            }
             return;
         }
         if (response.send(connection, head.method == "HEAD")) {

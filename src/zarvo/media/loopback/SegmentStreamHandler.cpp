@@ -25,8 +25,7 @@ constexpr std::size_t sendBlock = 512 * 1024;
 // The state of one answer streamed from the origin to the pipeline.
 struct StreamAnswer {
     std::shared_ptr<DirectUrlStream> stream;
-    std::shared_ptr<TransferGate> gate;
-    TransferGate::Ticket ticket = 0;
+    std::shared_ptr<TransferGate::Pass> gatePass;
     std::int64_t skip = 0;        // bytes of the body before the range (an origin that ignored it)
     std::int64_t remaining = -1;  // bytes still to send; -1: to the end
     std::int64_t sent = 0;
@@ -53,7 +52,7 @@ struct StreamAnswer {
                     tooLong = failed = true;
                     return false;
                 }
-                if (length > 0 && !gate->write(ticket, [&] { return sink.write(data, length); })) {
+                if (length > 0 && !gatePass->write([&] { return sink.write(data, length); })) {
                     failed = true;
                     return false;
                 }
@@ -79,9 +78,9 @@ void SegmentStreamHandler::serve(LoopbackResponse& response, ResourceSession::Ki
         request.setValue(range->header(), "Range");
     }
     auto answer = std::make_shared<StreamAnswer>();
+    const auto facts = session_.playlists_->segmentFacts(url, range);
+    answer->gatePass = session_.gate_->enter(facts && facts->last);
     answer->started = Scheduler::standard()->uptime();
-    answer->gate = session_.gate_;
-    answer->ticket = session_.gate_->enter();
     auto started = DirectUrlStream::start(request, session_.loader_->session()->configuration(),
                                           session_.connections_);
     auto head = [&]() -> std::variant<HttpUrlResponse, Error> {
@@ -118,7 +117,6 @@ void SegmentStreamHandler::serve(LoopbackResponse& response, ResourceSession::Ki
         length = range->length;
     }
     answer->remaining = length;
-    const auto facts = session_.playlists_->segmentFacts(url, range);
     const std::optional<double> mediaDuration =
         facts ? std::optional(facts->duration) : std::nullopt;
     answer->limit =
@@ -155,6 +153,8 @@ void SegmentStreamHandler::serve(LoopbackResponse& response, ResourceSession::Ki
             [transfer](ResourceSession::Observer& observer) { observer.transferred(transfer); });
     };
     response.status = 200;
+    // The gate counts the transfer as under way until the pipeline has read the body.
+    response.keptUntilHangUp = true;
     response.setProducer(
         length >= 0 ? std::optional(length) : std::nullopt,
         origin.mimeType().value_or(ResourceSession::contentTypeFor(url)),

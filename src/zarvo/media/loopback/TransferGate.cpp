@@ -7,28 +7,61 @@ namespace zarvo {
 TransferGate::TransferGate(std::shared_ptr<Scheduler> scheduler)
     : scheduler_(std::move(scheduler)) {}
 
-TransferGate::Ticket TransferGate::enter() {
+std::shared_ptr<TransferGate::Pass> TransferGate::enter(bool last) {
+    std::unique_lock lock(mutex_);
+    const Ticket ticket = next_;
+    // A request that comes in follows one that ended.
+    if (!unfollowed_.empty()) {
+        unfollowed_.pop_back();
+    }
+    auto pass = std::make_shared<Pass>(Pass::Key{}, shared_from_this());
+    pass->last_ = last;
+    // A request held for a seek was cancelled by it: what becomes of its answer is no matter.
+    pass->cancelled_ = held(ticket);
+    changed_.wait(lock, [&] { return !held(ticket); });
+    if (!pass->cancelled_) {
+        ++underWay_;
+    }
+    return pass;
+}
+
+TransferGate::Pass::~Pass() {
+    if (!cancelled_) {
+        gate_->left(wrote_ && !last_);
+    }
+}
+
+void TransferGate::left(bool followed) {
+    // Streams that have ended leave entries that no request follows; only the latest count.
+    constexpr std::size_t kept = 16;
     std::lock_guard lock(mutex_);
-    return next_;
+    --underWay_;
+    if (followed) {
+        unfollowed_.push_back(scheduler_->uptime());
+        if (unfollowed_.size() > kept) {
+            unfollowed_.pop_front();
+        }
+    }
 }
 
 bool TransferGate::held(Ticket ticket) const {
     return !closed_ && (holdingAll_ || ticket < releasePoint_);
 }
 
-bool TransferGate::write(Ticket ticket, const std::function<bool()>& write) {
+bool TransferGate::Pass::write(const std::function<bool()>& write) {
+    auto& gate = *gate_;
     {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return !held(ticket); });
-        if (closed_) {
+        std::lock_guard lock(gate.mutex_);
+        if (gate.closed_) {
             return false;
         }
-        ++writing_;
+        ++gate.writing_;
     }
     const bool written = write();
-    std::lock_guard lock(mutex_);
-    --writing_;
-    lastWriteEnd_ = scheduler_->uptime();
+    wrote_ = wrote_ || written;
+    std::lock_guard lock(gate.mutex_);
+    --gate.writing_;
+    gate.lastWriteEnd_ = gate.scheduler_->uptime();
     return written;
 }
 
@@ -60,9 +93,11 @@ void TransferGate::releaseUpTo(Ticket point) {
     changed_.notify_all();
 }
 
-bool TransferGate::quietFor(double seconds) const {
+bool TransferGate::settledFor(double quiet, double nextRequestWait) const {
     std::lock_guard lock(mutex_);
-    return writing_ == 0 && scheduler_->uptime() - lastWriteEnd_ >= seconds;
+    const double now = scheduler_->uptime();
+    return underWay_ == 0 && writing_ == 0 && now - lastWriteEnd_ >= quiet &&
+           (unfollowed_.empty() || now - unfollowed_.back() >= nextRequestWait);
 }
 
 void TransferGate::close() {
