@@ -128,8 +128,9 @@ TEST_F(ZMPlayerPlaybackTest, VodReportsItsStatusesTicksAnAudioSwitchAndItsEnd) {
 // Media seconds played per second of the process's clock, over `span` media seconds. The
 // audio sink's clock paces playback, so the figure holds on a loaded machine too.
 double pace(ZMPlayer& player, double span) {
-    // The first moments after a change of speed, seek or pause flush the pipeline.
-    const double settle = player.currentTime() + 0.2;
+    // The first moments after a change of speed, seek or pause flush the pipeline; a change of
+    // speed may first wait a quarter of a second (at the old speed) for downloads under way.
+    const double settle = player.currentTime() + 0.4;
     if (!waitFor([&] { return player.currentTime() >= settle; })) {
         return 0;
     }
