@@ -357,7 +357,7 @@ TEST_F(SeekControllerTest, ASeekWaitsForTheTransferUnderWayAndHoldsTheRequestTha
         answered = true;
     });
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!gate->settledFor(0, 1000) && std::chrono::steady_clock::now() < deadline) {
+    while (!gate->settled(1000) && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::yield();
     }
     scheduler->advance(std::chrono::milliseconds(70));

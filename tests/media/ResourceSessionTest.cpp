@@ -330,9 +330,9 @@ TEST_F(ResourceSessionTest, ASegmentIsUnderWayUntilItsClientHasHungUp) {
               "HTTP/1.1 200 OK");
     ASSERT_TRUE(eventually([&] { return recorder_->count() == 1; })) << "the body went out";
     const auto gate = session_->transferGate();
-    EXPECT_FALSE(gate->settledFor(0, 0));
+    EXPECT_FALSE(gate->settled(0));
     client.reset();
-    EXPECT_TRUE(eventually([&] { return gate->settledFor(0, 0); }));
+    EXPECT_TRUE(eventually([&] { return gate->settled(0); }));
 }
 
 // A live stream names new segments for as long as it plays: the session forgets the oldest

@@ -12,14 +12,12 @@ namespace zarvo {
 
 namespace {
 
-// Seconds: how long segment bodies must have been still before a flushing seek goes out, how
-// long it waits for the next request after a transfer has ended (the demuxer asks for it a few
-// milliseconds after reading the last byte, far more under load), the longest a seek waits for
-// all that, and how much longer the requests it cancelled stay held (long enough for their
-// connections to close).
-constexpr double quietBeforeSeek = 0.06;
-constexpr double heldSeekCheck = 0.02;  // how often a held seek looks again
+// Seconds: how long a seek waits for the next request after a transfer has ended (the demuxer
+// asks for it a few milliseconds after reading the last byte, far more under load), how often a
+// held seek looks again, the longest it is held, and how much longer the requests it cancelled
+// stay held (long enough for their connections to close).
 constexpr double nextRequestWait = 0.25;
+constexpr double heldSeekCheck = 0.02;
 constexpr double longestSeekHold = 1.0;
 constexpr double cancelledTransfersHold = 0.3;
 
@@ -87,7 +85,7 @@ void SeekController::sendPending() {
 }
 
 void SeekController::send(MediaTime time, bool exact, std::optional<std::uint64_t> id) {
-    if (!gate_ || gate_->settledFor(quietBeforeSeek, nextRequestWait)) {
+    if (!gate_ || gate_->settled(nextRequestWait)) {
         sendNow(time, exact, id);
         return;
     }
@@ -105,7 +103,7 @@ void SeekController::checkHeld(std::uint64_t generation) {
         const auto gate = self->gate_;
         const bool waitedLongEnough =
             Scheduler::standard()->uptime() - self->held_->since >= longestSeekHold;
-        if (!gate->settledFor(quietBeforeSeek, nextRequestWait) && !waitedLongEnough) {
+        if (!gate->settled(nextRequestWait) && !waitedLongEnough) {
             self->checkHeld(generation);
             return;
         }

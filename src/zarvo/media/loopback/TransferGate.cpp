@@ -49,19 +49,14 @@ bool TransferGate::held(Ticket ticket) const {
 }
 
 bool TransferGate::Pass::write(const std::function<bool()>& write) {
-    auto& gate = *gate_;
     {
-        std::lock_guard lock(gate.mutex_);
-        if (gate.closed_) {
+        std::lock_guard lock(gate_->mutex_);
+        if (gate_->closed_) {
             return false;
         }
-        ++gate.writing_;
     }
     const bool written = write();
     wrote_ = wrote_ || written;
-    std::lock_guard lock(gate.mutex_);
-    --gate.writing_;
-    gate.lastWriteEnd_ = gate.scheduler_->uptime();
     return written;
 }
 
@@ -93,11 +88,10 @@ void TransferGate::releaseUpTo(Ticket point) {
     changed_.notify_all();
 }
 
-bool TransferGate::settledFor(double quiet, double nextRequestWait) const {
+bool TransferGate::settled(double nextRequestWait) const {
     std::lock_guard lock(mutex_);
-    const double now = scheduler_->uptime();
-    return underWay_ == 0 && writing_ == 0 && now - lastWriteEnd_ >= quiet &&
-           (unfollowed_.empty() || now - unfollowed_.back() >= nextRequestWait);
+    return underWay_ == 0 &&
+           (unfollowed_.empty() || scheduler_->uptime() - unfollowed_.back() >= nextRequestWait);
 }
 
 void TransferGate::close() {

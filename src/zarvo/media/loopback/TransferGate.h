@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <limits>
 #include <memory>
 #include <mutex>
 
@@ -20,10 +19,10 @@ class Scheduler;
 //  - the HTTP library may crash closing the body of a download cancelled after its head came.
 // So a seek first holds new transfers before they are answered (a cancelled request that was
 // never answered is harmless), then goes out once the transfers under way have ended (their
-// bodies read: the server keeps a pass until the client hangs up), no body has moved for a
-// moment, and each transfer that ended has been followed by the next request, which the demuxer
-// sends soon after reading the last byte (or long enough has passed that none is coming). The
-// requests held for the seek stay held until their connections are gone.
+// bodies read: the server keeps a pass until the client hangs up) and each one that ended has
+// been followed by the next request, which the demuxer sends soon after reading the last byte
+// (or long enough has passed that none is coming). The requests held for the seek stay held
+// until their connections are gone.
 class TransferGate : public std::enable_shared_from_this<TransferGate> {
 public:
     using Ticket = std::uint64_t;
@@ -63,10 +62,9 @@ public:
     Ticket passNewTransfers();
     // Lets the transfers held at `point` pass, unless a later hold has taken over.
     void releaseUpTo(Ticket point);
-    // True when no transfer is under way, no body has moved for `quiet` seconds, and each
-    // transfer that ended has been followed by another request, or none has ended for
-    // `nextRequestWait` seconds.
-    bool settledFor(double quiet, double nextRequestWait) const;
+    // True when no transfer is under way and each one that ended has been followed by another
+    // request, or none has ended for `nextRequestWait` seconds.
+    bool settled(double nextRequestWait) const;
     // Lets everything pass for good (the playback is over).
     void close();
 
@@ -82,8 +80,6 @@ private:
     bool holdingAll_ = false;
     bool closed_ = false;
     int underWay_ = 0;
-    int writing_ = 0;
-    double lastWriteEnd_ = -std::numeric_limits<double>::infinity();
     std::deque<double> unfollowed_;  // when the transfers not yet followed by another ended
 };
 
