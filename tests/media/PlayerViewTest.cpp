@@ -70,6 +70,16 @@ bool pictureInCentre(const WindowGrab& grab) {
     return !grab.at(grab.width() / 2, grab.height() / 2).isBlack();
 }
 
+// The 16:9 picture in a 320 by 90 window: 160 wide in the middle, with black bars beside it.
+bool betweenBars(const WindowGrab& grab) {
+    return pictureInCentre(grab) && grab.columnIsBlack(40) && grab.columnIsBlack(280) &&
+           !grab.columnIsBlack(90) && !grab.columnIsBlack(230);
+}
+
+bool toTheSides(const WindowGrab& grab) {
+    return !grab.columnIsBlack(1) && !grab.columnIsBlack(grab.width() - 2);
+}
+
 TEST_F(PlayerViewTest, WindowsOfOnePlayerShowItsPictureWithTheirGravityAndBlackWithoutIt) {
     if (!display_.name()) {
         GTEST_SKIP() << "Xvfb is not installed";
@@ -97,11 +107,7 @@ TEST_F(PlayerViewTest, WindowsOfOnePlayerShowItsPictureWithTheirGravityAndBlackW
         PlayerItem::make(UrlAsset::make(*Url::parse(origin_->url("/vod/master.m3u8")))));
     player->play();
 
-    // Letterboxed: the picture is 160 wide in the middle of 320, with black bars beside it.
-    EXPECT_TRUE(shows(*aspect, "the picture between bars", [](const WindowGrab& grab) {
-        return pictureInCentre(grab) && grab.columnIsBlack(40) && grab.columnIsBlack(280) &&
-               !grab.columnIsBlack(90) && !grab.columnIsBlack(230);
-    }));
+    EXPECT_TRUE(shows(*aspect, "the picture between bars", betweenBars));
     for (const auto& view : {fill, stretch}) {
         EXPECT_TRUE(shows(*view, "the picture to the edges", [](const WindowGrab& grab) {
             return !grab.columnIsBlack(1) && !grab.columnIsBlack(grab.width() - 2) &&
@@ -111,9 +117,7 @@ TEST_F(PlayerViewTest, WindowsOfOnePlayerShowItsPictureWithTheirGravityAndBlackW
 
     // A new gravity takes effect at once, and a bigger view gets a bigger picture.
     aspect->playerLayer()->setVideoGravity(LayerVideoGravity::resize);
-    EXPECT_TRUE(shows(*aspect, "the stretched picture", [](const WindowGrab& grab) {
-        return !grab.columnIsBlack(1) && !grab.columnIsBlack(grab.width() - 2);
-    }));
+    EXPECT_TRUE(shows(*aspect, "the stretched picture", toTheSides));
     stretch->setFrame(Rect{0, 300, 480, 270});
     EXPECT_TRUE(shows(*stretch, "the picture at its new size", [](const WindowGrab& grab) {
         return grab.width() == 480 && !grab.columnIsBlack(470) && !grab.rowIsBlack(265);
@@ -137,9 +141,7 @@ TEST_F(PlayerViewTest, WindowsOfOnePlayerShowItsPictureWithTheirGravityAndBlackW
     player->replaceCurrentItem(
         PlayerItem::make(UrlAsset::make(*Url::parse(origin_->url("/vod/master.m3u8")))));
     player->play();
-    EXPECT_TRUE(shows(*aspect, "the next item's picture", [](const WindowGrab& grab) {
-        return !grab.columnIsBlack(1) && !grab.columnIsBlack(grab.width() - 2);
-    }));
+    EXPECT_TRUE(shows(*aspect, "the next item's picture", toTheSides));
 }
 
 // The first window reaches a player that has been playing without one: it shows the picture
@@ -165,6 +167,35 @@ TEST_F(PlayerViewTest, AViewGivenToAPlayingPlayerShowsItsPictureFromThenOn) {
     const double before = player->currentTime().seconds();
     EXPECT_TRUE(RunLoop::main().runUntil(
         [&] { return player->currentTime().seconds() > before + 1; }, 10s));
+}
+
+// A paused item shows its first picture with its window's gravity, in a window given to it
+// while paused too, and a new gravity at once: no later picture comes to carry it.
+TEST_F(PlayerViewTest, APausedPlayerShowsItsPictureInNewWindowsAndWithNewGravities) {
+    if (!display_.name()) {
+        GTEST_SKIP() << "Xvfb is not installed";
+    }
+    auto host = View::make(Rect{0, 0, 400, 300});
+    ASSERT_TRUE(host->nativeWindow());
+    auto first = View::make<VideoView>(Rect{0, 0, 320, 90}, host->nativeWindow());
+    auto second = View::make<VideoView>(Rect{0, 100, 320, 90}, host->nativeWindow());
+    for (const auto& view : {first, second}) {
+        view->setBackgroundColor(Color::black());
+    }
+    auto player = Player::make();
+    first->playerLayer()->setPlayer(player);
+    player->replaceCurrentItem(
+        PlayerItem::make(UrlAsset::make(*Url::parse(origin_->url("/vod/master.m3u8")))));
+    EXPECT_TRUE(shows(*first, "the first picture between bars", betweenBars));
+
+    second->playerLayer()->setVideoGravity(LayerVideoGravity::resize);
+    second->playerLayer()->setPlayer(player);
+    EXPECT_TRUE(shows(*second, "the paused picture in a new window", toTheSides));
+    first->playerLayer()->setVideoGravity(LayerVideoGravity::resize);
+    EXPECT_TRUE(shows(*first, "the paused picture stretched", toTheSides));
+    second->playerLayer()->setVideoGravity(LayerVideoGravity::resizeAspect);
+    EXPECT_TRUE(shows(*second, "the paused picture between bars", betweenBars));
+    EXPECT_EQ(player->currentTime().seconds(), 0);
 }
 
 }  // namespace

@@ -5,10 +5,11 @@
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
+#include <functional>
+#include <mutex>
 
 #include <gst/video/videooverlay.h>
 
-#include "zarvo/platform/DispatchQueue.h"
 #include "zarvo/platform/Log.h"
 
 namespace zarvo {
@@ -22,12 +23,6 @@ struct GstVideoOutputs::Branch {
     GstElement* convert = nullptr;
     GstElement* filter = nullptr;
     GstElement* sink = nullptr;
-    gulong idleProbe = 0;
-
-    // Set by the idle probe once the tee no longer feeds the branch.
-    std::mutex mutex;
-    std::condition_variable unlinked;
-    bool isUnlinked = false;
 
     std::array<GstElement*, 6> elements() const {
         return {queue, crop, scale, convert, filter, sink};
@@ -38,6 +33,48 @@ namespace {
 
 GstElement* element(const char* factory) {
     return gst_element_factory_make(factory, nullptr);
+}
+
+// Runs `work` while the tee pushes nothing through `teePad`: at once on this thread when no
+// picture passes now, else on the streaming thread as soon as its push has returned. Whether
+// it ran within two seconds; when it did not, it never runs.
+bool whileIdle(GstPad* teePad, std::function<void()> work) {
+    struct Call {
+        std::function<void()> work;
+        std::mutex mutex;
+        std::condition_variable done;
+        bool ran = false;
+        bool cancelled = false;
+    };
+    using Shared = std::shared_ptr<Call>;
+    auto call = std::make_shared<Call>();
+    call->work = std::move(work);
+    // The probe owns a share of the call until GStreamer lets go of the probe, which may be
+    // after this function has given up on it.
+    const gulong probe = gst_pad_add_probe(
+        teePad, GST_PAD_PROBE_TYPE_IDLE,
+        [](GstPad*, GstPadProbeInfo*, gpointer data) {
+            Call& call = **static_cast<Shared*>(data);
+            std::lock_guard lock(call.mutex);
+            if (!call.cancelled && !call.ran) {
+                call.work();
+                call.ran = true;
+                call.done.notify_all();
+            }
+            return GST_PAD_PROBE_REMOVE;
+        },
+        std::make_unique<Shared>(call).release(),
+        [](gpointer data) { std::unique_ptr<Shared>(static_cast<Shared*>(data)); });
+    std::unique_lock lock(call->mutex);
+    if (call->done.wait_for(lock, std::chrono::seconds(2), [&] { return call->ran; })) {
+        return true;
+    }
+    call->cancelled = true;
+    lock.unlock();
+    if (probe != 0) {
+        gst_pad_remove_probe(teePad, probe);
+    }
+    return false;
 }
 
 }  // namespace
@@ -105,40 +142,52 @@ GstPadProbeReturn GstVideoOutputs::onCaps(GstPad*, GstPadProbeInfo* info, gpoint
         picture.parN <= 0 || picture.parD <= 0) {
         picture.parN = picture.parD = 1;
     }
+    // Laid out before the picture goes on: the first picture of a paused item is the one its
+    // windows keep showing.
     auto* self = static_cast<GstVideoOutputs*>(data);
-    {
-        std::lock_guard lock(self->mutex_);
-        self->picture_ = picture;
+    std::lock_guard lock(self->mutex_);
+    self->picture_ = picture;
+    for (auto& [id, branch] : self->branches_) {
+        self->layout(*branch);
     }
-    DispatchQueue::main()->async([weak = self->weak_from_this()] {
-        if (auto self = weak.lock()) {
-            self->layoutAll();
-        }
-    });
     return GST_PAD_PROBE_OK;
 }
 
 void GstVideoOutputs::set(std::uint64_t id, const std::optional<VideoOutput>& output) {
-    auto found = branches_.find(id);
-    if (found != branches_.end() && (!output || found->second->output.window != output->window)) {
-        auto branch = std::move(found->second);
-        branches_.erase(found);
-        removeBranch(std::move(branch));
-        found = branches_.end();
+    std::unique_ptr<Branch> removed;
+    Branch* changed = nullptr;
+    {
+        std::lock_guard lock(mutex_);
+        auto found = branches_.find(id);
+        if (found != branches_.end() &&
+            (!output || found->second->output.window != output->window)) {
+            removed = std::move(found->second);
+            branches_.erase(found);
+        } else if (found != branches_.end() && found->second->output != *output) {
+            found->second->output = *output;
+            layout(*found->second);
+            changed = found->second.get();
+        }
     }
-    if (!output) {
+    if (removed) {
+        removeBranch(std::move(removed));
+    }
+    if (changed != nullptr) {
+        showPausedPicture(*changed);
+        gst_video_overlay_expose(GST_VIDEO_OVERLAY(changed->sink));
         return;
     }
-    if (found == branches_.end()) {
-        if (auto branch = addBranch(*output)) {
+    if (!output || branches_.count(id) != 0) {
+        return;
+    }
+    if (auto branch = makeBranch(*output)) {
+        Branch& added = *branch;
+        {
+            std::lock_guard lock(mutex_);
+            layout(added);
             branches_.emplace(id, std::move(branch));
         }
-        return;
-    }
-    if (found->second->output != *output) {
-        found->second->output = *output;
-        layout(*found->second);
-        gst_video_overlay_expose(GST_VIDEO_OVERLAY(found->second->sink));
+        linkBranch(added);
     }
 }
 
@@ -199,7 +248,7 @@ void GstVideoOutputs::queueAheadOfPacedSink() {
         this, nullptr);
 }
 
-std::unique_ptr<GstVideoOutputs::Branch> GstVideoOutputs::addBranch(const VideoOutput& output) {
+std::unique_ptr<GstVideoOutputs::Branch> GstVideoOutputs::makeBranch(const VideoOutput& output) {
     GstElement* sink = element("ximagesink");
     if (sink == nullptr) {
         static std::once_flag once;
@@ -235,13 +284,16 @@ std::unique_ptr<GstVideoOutputs::Branch> GstVideoOutputs::addBranch(const VideoO
                      branch->filter, sink, nullptr);
     gst_element_link_many(branch->queue, branch->crop, branch->scale, branch->convert,
                           branch->filter, sink, nullptr);
-    layout(*branch);
     for (GstElement* element :
          {sink, branch->filter, branch->convert, branch->scale, branch->crop, branch->queue}) {
         gst_element_sync_state_with_parent(element);
     }
-    branch->teePad = adoptGst(gst_element_request_pad_simple(tee_, "src_%u"));
-    GstRef<GstPad> queueSink(gst_element_get_static_pad(branch->queue, "sink"));
+    return branch;
+}
+
+void GstVideoOutputs::linkBranch(Branch& branch) {
+    branch.teePad = adoptGst(gst_element_request_pad_simple(tee_, "src_%u"));
+    GstRef<GstPad> queueSink(gst_element_get_static_pad(branch.queue, "sink"));
     // A window takes pictures of any size: the sizes of its own scaler must not reach the
     // player, which would scale every picture to the last window's size.
     gst_pad_add_probe(
@@ -259,39 +311,22 @@ std::unique_ptr<GstVideoOutputs::Branch> GstVideoOutputs::addBranch(const VideoO
             return GST_PAD_PROBE_HANDLED;
         },
         nullptr, nullptr);
-    gst_pad_link(branch->teePad.get(), queueSink.get());
-    return branch;
+    gst_pad_link(branch.teePad.get(), queueSink.get());
+    // A paused player shows its picture in a new window too.
+    showPausedPicture(branch);
 }
 
 void GstVideoOutputs::removeBranch(std::unique_ptr<Branch> branch) {
     // Unlinked while no picture passes, so that the tee never sees a flushing branch.
-    branch->idleProbe = gst_pad_add_probe(
-        branch->teePad.get(), GST_PAD_PROBE_TYPE_IDLE,
-        [](GstPad* pad, GstPadProbeInfo*, gpointer data) {
-            auto* branch = static_cast<Branch*>(data);
-            GstRef<GstPad> peer(gst_pad_get_peer(pad));
-            if (peer) {
-                gst_pad_unlink(pad, peer.get());
-            }
-            {
-                std::lock_guard lock(branch->mutex);
-                branch->isUnlinked = true;
-            }
-            branch->unlinked.notify_all();
-            return GST_PAD_PROBE_REMOVE;
-        },
-        branch.get(), nullptr);
-    {
-        std::unique_lock lock(branch->mutex);
-        if (!branch->unlinked.wait_for(lock, std::chrono::seconds(2),
-                                       [&] { return branch->isUnlinked; })) {
-            lock.unlock();
-            gst_pad_remove_probe(branch->teePad.get(), branch->idleProbe);
-            GstRef<GstPad> peer(gst_pad_get_peer(branch->teePad.get()));
-            if (peer) {
-                gst_pad_unlink(branch->teePad.get(), peer.get());
-            }
+    GstPad* teePad = branch->teePad.get();
+    const auto unlink = [teePad] {
+        GstRef<GstPad> peer(gst_pad_get_peer(teePad));
+        if (peer) {
+            gst_pad_unlink(teePad, peer.get());
         }
+    };
+    if (!whileIdle(teePad, unlink)) {
+        unlink();
     }
     // A paused sink holds its queue's thread until it flushes: flushing the branch lets the
     // queue stop. The elements stop upstream first, so that every picture is back in the
@@ -306,18 +341,53 @@ void GstVideoOutputs::removeBranch(std::unique_ptr<Branch> branch) {
     gst_element_release_request_pad(tee_, branch->teePad.get());
 }
 
-void GstVideoOutputs::layoutAll() {
-    for (auto& [id, branch] : branches_) {
-        layout(*branch);
+void GstVideoOutputs::showPausedPicture(Branch& branch) {
+    // Playing, the next picture comes with the new layout; prerolling, the first one does.
+    GstState state = GST_STATE_VOID_PENDING;
+    GstState pending = GST_STATE_VOID_PENDING;
+    if (gst_element_get_state(bin_.get(), &state, &pending, 0) != GST_STATE_CHANGE_SUCCESS ||
+        state != GST_STATE_PAUSED || pending != GST_STATE_VOID_PENDING) {
+        return;
     }
+    GstSample* held = nullptr;
+    g_object_get(pacedSink_, "last-sample", &held, nullptr);
+    const std::unique_ptr<GstSample, GstMiniObjectUnref> sample(held);
+    GstBuffer* picture = sample ? gst_sample_get_buffer(sample.get()) : nullptr;
+    const std::unique_ptr<GstCaps, GstMiniObjectUnref> caps(
+        gst_pad_get_current_caps(branch.teePad.get()));
+    if (picture == nullptr || !caps || gst_sample_get_caps(sample.get()) == nullptr ||
+        !gst_caps_is_equal(caps.get(), gst_sample_get_caps(sample.get()))) {
+        return;  // nothing shown yet, or a picture of another size is on its way
+    }
+    // The sink holds the branch's thread while paused: a flush frees it, and the picture then
+    // goes through the new layout as the sink's preroll. The flush keeps the running time.
+    GstPad* teePad = branch.teePad.get();
+    GstRef<GstPad> queueSink(gst_element_get_static_pad(branch.queue, "sink"));
+    whileIdle(teePad, [teePad, sink = queueSink.get(), picture] {
+        gst_pad_send_event(sink, gst_event_new_flush_start());
+        gst_pad_send_event(sink, gst_event_new_flush_stop(FALSE));
+        // The flush took the segment; a window added while paused has had nothing yet.
+        for (const GstEventType type :
+             {GST_EVENT_STREAM_START, GST_EVENT_CAPS, GST_EVENT_SEGMENT}) {
+            GstEvent* event = gst_pad_get_sticky_event(teePad, type, 0);
+            if (event == nullptr) {
+                return;
+            }
+            if (GstEvent* had = gst_pad_get_sticky_event(sink, type, 0)) {
+                gst_event_unref(had);
+                if (type != GST_EVENT_SEGMENT) {
+                    gst_event_unref(event);
+                    continue;
+                }
+            }
+            gst_pad_send_event(sink, event);
+        }
+        gst_pad_chain(sink, gst_buffer_ref(picture));
+    });
 }
 
 void GstVideoOutputs::layout(Branch& branch) {
-    Picture picture;
-    {
-        std::lock_guard lock(mutex_);
-        picture = picture_;
-    }
+    const Picture& picture = picture_;
     const VideoOutput& output = branch.output;
     int width = std::max(1, output.width);
     int height = std::max(1, output.height);

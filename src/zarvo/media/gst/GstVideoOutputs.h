@@ -21,8 +21,11 @@ namespace zarvo {
 // ximagesink centres a smaller picture on black. From the first window on, a queue of one
 // picture stands between the tee and the fake sink, so that the windows get each picture
 // before the fake sink waits for its time; until then, the fake sink waits on the thread that
-// brings the pictures, one thread hand-over less for each of them. Main thread only.
-class GstVideoOutputs : public std::enable_shared_from_this<GstVideoOutputs> {
+// brings the pictures, one thread hand-over less for each of them. A window's layout follows the
+// picture's size on the streaming thread, before the picture reaches it; a new layout while
+// the pipeline is paused sends the paused picture through that window's branch again. Main
+// thread, but for the caps probe.
+class GstVideoOutputs {
 public:
     // The bin, or nothing when one of its elements is missing.
     static std::shared_ptr<GstVideoOutputs> make();
@@ -57,11 +60,14 @@ private:
     };
 
     static GstPadProbeReturn onCaps(GstPad* pad, GstPadProbeInfo* info, gpointer data);
-    std::unique_ptr<Branch> addBranch(const VideoOutput& output);
+    std::unique_ptr<Branch> makeBranch(const VideoOutput& output);
+    void linkBranch(Branch& branch);
     void removeBranch(std::unique_ptr<Branch> branch);
+    // Sets the branch's crop and scaled size for its output and the picture; mutex_ held.
     void layout(Branch& branch);
+    // Sends the picture the paused pipeline holds through the branch again.
+    void showPausedPicture(Branch& branch);
     void queueAheadOfPacedSink();
-    void layoutAll();
 
     GstRef<GstElement> bin_;
     GstElement* tee_ = nullptr;  // owned by the bin
@@ -72,10 +78,12 @@ private:
     gulong pacedQueueProbe_ = 0;
     std::atomic<bool> pacedQueueLinked_ = false;  // set by the streaming thread
     gulong capsProbe_ = 0;
-    std::map<std::uint64_t, std::unique_ptr<Branch>> branches_;
 
+    // The caps probe reads the branches and their outputs: the main thread changes them, and
+    // the probe writes the picture, with the mutex held.
     mutable std::mutex mutex_;
-    Picture picture_;  // written by the streaming thread
+    std::map<std::uint64_t, std::unique_ptr<Branch>> branches_;
+    Picture picture_;
 };
 
 }  // namespace zarvo
