@@ -47,24 +47,39 @@ bool whileIdle(GstPad* teePad, std::function<void()> work) {
         bool cancelled = false;
     };
     using Shared = std::shared_ptr<Call>;
+    // GLib's locks are futexes that ThreadSanitizer does not see: the call reaches the
+    // streaming thread, and leaves it, under a lock that it does see.
+    static std::mutex handOver;
     auto call = std::make_shared<Call>();
-    call->work = std::move(work);
-    // The probe owns a share of the call until GStreamer lets go of the probe, which may be
-    // after this function has given up on it.
+    gpointer data = nullptr;
+    {
+        std::lock_guard lock(handOver);
+        call->work = std::move(work);
+        // The probe owns a share of the call until GStreamer lets go of the probe, which may
+        // be after this function has given up on it.
+        data = std::make_unique<Shared>(call).release();
+    }
     const gulong probe = gst_pad_add_probe(
         teePad, GST_PAD_PROBE_TYPE_IDLE,
         [](GstPad*, GstPadProbeInfo*, gpointer data) {
-            Call& call = **static_cast<Shared*>(data);
-            std::lock_guard lock(call.mutex);
-            if (!call.cancelled && !call.ran) {
-                call.work();
-                call.ran = true;
-                call.done.notify_all();
+            Shared call;
+            {
+                std::lock_guard lock(handOver);
+                call = *static_cast<Shared*>(data);
+            }
+            std::lock_guard lock(call->mutex);
+            if (!call->cancelled && !call->ran) {
+                call->work();
+                call->ran = true;
+                call->done.notify_all();
             }
             return GST_PAD_PROBE_REMOVE;
         },
-        std::make_unique<Shared>(call).release(),
-        [](gpointer data) { std::unique_ptr<Shared>(static_cast<Shared*>(data)); });
+        data,
+        [](gpointer data) {
+            std::lock_guard lock(handOver);
+            std::unique_ptr<Shared>(static_cast<Shared*>(data));
+        });
     std::unique_lock lock(call->mutex);
     if (call->done.wait_for(lock, std::chrono::seconds(2), [&] { return call->ran; })) {
         return true;
@@ -173,8 +188,9 @@ void GstVideoOutputs::set(std::uint64_t id, const std::optional<VideoOutput>& ou
         removeBranch(std::move(removed));
     }
     if (changed != nullptr) {
+        // No expose here: drawing the last picture again between the sink's new caps and the
+        // picture that comes with them would take the black bars of the new layout away.
         showPausedPicture(*changed);
-        gst_video_overlay_expose(GST_VIDEO_OVERLAY(changed->sink));
         return;
     }
     if (!output || branches_.count(id) != 0) {
@@ -228,7 +244,10 @@ void GstVideoOutputs::queueAheadOfPacedSink() {
                  static_cast<guint64>(0), nullptr);
     gst_bin_add(GST_BIN(bin_.get()), queue);
     gst_element_sync_state_with_parent(queue);
-    pacedQueue_ = queue;
+    {
+        std::lock_guard lock(mutex_);  // the probe reads it on the streaming thread
+        pacedQueue_ = queue;
+    }
     // Linked in between the tee and the sink once no picture passes: at once before the
     // pipeline runs (the probe is then gone when the call returns: no id), else as soon as the
     // sink has taken the picture it is waiting with.
@@ -236,6 +255,7 @@ void GstVideoOutputs::queueAheadOfPacedSink() {
         pacedTeePad_.get(), GST_PAD_PROBE_TYPE_IDLE,
         [](GstPad* teePad, GstPadProbeInfo*, gpointer data) {
             auto* self = static_cast<GstVideoOutputs*>(data);
+            std::lock_guard lock(self->mutex_);
             GstRef<GstPad> sinkPad(gst_element_get_static_pad(self->pacedSink_, "sink"));
             GstRef<GstPad> queueSink(gst_element_get_static_pad(self->pacedQueue_, "sink"));
             GstRef<GstPad> queueSource(gst_element_get_static_pad(self->pacedQueue_, "src"));

@@ -79,8 +79,9 @@ private:
     std::atomic<bool> pacedQueueLinked_ = false;  // set by the streaming thread
     gulong capsProbe_ = 0;
 
-    // The caps probe reads the branches and their outputs: the main thread changes them, and
-    // the probe writes the picture, with the mutex held.
+    // The probes on the streaming thread read the branches, their outputs and the paced queue:
+    // the main thread changes them, and the caps probe writes the picture, with the mutex held
+    // (GStreamer's own locks, futexes, order these too, but ThreadSanitizer does not see them).
     mutable std::mutex mutex_;
     std::map<std::uint64_t, std::unique_ptr<Branch>> branches_;
     Picture picture_;
