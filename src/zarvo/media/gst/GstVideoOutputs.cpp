@@ -179,8 +179,6 @@ void GstVideoOutputs::set(std::uint64_t id, const std::optional<VideoOutput>& ou
             removed = std::move(found->second);
             branches_.erase(found);
         } else if (found != branches_.end() && found->second->output != *output) {
-            found->second->output = *output;
-            layout(*found->second);
             changed = found->second.get();
         }
     }
@@ -188,8 +186,15 @@ void GstVideoOutputs::set(std::uint64_t id, const std::optional<VideoOutput>& ou
         removeBranch(std::move(removed));
     }
     if (changed != nullptr) {
-        // No expose here: drawing the last picture again between the sink's new caps and the
-        // picture that comes with them would take the black bars of the new layout away.
+        // The sink learns the window's new size when told to draw again. That comes before the
+        // new layout: the sink draws black bars beside the first picture of new caps, unless an
+        // expose in between has drawn the last picture and taken the bars' turn.
+        gst_video_overlay_expose(GST_VIDEO_OVERLAY(changed->sink));
+        {
+            std::lock_guard lock(mutex_);
+            changed->output = *output;
+            layout(*changed);
+        }
         showPausedPicture(*changed);
         return;
     }
