@@ -31,6 +31,19 @@ protected:
 
 class PlayerViewTest : public test::SampleOriginTest {
 protected:
+    void SetUp() override {
+        if (!display_.name()) {
+            GTEST_SKIP() << "Xvfb is not installed";
+        }
+    }
+
+    // A view with a player layer in the host's window, black where no picture is.
+    static std::shared_ptr<VideoView> videoView(const View& host, const Rect& frame) {
+        auto view = View::make<VideoView>(frame, host.nativeWindow());
+        view->setBackgroundColor(Color::black());
+        return view;
+    }
+
     // Waits until the window's grab satisfies `check`; the last grab explains a failure.
     ::testing::AssertionResult shows(const View& view, const char* what,
                                      const std::function<bool(const WindowGrab&)>& check) {
@@ -81,20 +94,14 @@ bool toTheSides(const WindowGrab& grab) {
 }
 
 TEST_F(PlayerViewTest, WindowsOfOnePlayerShowItsPictureWithTheirGravityAndBlackWithoutIt) {
-    if (!display_.name()) {
-        GTEST_SKIP() << "Xvfb is not installed";
-    }
     // The host's window, with three views in it, each wider than the 16:9 picture.
     auto host = View::make(Rect{0, 0, 800, 600});
     ASSERT_TRUE(host->nativeWindow());
-    auto aspect = View::make<VideoView>(Rect{0, 0, 320, 90}, host->nativeWindow());
-    auto fill = View::make<VideoView>(Rect{0, 100, 320, 90}, host->nativeWindow());
-    auto stretch = View::make<VideoView>(Rect{0, 200, 320, 90}, host->nativeWindow());
+    auto aspect = videoView(*host, Rect{0, 0, 320, 90});
+    auto fill = videoView(*host, Rect{0, 100, 320, 90});
+    auto stretch = videoView(*host, Rect{0, 200, 320, 90});
     fill->playerLayer()->setVideoGravity(LayerVideoGravity::resizeAspectFill);
     stretch->playerLayer()->setVideoGravity(LayerVideoGravity::resize);
-    for (const auto& view : {aspect, fill, stretch}) {
-        view->setBackgroundColor(Color::black());
-    }
     EXPECT_TRUE(shows(*aspect, "black before a player", [](const WindowGrab& grab) {
         return !pictureInCentre(grab) && grab.columnIsBlack(grab.width() - 1);
     }));
@@ -147,13 +154,9 @@ TEST_F(PlayerViewTest, WindowsOfOnePlayerShowItsPictureWithTheirGravityAndBlackW
 // The first window reaches a player that has been playing without one: it shows the picture
 // from then on, and playback goes on at its pace.
 TEST_F(PlayerViewTest, AViewGivenToAPlayingPlayerShowsItsPictureFromThenOn) {
-    if (!display_.name()) {
-        GTEST_SKIP() << "Xvfb is not installed";
-    }
     auto host = View::make(Rect{0, 0, 400, 300});
     ASSERT_TRUE(host->nativeWindow());
-    auto view = View::make<VideoView>(Rect{0, 0, 320, 180}, host->nativeWindow());
-    view->setBackgroundColor(Color::black());
+    auto view = videoView(*host, Rect{0, 0, 320, 180});
     auto player = Player::make();
     player->replaceCurrentItem(
         PlayerItem::make(UrlAsset::make(*Url::parse(origin_->url("/vod/master.m3u8")))));
@@ -172,16 +175,10 @@ TEST_F(PlayerViewTest, AViewGivenToAPlayingPlayerShowsItsPictureFromThenOn) {
 // A paused item shows its first picture with its window's gravity, in a window given to it
 // while paused too, and a new gravity at once: no later picture comes to carry it.
 TEST_F(PlayerViewTest, APausedPlayerShowsItsPictureInNewWindowsAndWithNewGravities) {
-    if (!display_.name()) {
-        GTEST_SKIP() << "Xvfb is not installed";
-    }
     auto host = View::make(Rect{0, 0, 400, 300});
     ASSERT_TRUE(host->nativeWindow());
-    auto first = View::make<VideoView>(Rect{0, 0, 320, 90}, host->nativeWindow());
-    auto second = View::make<VideoView>(Rect{0, 100, 320, 90}, host->nativeWindow());
-    for (const auto& view : {first, second}) {
-        view->setBackgroundColor(Color::black());
-    }
+    auto first = videoView(*host, Rect{0, 0, 320, 90});
+    auto second = videoView(*host, Rect{0, 100, 320, 90});
     auto player = Player::make();
     first->playerLayer()->setPlayer(player);
     player->replaceCurrentItem(
