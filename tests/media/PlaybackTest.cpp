@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <netinet/in.h>
 #include <set>
@@ -43,9 +44,10 @@ std::size_t entriesIn(const char* folder) {
     return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder, error), {}));
 }
 
-// The socket inodes of the TCP connections that have `port` at either end, from
-// /proc/net/tcp: "sl local_address rem_address st ... inode", addresses as HEXIP:HEXPORT.
-std::set<std::string> socketsOnPort(int port) {
+// The socket inodes of the TCP connections that `keep` takes, from /proc/net/tcp:
+// "sl local_address rem_address st ... inode", addresses as HEXIP:HEXPORT, st as hex.
+std::set<std::string> sockets(
+    const std::function<bool(int localPort, int remotePort, int state)>& keep) {
     std::set<std::string> inodes;
     std::ifstream table("/proc/net/tcp");
     std::string line;
@@ -60,7 +62,7 @@ std::set<std::string> socketsOnPort(int port) {
             return colon == std::string::npos ? -1
                                               : std::stoi(address.substr(colon + 1), nullptr, 16);
         };
-        if (portOf(local) == port || portOf(remote) == port) {
+        if (keep(portOf(local), portOf(remote), std::stoi(state, nullptr, 16))) {
             inodes.insert(inode);
         }
     }
@@ -69,16 +71,27 @@ std::set<std::string> socketsOnPort(int port) {
 
 // The process's open files less its connections with the origin at `port`: those idle in the
 // connection cache that the process's sessions share, and the origin's own ends, vary in number
-// from one item to the next.
+// from one item to the next. Less too what hlsdemux2 keeps of a download that its stop cut
+// off: the stop cancels the transfer and ends the download thread before the cancellation is
+// handled, so the transfer stays for good, with its cancellable's and its context's wakeups
+// (eventfds) and, once it had one, its connection with the resource server (which has closed
+// its end). The threads that GLib contexts of our own would come with are counted apart.
 std::size_t filesBesidesConnectionsTo(int port) {
-    const auto pooled = socketsOnPort(port);
+    const auto pooled =
+        sockets([&](int local, int remote, int) { return local == port || remote == port; });
+    const int server = Url::parse(ResourceServer::shared().baseUrl())->port().value_or(0);
+    constexpr int closeWait = 8;
+    const auto cutOff =
+        sockets([&](int, int remote, int state) { return remote == server && state == closeWait; });
     std::size_t count = 0;
     std::error_code error;
     for (const auto& entry : fs::directory_iterator("/proc/self/fd", error)) {
         const std::string target = fs::read_symlink(entry.path(), error).string();
-        const bool isPooled = target.rfind("socket:[", 0) == 0 &&
-                              pooled.count(target.substr(8, target.size() - 9)) != 0;
-        count += isPooled ? 0 : 1;
+        const bool isSocket = target.rfind("socket:[", 0) == 0;
+        const std::string inode = isSocket ? target.substr(8, target.size() - 9) : "";
+        const bool besides = (isSocket && (pooled.count(inode) != 0 || cutOff.count(inode) != 0)) ||
+                             target == "anon_inode:[eventfd]";
+        count += besides ? 0 : 1;
     }
     return count;
 }
