@@ -23,6 +23,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <spawn.h>
@@ -83,6 +84,14 @@ bool runAsAHost(const std::function<bool()>& done) {
     }
     check->invalidate();
     return done();
+}
+
+// Runs the main loop for `duration`, as a host's loop runs: woken only by the players' own work.
+void runAsAHostFor(std::chrono::seconds duration) {
+    auto stop = zarvo::Timer::scheduledTimer(static_cast<double>(duration.count()), false,
+                                             [](zarvo::Timer&) { RunLoop::main().stop(); });
+    RunLoop::main().run();
+    stop->invalidate();
 }
 
 // --- The SDK side -------------------------------------------------------------------------
@@ -257,6 +266,10 @@ public:
         return ended_;
     }
 
+    // Starts `url` and leaves it playing while the caller runs the main loop.
+    void start(const std::string& url) { play(url); }
+    bool failed() const { return failed_; }
+
 private:
     void play(const std::string& url) {
         frameAt_ = 0;
@@ -325,6 +338,55 @@ double peakResidentMb() {
     }
     std::fclose(status);
     return kilobytes / 1024.0;
+}
+
+// This process's resident memory now, in MB.
+double residentMb() {
+    std::FILE* status = std::fopen("/proc/self/status", "r");
+    if (status == nullptr) {
+        return 0;
+    }
+    char line[256];
+    double kilobytes = 0;
+    while (std::fgets(line, sizeof line, status) != nullptr) {
+        if (std::sscanf(line, "VmRSS: %lf kB", &kilobytes) == 1) {
+            break;
+        }
+    }
+    std::fclose(status);
+    return kilobytes / 1024.0;
+}
+
+// How long a live child plays: ZM_BENCH_LIVE_SECONDS, at least two minutes, or five.
+std::chrono::seconds liveSeconds() {
+    const char* text = std::getenv("ZM_BENCH_LIVE_SECONDS");
+    const long seconds = text ? std::strtol(text, nullptr, 10) : 300;
+    return std::chrono::seconds(std::max(seconds, 120L));
+}
+
+// Plays the live stream at `url` for liveSeconds() as a host does. Prints how much resident
+// memory grew after the first minute, when the player has settled, and the peak, in MB.
+int playLive(const std::string& engine, const std::string& url) {
+    constexpr std::chrono::seconds settling = 60s;
+    std::shared_ptr<zarvo::Player> player;
+    std::shared_ptr<zarvo::PlayerItem> item;
+    std::optional<PlainPlaybin> playbin;
+    if (engine == "sdk") {
+        player = zarvo::Player::make();
+        item = zarvo::PlayerItem::make(zarvo::UrlAsset::make(*zarvo::Url::parse(url)));
+        player->replaceCurrentItem(item);
+        player->play();
+    } else {
+        playbin.emplace().start(url);
+    }
+    runAsAHostFor(settling);
+    const double settled = residentMb();
+    runAsAHostFor(liveSeconds() - settling);
+    if ((item && item->error()) || (playbin && playbin->failed())) {
+        return 1;
+    }
+    std::printf("%.6f %.3f\n", residentMb() - settled, peakResidentMb());
+    return 0;
 }
 
 // What a program run to its end by runProgram() did: its exit status (-1 when a signal ended
@@ -434,6 +496,9 @@ int childMain(const std::string& mode, const std::string& engine, const std::str
         std::printf("%.6f %.3f\n", *seconds, peakResidentMb());
         return 0;
     }
+    if (mode == "live") {
+        return playLive(engine, url);
+    }
     const double start = spawnedAt();
     if (mode == "first-frame") {
         std::optional<double> seconds;
@@ -518,7 +583,8 @@ std::string childProgram(const std::string& engine) {
 std::optional<ChildRun> runChild(const std::string& mode, const std::string& engine,
                                  const std::string& url) {
     int fds[2];
-    if (::pipe(fds) != 0) {
+    // Close-on-exec: a child spawned meanwhile from another thread keeps no end of this pipe.
+    if (::pipe2(fds, O_CLOEXEC) != 0) {
         return std::nullopt;
     }
     posix_spawn_file_actions_t actions;
@@ -824,6 +890,28 @@ BENCHMARK_CAPTURE(BM_WholeVodCpuAndPeakRss, sample, sampleVod)
 BENCHMARK_CAPTURE(BM_WholeVodCpuAndPeakRss, fullhd_1080p50, fullHdVod)
     ->Iterations(4)
     ->Unit(benchmark::kSecond);
+
+// Resident memory of the engine and of playbin3 playing the sample live stream side by side
+// for liveSeconds(): the peak of each, and how much each grew after its first minute.
+void BM_LiveResidentMemory(benchmark::State& state) {
+    const std::string url = sampleOrigin().url("/live/master.m3u8");
+    for (auto _ : state) {
+        auto engine = std::async(std::launch::async, [&] { return runChild("live", "sdk", url); });
+        const auto plain = runChild("live", "playbin3", url);
+        const auto ours = engine.get();
+        if (!ours || !plain) {
+            state.SkipWithError("a live child failed");
+            return;
+        }
+        state.counters["rss_MB_sdk"] = ours->peakRssMb;
+        state.counters["rss_MB_playbin3"] = plain->peakRssMb;
+        state.counters["rss_MB_more"] = ours->peakRssMb - plain->peakRssMb;
+        state.counters["growth_MB_sdk"] = ours->value;
+        state.counters["growth_MB_playbin3"] = plain->value;
+        state.counters["live_s"] = static_cast<double>(liveSeconds().count());
+    }
+}
+BENCHMARK(BM_LiveResidentMemory)->Iterations(1)->Unit(benchmark::kSecond);
 
 // ZMPlayer (with a delegate) against the engine's Player, both in fresh processes.
 void BM_FacadeFirstFrameFreshProcess(benchmark::State& state) {
