@@ -322,17 +322,17 @@ std::optional<double> libmpvFirstFrame(const std::string&, double) {
 
 // --- Children -----------------------------------------------------------------------------
 
-// This process's peak resident memory in MB, from its own address space. The rusage figure
-// also counts the parent's memory, which a spawned child shares until it runs exec.
-double peakResidentMb() {
+// A figure of this process's memory in MB from /proc/self/status: `line` reads it from its line
+// ("VmRSS: %lf kB").
+double memoryStatusMb(const char* line) {
     std::FILE* status = std::fopen("/proc/self/status", "r");
     if (status == nullptr) {
         return 0;
     }
-    char line[256];
+    char text[256];
     double kilobytes = 0;
-    while (std::fgets(line, sizeof line, status) != nullptr) {
-        if (std::sscanf(line, "VmHWM: %lf kB", &kilobytes) == 1) {
+    while (std::fgets(text, sizeof text, status) != nullptr) {
+        if (std::sscanf(text, line, &kilobytes) == 1) {
             break;
         }
     }
@@ -340,21 +340,15 @@ double peakResidentMb() {
     return kilobytes / 1024.0;
 }
 
+// This process's peak resident memory in MB, from its own address space. The rusage figure
+// also counts the parent's memory, which a spawned child shares until it runs exec.
+double peakResidentMb() {
+    return memoryStatusMb("VmHWM: %lf kB");
+}
+
 // This process's resident memory now, in MB.
 double residentMb() {
-    std::FILE* status = std::fopen("/proc/self/status", "r");
-    if (status == nullptr) {
-        return 0;
-    }
-    char line[256];
-    double kilobytes = 0;
-    while (std::fgets(line, sizeof line, status) != nullptr) {
-        if (std::sscanf(line, "VmRSS: %lf kB", &kilobytes) == 1) {
-            break;
-        }
-    }
-    std::fclose(status);
-    return kilobytes / 1024.0;
+    return memoryStatusMb("VmRSS: %lf kB");
 }
 
 // How long a live child plays: ZM_BENCH_LIVE_SECONDS, at least two minutes, or five.
