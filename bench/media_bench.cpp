@@ -267,16 +267,15 @@ public:
     }
 
     // Starts `url` and leaves it playing while the caller runs the main loop.
-    void start(const std::string& url) { play(url); }
-    bool failed() const { return failed_; }
-
-private:
     void play(const std::string& url) {
         frameAt_ = 0;
         ended_ = failed_ = false;
         g_object_set(playbin_, "uri", url.c_str(), nullptr);
         gst_element_set_state(playbin_, GST_STATE_PLAYING);
     }
+    bool failed() const { return failed_; }
+
+private:
     static GstPadProbeReturn onBuffer(GstPad*, GstPadProbeInfo*, gpointer data) {
         auto* self = static_cast<PlainPlaybin*>(data);
         double expected = 0;
@@ -371,7 +370,7 @@ int playLive(const std::string& engine, const std::string& url) {
         player->replaceCurrentItem(item);
         player->play();
     } else {
-        playbin.emplace().start(url);
+        playbin.emplace().play(url);
     }
     runAsAHostFor(settling);
     const double settled = residentMb();
