@@ -10,6 +10,7 @@ pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 pkg_check_modules(GST REQUIRED IMPORTED_TARGET gstreamer-1.0)
 pkg_check_modules(GSTVIDEO REQUIRED IMPORTED_TARGET gstreamer-video-1.0)
 pkg_check_modules(X11 REQUIRED IMPORTED_TARGET x11)
+pkg_check_modules(LIBAV REQUIRED IMPORTED_TARGET libavcodec libavutil)
 
 # cpp-httplib: Debian ships the header with a prebuilt shared library. The library is built
 # with TLS, zlib and brotli support, which changes the layout of its classes: every user must

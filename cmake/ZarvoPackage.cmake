@@ -12,9 +12,10 @@ foreach(part IN LISTS zm_sdk_parts)
   list(APPEND zm_sdk_objects $<TARGET_OBJECTS:${part}>)
 endforeach()
 set(zm_sdk_dependencies CURL::libcurl SQLite::SQLite3 PkgConfig::GLIB PkgConfig::GIO
-    PkgConfig::UUID PkgConfig::X11 PkgConfig::GST PkgConfig::GSTVIDEO Threads::Threads)
+    PkgConfig::UUID PkgConfig::X11 PkgConfig::GST PkgConfig::GSTVIDEO PkgConfig::LIBAV
+    Threads::Threads)
 # What a static link needs besides the archive, as the pkg-config file says it.
-set(zm_static_libs "-lgstvideo-1.0 -lgstbase-1.0 -lgstreamer-1.0 -lgio-2.0 -lgobject-2.0 -lglib-2.0 -lcurl -lsqlite3 -luuid -lX11 -lpthread")
+set(zm_static_libs "-lgstvideo-1.0 -lgstbase-1.0 -lgstreamer-1.0 -lavcodec -lavutil -lgio-2.0 -lgobject-2.0 -lglib-2.0 -lcurl -lsqlite3 -luuid -lX11 -lpthread")
 
 add_library(zarvomediaplayer SHARED ${zm_sdk_objects})
 target_link_libraries(zarvomediaplayer PRIVATE ${zm_sdk_dependencies})

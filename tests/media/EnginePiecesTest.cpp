@@ -1,13 +1,17 @@
 // The pieces of the GStreamer engine, most of which decide without a pipeline: which streams to
 // select, what status a playback reports, how subtitles are styled, how seeks are paced, what
-// bounds keep adaptive switching within an item's limits, how many threads a decoder gets, and
-// how audio is taken where there is no sound output.
+// bounds keep adaptive switching within an item's limits, how many threads a decoder gets, how
+// audio is taken where there is no sound output, and the video decoder's pictures.
+#include <filesystem>
+
+#include <gst/video/video.h>
 #include <gtest/gtest.h>
 
 #include "zarvo/media/gst/BusStatusMapper.h"
 #include "zarvo/media/gst/DecoderThreads.h"
 #include "zarvo/media/gst/GstHandle.h"
 #include "zarvo/media/gst/GstPipelineSinks.h"
+#include "zarvo/media/gst/LibavVideoDecoder.h"
 #include "zarvo/media/gst/SeekController.h"
 #include "zarvo/media/gst/StreamSelection.h"
 #include "zarvo/media/gst/SubtitleStyling.h"
@@ -16,6 +20,9 @@
 #include "zarvo/platform/GlibMemory.h"
 #include "zarvo/platform/ManualScheduler.h"
 #include "zarvo/platform/RunLoop.h"
+
+#include "origin/ContentCache.h"
+#include "origin/ToolRun.h"
 
 namespace zarvo {
 namespace {
@@ -238,7 +245,7 @@ TEST(DecoderThreadsTest, PicturesUpToAQuarterOf1080pDecodeOnOneThread) {
 
     // A real decoder takes the setting for each size its caps announce, both ways.
     GstPipelineSinks::initialize();
-    auto decoder = retainGst(gst_element_factory_make("avdec_h264", nullptr));
+    auto decoder = retainGst(gst_element_factory_make(LibavVideoDecoder::factoryName, nullptr));
     ASSERT_TRUE(decoder);
     DecoderThreads::adopt(decoder.get());
     ASSERT_NE(gst_element_set_state(decoder.get(), GST_STATE_PAUSED), GST_STATE_CHANGE_FAILURE);
@@ -258,6 +265,146 @@ TEST(DecoderThreadsTest, PicturesUpToAQuarterOf1080pDecodeOnOneThread) {
     EXPECT_EQ(threadsFor(1920, 1080), DecoderThreads::automatic);
     EXPECT_EQ(threadsFor(480, 270), 1);
     gst_element_set_state(decoder.get(), GST_STATE_NULL);
+}
+
+// Short clips with pictures reordered (B-frames) and a size that is no multiple of 16, in each
+// way the engine's decoder receives them: H.264 in a transport stream (parameter sets in the
+// stream), 10-bit, in fragmented MP4 (parameter sets in the caps), and H.265.
+struct DecoderClip {
+    const char* file;
+    const char* demuxAndParse;
+    const char* reference;  // gst-libav's decoder for it
+};
+constexpr DecoderClip decoderClips[] = {
+    {"h264.ts", "tsdemux ! h264parse", "avdec_h264"},
+    {"h264-10bit.ts", "tsdemux ! h264parse", "avdec_h264"},
+    {"h264.mp4", "qtdemux ! h264parse", "avdec_h264"},
+    {"hevc.mp4", "qtdemux ! h265parse", "avdec_h265"},
+};
+
+std::variant<std::filesystem::path, Error> decoderClipFolder() {
+    const std::string pattern = "testsrc2=size=322x182:rate=25";
+    const std::vector<std::vector<std::string>> encodes = {
+        {"-c:v", "libx264", "-profile:v", "high", "-bf", "3", "-g", "20", "-pix_fmt", "yuv420p",
+         "h264.ts"},
+        {"-c:v", "libx264", "-profile:v", "high10", "-bf", "3", "-g", "20", "-pix_fmt",
+         "yuv420p10le", "h264-10bit.ts"},
+        {"-c:v", "libx264", "-bf", "3", "-g", "20", "-pix_fmt", "yuv420p", "-movflags",
+         "+frag_keyframe+empty_moov+default_base_moof", "h264.mp4"},
+        {"-c:v", "libx265", "-x265-params", "log-level=error:bframes=3:keyint=20", "-tag:v", "hvc1",
+         "-pix_fmt", "yuv420p", "-movflags", "+frag_keyframe+empty_moov", "hevc.mp4"},
+    };
+    std::string recipe = "zm decoder clips 1; 2 s of " + pattern;
+    for (const auto& encode : encodes) {
+        recipe += ";";
+        for (const auto& arg : encode) {
+            recipe += " " + arg;
+        }
+    }
+    return origin::ContentCache::prepare(
+        origin::ContentCache::defaultRoot(), "decoder-clips-" + origin::ContentCache::hash(recipe),
+        "recipe.txt", [&](const std::filesystem::path& folder) -> std::optional<Error> {
+            std::error_code created;
+            std::filesystem::create_directories(folder, created);
+            for (const auto& encode : encodes) {
+                std::vector<std::string> args = {"ffmpeg", "-v",    "error", "-f", "lavfi",
+                                                 "-i",     pattern, "-t",    "2"};
+                args.insert(args.end(), encode.begin(), encode.end() - 1);
+                args.push_back((folder / encode.back()).string());
+                if (auto error = origin::runTool(args, folder / "ffmpeg.log")) {
+                    return error;
+                }
+            }
+            return origin::writeTextFile(folder / "recipe.txt", recipe)
+                       ? std::nullopt
+                       : std::optional(origin::contentError("recipe.txt was not written"));
+        });
+}
+
+// Each picture that reached the sink: its time, and a hash of its visible pixels.
+struct Pictures {
+    std::vector<std::pair<GstClockTime, std::uint64_t>> seen;
+    guint mostMemories = 0;  // in one picture's buffer
+    std::string outcome;
+};
+
+Pictures decodeClip(const std::filesystem::path& file, const std::string& demuxAndParse,
+                    const std::string& decoder, bool sinkTakesAnyLayout) {
+    GstPipelineSinks::initialize();
+    const std::string description = "filesrc location=\"" + file.string() + "\" ! " +
+                                    demuxAndParse + " ! " + decoder +
+                                    " ! fakesink name=out sync=false signal-handoffs=true";
+    GError* raw = nullptr;
+    auto pipeline = retainGst(gst_parse_launch(description.c_str(), &raw));
+    GErrorPtr error(raw);
+    Pictures pictures;
+    if (!pipeline) {
+        pictures.outcome = error ? error->message : "no pipeline";
+        return pictures;
+    }
+    GstRef<GstElement> sink(gst_bin_get_by_name(GST_BIN(pipeline.get()), "out"));
+    if (sinkTakesAnyLayout) {
+        LibavVideoDecoder::takeAnyLayout(sink.get());
+    }
+    g_signal_connect(
+        sink.get(), "handoff",
+        G_CALLBACK(+[](GstElement*, GstBuffer* buffer, GstPad* pad, gpointer data) {
+            auto* pictures = static_cast<Pictures*>(data);
+            GstCapsRef caps(gst_pad_get_current_caps(pad));
+            GstVideoInfo info;
+            GstVideoFrame frame;
+            if (!caps || !gst_video_info_from_caps(&info, caps.get()) ||
+                !gst_video_frame_map(&frame, &info, buffer, GST_MAP_READ)) {
+                pictures->seen.emplace_back(GST_BUFFER_PTS(buffer), 0);
+                return;
+            }
+            std::uint64_t hash = 14695981039346656037ULL;
+            for (guint c = 0; c < GST_VIDEO_FRAME_N_COMPONENTS(&frame); ++c) {
+                const auto* row =
+                    static_cast<const std::uint8_t*>(GST_VIDEO_FRAME_COMP_DATA(&frame, c));
+                const int bytes =
+                    GST_VIDEO_FRAME_COMP_WIDTH(&frame, c) * GST_VIDEO_FRAME_COMP_PSTRIDE(&frame, c);
+                for (int y = 0; y < GST_VIDEO_FRAME_COMP_HEIGHT(&frame, c); ++y) {
+                    for (int x = 0; x < bytes; ++x) {
+                        hash = (hash ^ row[x]) * 1099511628211ULL;
+                    }
+                    row += GST_VIDEO_FRAME_COMP_STRIDE(&frame, c);
+                }
+            }
+            gst_video_frame_unmap(&frame);
+            pictures->seen.emplace_back(GST_BUFFER_PTS(buffer), hash);
+            pictures->mostMemories = std::max(pictures->mostMemories, gst_buffer_n_memory(buffer));
+        }),
+        &pictures);
+    pictures.outcome = playUntilItEnds(pipeline.get());
+    return pictures;
+}
+
+// The engine's decoder gives the pictures that gst-libav's gives, at the same times: in its own
+// memory (a memory per plane) to a sink that takes any layout, and copied into the plain layout
+// for one that does not.
+TEST(LibavVideoDecoderTest, DecodesLikeGstLibavInItsOwnMemoryOrCopied) {
+    const auto folder = decoderClipFolder();
+    ASSERT_TRUE(std::holds_alternative<std::filesystem::path>(folder))
+        << std::get<Error>(folder).description();
+    for (const auto& clip : decoderClips) {
+        SCOPED_TRACE(clip.file);
+        const auto file = std::get<std::filesystem::path>(folder) / clip.file;
+        const Pictures reference = decodeClip(file, clip.demuxAndParse, clip.reference, false);
+        ASSERT_EQ(reference.outcome, "the end of the stream");
+        ASSERT_EQ(reference.seen.size(), 50u);
+        for (const bool anyLayout : {true, false}) {
+            const Pictures ours =
+                decodeClip(file, clip.demuxAndParse, LibavVideoDecoder::factoryName, anyLayout);
+            EXPECT_EQ(ours.outcome, "the end of the stream");
+            EXPECT_EQ(ours.seen, reference.seen) << (anyLayout ? "uncopied" : "copied");
+            if (anyLayout) {
+                EXPECT_GT(ours.mostMemories, 1u);
+            } else {
+                EXPECT_EQ(ours.mostMemories, 1u);
+            }
+        }
+    }
 }
 
 // A pipeline that records the seeks sent and numbers them like GStreamer does.

@@ -40,5 +40,6 @@ struct GstMiniObjectUnref {
 };
 using GstMessageRef = std::unique_ptr<GstMessage, GstMiniObjectUnref>;
 using GstQueryRef = std::unique_ptr<GstQuery, GstMiniObjectUnref>;
+using GstCapsRef = std::unique_ptr<GstCaps, GstMiniObjectUnref>;
 
 }  // namespace zarvo

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <thread>
 
+#include "zarvo/media/gst/LibavVideoDecoder.h"
 #include "zarvo/media/model/MediaError.h"
 
 namespace zarvo {
@@ -68,6 +69,7 @@ GstRef<GstElement> syncedFakeVideoSink() {
     auto sink = makeElement("fakesink", "zm-video-sink");
     if (sink) {
         g_object_set(sink.get(), "sync", TRUE, "qos", TRUE, nullptr);
+        LibavVideoDecoder::takeAnyLayout(sink.get());
     }
     return sink;
 }
@@ -129,6 +131,7 @@ void GstPipelineSinks::initialize() {
     static std::once_flag once;
     std::call_once(once, [] {
         gst_init(nullptr, nullptr);
+        LibavVideoDecoder::registerElement();
         static PluginPreloader preloader;
         // playbin3 reads the entry playlist from our loopback server with the highest-ranked HTTP
         // source. curlhttpsrc goes first: souphttpsrc (libsoup 3) can crash when its session
@@ -153,7 +156,7 @@ std::optional<Error> GstPipelineSinks::make(GstPipelineSinks& out) {
         {"curlhttpsrc", "gstreamer1.0-plugins-bad"},
         {"tsdemux", "gstreamer1.0-plugins-bad"},
         {"h264parse", "gstreamer1.0-plugins-bad"},
-        {"avdec_h264", "gstreamer1.0-libav"},
+        {"avdec_aac", "gstreamer1.0-libav"},
         {"fakesink", "libgstreamer1.0-0"},
         {"audiobuffersplit", "gstreamer1.0-plugins-bad"},
     };

@@ -10,6 +10,7 @@
 
 #include <gst/video/videooverlay.h>
 
+#include "zarvo/media/gst/LibavVideoDecoder.h"
 #include "zarvo/platform/Log.h"
 
 namespace zarvo {
@@ -110,6 +111,7 @@ std::shared_ptr<GstVideoOutputs> GstVideoOutputs::make() {
     GstElement* fake = element("fakesink");
     g_object_set(tee, "allow-not-linked", TRUE, nullptr);
     g_object_set(fake, "sync", TRUE, "qos", TRUE, nullptr);
+    LibavVideoDecoder::takeAnyLayout(fake);
     gst_bin_add_many(GST_BIN(outputs->bin_.get()), tee, fake, nullptr);
     gst_element_link(tee, fake);
     outputs->pacedSink_ = fake;
