@@ -36,6 +36,7 @@ struct DecoderState {
     GstVideoCodecState* input = nullptr;
     AVCodecID codec = AV_CODEC_ID_NONE;
     std::vector<std::uint8_t> codecData;  // what the open context was made with
+    int threads = 0;                      // and its thread setting
     std::atomic<int> maxThreads{0};
     bool zeroCopy = false;  // the elements downstream read video metas
     // The pictures the source pad was last set up for.
@@ -389,19 +390,25 @@ gboolean stop(GstVideoDecoder* decoder) {
     return TRUE;
 }
 
-// A caps event: the decoder reopens for another codec or other parameter sets, after giving out
-// what it holds; other changes (a size the parser saw, a frame rate) only update the output.
+// A caps event. The decoder reopens, after giving out what it holds, for another codec, other
+// parameter sets or another thread setting (which follows the picture size: an adaptive switch
+// to another variant, which starts with a key frame); other changes only update the output.
 gboolean setFormat(GstVideoDecoder* decoder, GstVideoCodecState* input) {
     DecoderState& state = stateOf(decoder);
     const AVCodecID codec = codecOf(input->caps);
     std::vector<std::uint8_t> codecData = bytesOf(input->codec_data);
+    const int threads = state.maxThreads.load();
+    const bool reopen = !state.context || codec != state.codec || codecData != state.codecData ||
+                        threads != state.threads;
+    if (reopen) {
+        drainDecoder(decoder);
+    }
     state.setInput(input);
     state.format = AV_PIX_FMT_NONE;
-    if (state.context && codec == state.codec && codecData == state.codecData) {
+    if (!reopen) {
         return TRUE;
     }
-    drainDecoder(decoder);
-    state.context = openContext(codec, codecData, state.maxThreads.load());
+    state.context = openContext(codec, codecData, threads);
     if (!state.context) {
         GST_ELEMENT_ERROR(decoder, LIBRARY, INIT, ("The video decoder could not be opened."),
                           ("libavcodec opens no decoder for %s",
@@ -410,6 +417,7 @@ gboolean setFormat(GstVideoDecoder* decoder, GstVideoCodecState* input) {
     }
     state.codec = codec;
     state.codecData = std::move(codecData);
+    state.threads = threads;
     return TRUE;
 }
 
