@@ -17,12 +17,8 @@ constexpr guint64 demuxBufferingTime = 10 * GST_SECOND;
 // playbin3's GstPlayFlags that put a deinterlacer and a colour balance in the video chain. HLS
 // renditions are progressive and nothing here adjusts colours: without them each item's video
 // chain is set up sooner (its first picture comes about a fifth sooner on the sample VOD) and
-// each picture passes two elements fewer. The native-video flag leaves out the converter and
-// scaler before the sink where the sink is our own: its fake sink takes any picture and each
-// window converts and scales on a branch of its own. Each picture, and the quality-of-service
-// event that the sink sends back for it, then passes two elements fewer again.
+// each picture passes two elements fewer.
 constexpr guint deinterlaceFlag = 1u << 9;
-constexpr guint nativeVideoFlag = 1u << 6;
 constexpr guint softColorBalanceFlag = 1u << 10;
 
 MediaTime fromClockTime(gint64 nanoseconds) {
@@ -74,11 +70,7 @@ std::variant<std::unique_ptr<PlaybinPipeline>, Error> PlaybinPipeline::make(
                  settings.muted ? TRUE : FALSE, nullptr);
     guint flags = 0;
     g_object_get(playbin, "flags", &flags, nullptr);
-    flags &= ~(deinterlaceFlag | softColorBalanceFlag);
-    if (pipeline->windows_) {
-        flags |= nativeVideoFlag;
-    }
-    g_object_set(playbin, "flags", flags, nullptr);
+    g_object_set(playbin, "flags", flags & ~(deinterlaceFlag | softColorBalanceFlag), nullptr);
     // Speeds other than 1 keep the sound at its pitch (scaletempo passes audio through at 1).
     if (GstElement* tempo = gst_element_factory_make("scaletempo", "zm-scaletempo")) {
         g_object_set(playbin, "audio-filter", tempo, nullptr);
