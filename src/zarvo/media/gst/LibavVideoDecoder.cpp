@@ -357,7 +357,8 @@ GstFlowReturn receive(GstVideoDecoder* decoder, DecoderState& state) {
 // Decodes `packet`, or with null, every picture still inside the decoder.
 GstFlowReturn decode(GstVideoDecoder* decoder, DecoderState& state, const AVPacket* packet) {
     int sent = avcodec_send_packet(state.context.get(), packet);
-    while (sent == AVERROR(EAGAIN)) {
+    if (sent == AVERROR(EAGAIN)) {
+        // Full: once its pictures are taken it takes the packet.
         if (const GstFlowReturn flow = receive(decoder, state); flow != GST_FLOW_OK) {
             return flow;
         }
