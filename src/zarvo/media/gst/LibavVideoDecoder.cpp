@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -51,10 +52,11 @@ struct DecoderState {
     ~DecoderState() { setInput(nullptr); }
 
     void setInput(GstVideoCodecState* state) {
+        GstVideoCodecState* held = state != nullptr ? gst_video_codec_state_ref(state) : nullptr;
         if (input != nullptr) {
             gst_video_codec_state_unref(input);
         }
-        input = state != nullptr ? gst_video_codec_state_ref(state) : nullptr;
+        input = held;
     }
 };
 
@@ -464,19 +466,19 @@ gboolean decideAllocation(GstVideoDecoder* decoder, GstQuery* query) {
     return TRUE;
 }
 
-void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
+void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* property) {
     if (id == maxThreadsProperty) {
         stateOf(object).maxThreads = g_value_get_int(value);
     } else {
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
     }
 }
 
-void getProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) {
+void getProperty(GObject* object, guint id, GValue* value, GParamSpec* property) {
     if (id == maxThreadsProperty) {
         g_value_set_int(value, stateOf(object).maxThreads.load());
     } else {
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
     }
 }
 

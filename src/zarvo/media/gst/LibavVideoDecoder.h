@@ -5,12 +5,13 @@
 namespace zarvo {
 
 // An H.264 and H.265 decoder element over libavcodec whose pictures go downstream in the memory
-// the decoder drew them in. gst-libav's decoders copy each picture into a buffer of their own
-// once the decoder has drawn it (3 MB per 1080p picture, 150 MB a second at 1080p50): their
-// buffers stay mapped while libavcodec keeps the picture as a reference. Here a picture's
-// buffer holds a reference to the decoder's picture instead, and the picture's planes are laid
-// out by a video meta, so nothing is copied where the elements downstream read that meta. Where
-// they do not, each picture is copied into the plain layout.
+// the decoder drew them in. gst-libav's decoders copy each picture out of libavcodec's memory
+// into a buffer of their own (3 MB per 1080p picture, 150 MB a second at 1080p50); where they
+// have libavcodec draw into their buffers instead, each picture is copied once more on its way
+// out, as its buffer stays mapped while libavcodec keeps the picture as a reference. Here a
+// picture's buffer holds a reference to the decoder's picture, and a video meta lays out its
+// planes, so nothing is copied where the elements downstream read that meta. Where they do not,
+// each picture is copied into the plain layout.
 //
 // The element has gst-libav's "max-threads" setting (0: libavcodec's own choice), and the rank
 // above gst-libav's decoders, which decode the other formats.
