@@ -179,11 +179,12 @@ std::pair<AVBufferRef*, std::size_t> bufferHolding(const AVFrame& picture,
     return {nullptr, 0};
 }
 
-// Rows of the plane `plane` of pictures laid out as `info` says.
-int planeRows(const GstVideoInfo& info, guint plane) {
+// The first component stored in plane `plane` of pictures in the format of `info`. Its rows are
+// the plane's rows (NV12's second plane holds two components side by side).
+int firstComponent(const GstVideoInfo& info, guint plane) {
     gint components[GST_VIDEO_MAX_COMPONENTS];
     gst_video_format_info_component(info.finfo, plane, components);
-    return GST_VIDEO_INFO_COMP_HEIGHT(&info, components[0]);
+    return components[0];
 }
 
 // A buffer over the planes of `picture`, one memory each, that holds a reference to the
@@ -197,7 +198,9 @@ GstBuffer* wrap(const AVFrame& picture, const GstVideoInfo& info) {
         const int stride = picture.linesize[plane];
         const auto [owner, room] = bufferHolding(picture, picture.data[plane]);
         const std::size_t size =
-            stride > 0 ? static_cast<std::size_t>(stride) * planeRows(info, plane) : 0;
+            stride > 0 ? static_cast<std::size_t>(stride) *
+                             GST_VIDEO_INFO_COMP_HEIGHT(&info, firstComponent(info, plane))
+                       : 0;
         AVBufferRef* held =
             owner != nullptr && size > 0 && size <= room ? av_buffer_ref(owner) : nullptr;
         if (held == nullptr) {
@@ -223,12 +226,11 @@ GstBuffer* wrap(const AVFrame& picture, const GstVideoInfo& info) {
 // Copies the visible rows of `picture` into `out`, a picture of the plain layout.
 void copyPlanes(const AVFrame& picture, GstVideoFrame& out) {
     for (guint plane = 0; plane < GST_VIDEO_FRAME_N_PLANES(&out); ++plane) {
-        gint components[GST_VIDEO_MAX_COMPONENTS];
-        gst_video_format_info_component(out.info.finfo, plane, components);
-        const int rows = GST_VIDEO_FRAME_COMP_HEIGHT(&out, components[0]);
+        const int component = firstComponent(out.info, plane);
+        const int rows = GST_VIDEO_FRAME_COMP_HEIGHT(&out, component);
         const std::size_t rowBytes =
-            static_cast<std::size_t>(GST_VIDEO_FRAME_COMP_WIDTH(&out, components[0])) *
-            GST_VIDEO_FRAME_COMP_PSTRIDE(&out, components[0]);
+            static_cast<std::size_t>(GST_VIDEO_FRAME_COMP_WIDTH(&out, component)) *
+            GST_VIDEO_FRAME_COMP_PSTRIDE(&out, component);
         auto* to = static_cast<std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&out, plane));
         const int toStride = GST_VIDEO_FRAME_PLANE_STRIDE(&out, plane);
         for (int row = 0; row < rows; ++row) {
